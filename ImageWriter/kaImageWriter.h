@@ -1,0 +1,147 @@
+#pragma once
+
+#include "ImageWriterExport.h"
+
+#include "kaImageRenderWidget.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+class exImageViewer;
+class kaImageMetaData;
+class kaMessage;
+
+// The one object through which the host exports pictures. It holds the export settings (from
+// the setters and the preferences), builds the names of the files an export writes, and
+// shares its progress with the host.
+//
+// A copy shares the metadata store, the image viewer and the fast-export render widget with
+// its source; the last of them to go deletes those objects.
+//
+// GUI thread only. Constructing one needs a QApplication (it makes its image viewer).
+class IMAGEWRITER_EXPORT kaImageWriter {
+public:
+    kaImageWriter();
+    kaImageWriter(const kaImageWriter& other);
+    kaImageWriter& operator=(const kaImageWriter& other);
+    ~kaImageWriter();
+
+    // Reads "ImageExport tiff hdr", "ImageExport exr half" and "ImageExport multi layer exr";
+    // a flag whose key is missing or of another type keeps its value.
+    void resetExportSettings();
+
+    void setNoProgress(bool noProgress);
+    void setNoShowImage(bool noShowImage);
+    void setNoOverwriteMessage(bool noOverwriteMessage);
+    bool wasExportCanceled() const;
+    void setICCProfile(int colorSpace);
+    void setAlphaColor(float r, float g, float b);
+    void getAlphaColor(float& r, float& g, float& b);
+    // Stores the flags and resets the metadata store, every time.
+    void setMetaDataFlags(int flags);
+    void setExportTiffHDR(bool tiffHDR);
+    bool getExportTiffHDR() const;
+    void setExportExrHalf(bool exrHalf);
+    // The argument is not used; the flag is returned as it stands.
+    bool getExportExrHalf(bool) const;
+    void setExportMultiLayer(bool multiLayer);
+    bool getExportMultiLayer() const;
+    // False for the passes that must keep full float precision (depth, the cryptomatte passes
+    // and position: 33 to 39 and 42).
+    bool allowPassConversionTo16Bit(size_t pass) const;
+
+    // Lower-case suffixes the scene graph can write, less its internal formats.
+    const std::set<std::string>& getFormatsOpenSG() const;
+    // Always empty.
+    const std::set<std::string>& getFormatsQt() const;
+
+    kaImageMetaData* getMetaData() const;
+    exImageViewer* getImageViewer() const;
+
+    // Whether the host has installed a stream writer that takes images instead of files.
+    static bool isStreamOutput();
+
+    // Progress of the running export, pushed to the host clamped to 0..1.
+    static void startProgress(int frames);
+    static void startFrameProgress();
+    static void setFrameProgress(double fraction);
+    static double getLastRenderTime();
+
+    // Typed preference readers: copy the value of 'key' into 'value' and return true when it
+    // exists with exactly that type. A missing key returns false; a key of another type prints
+    // the wrong-type line and a back-trace to standard error and returns false. 'value' is
+    // unchanged whenever false is returned.
+    static bool getFromMessage(const kaMessage& message, const char* key, bool& value);
+    static bool getFromMessage(const kaMessage& message, const char* key, int& value);
+    static bool getFromMessage(const kaMessage& message, const char* key, float& value);
+    static bool getFromMessage(const kaMessage& message, const char* key, std::vector<int>& value);
+    static bool getFromMessage(const kaMessage& message, const char* key, QString& value);
+
+    // --- Output file names ---
+
+    // The name without extension and without a trailing five-digit frame number (and the
+    // one "-" before it): "render-00012.png" -> "render".
+    QString getBaseFilename(const QString& filename) const;
+    // "-" and the frame number padded with "0" to five characters: 7 -> "-00007".
+    static QString getFrameName(int frame);
+    // The file-name suffix of a stereo view ("-left", "-middle", ...); empty for mono and for
+    // a mode or view outside the table.
+    static QString getStereoName(int mode, int view);
+    // "-" and the pass name ("-beauty"); empty for an index outside the catalogue.
+    static QString getPassName(int pass);
+    // base + stereo suffix + middle + "." + extension.
+    QString getFilename(const QString& base, kaImageRenderWidget::StereoMode mode, int view,
+                        const QString& middle, const QString& extension) const;
+    // An empty extension becomes the default image format, also appended to the name; "JPG"
+    // becomes "JPEG" (the name is left alone).
+    void cleanupFileExtension(QString& filename, QString& extension) const;
+    // The name's type can hold layers and the multi-layer flag is set.
+    bool isMultilayer(const QString& filename) const;
+    static bool isMultilayerSupported(const QString& filename);
+    // A step below 1 becomes 1.
+    void validateFrameStep(int& step) const;
+    // A negative start or stop is replaced by "MovieExport start frame"/"stop frame" when set.
+    void validateStartAndStop(int& start, int& stop) const;
+    // ("ImageExport stereo mode", number of views).
+    static std::tuple<kaImageRenderWidget::StereoMode, int> getStereoMode();
+    // The files a single-image export writes, by view, then pass.
+    QStringList getExportedImageFilenames(const QString& filename,
+                                          const std::vector<unsigned int>& passes,
+                                          bool multiLayer) const;
+    // The files a sequence export writes, by view, then pass, then frame.
+    QStringList getExportedImageFilenames(const QString& filename,
+                                          const std::vector<unsigned int>& passes, bool multiLayer,
+                                          int start, int stop, int step) const;
+
+private:
+    QStringList getExportedImageFilenames(const QString& filename,
+                                          const std::vector<unsigned int>& passes, bool multiLayer,
+                                          bool sequence, int start, int stop, int step) const;
+
+    std::set<std::string> _formatsOpenSG;
+    std::set<std::string> _formatsQt;
+    bool _noProgress;
+    bool _noShowImage;
+    bool _noOverwriteMessage;
+    bool _exportCanceled;
+    bool _exportTiffHDR;
+    bool _exportExrHalf;
+    bool _exportMultiLayer;
+    int _iccProfile;
+    float _alphaColor[3];
+    int _metaDataFlags;
+    std::shared_ptr<kaImageMetaData> _metaData;
+    std::shared_ptr<kaImageRenderWidget> _fastRenderWidget;
+    std::shared_ptr<exImageViewer> _imageViewer;
+
+    static double s_lastRenderTime;
+    static double s_frameProgress;
+    static int s_progressFrames;
+    static int s_progressCurrentFrame;
+};

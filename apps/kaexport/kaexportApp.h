@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QStringList>
+
+#include <functional>
+#include <iosfwd>
+
+namespace kaexport {
+
+enum ExitCode { Done = 0, Failed = 1, UsageError = 2, Cancelled = 3 };
+
+// Output streams of one run, so that tests can capture them.
+struct Streams {
+    std::ostream& out;
+    std::ostream& err;
+};
+
+// One sub-command: its name, one line for the command list, its usage text and its body.
+struct Command {
+    const char* name;
+    const char* summary;
+    const char* usage;
+    std::function<int(const QStringList& args, Streams& io)> run;
+};
+
+const std::vector<Command>& commands();
+
+// Runs kaexport with 'args' (without the program name). A QApplication must exist.
+int run(const QStringList& args, Streams& io);
+
+} // namespace kaexport

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <functional>
+
+class QWidget;
+
+// The host's application controller: progress display, GUI or batch mode, the main window.
+// GUI thread only, except setImageRenderProgress, which may be called from any thread.
+class kaController {
+public:
+    // Shows the progress of a running image render (0..1) in the host's display: every
+    // installed listener is called with the value.
+    static void setImageRenderProgress(double progress);
+    static double getImageRenderProgress();
+    using ProgressListener = std::function<void(double)>;
+    static int addProgressListener(ProgressListener listener);
+    static void removeProgressListener(int id);
+
+    // Batch mode (no GUI): no modal box may block. Switching it on installs an answerer on the
+    // application that closes every message box with its default button and logs its text.
+    static bool isNoGUI();
+    static void setNoGUI(bool noGUI);
+
+    // The answer to "overwrite?" questions in batch mode (a command-line switch); false by default.
+    static bool getBatchOverwrite();
+    static void setBatchOverwrite(bool overwrite);
+
+    // The host's main window; null when there is none (batch mode, tests).
+    static QWidget* getMainWindow();
+    static void setMainWindow(QWidget* window);
+
+    // Whether the user wants a beep when an export has finished ("Play Sound On Export").
+    static bool playSoundOnExport();
+};

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QString>
+
+#include <boost/any.hpp>
+
+#include <map>
+#include <string>
+#include <typeinfo>
+#include <vector>
+
+// A map from key to a typed value. Values are exactly one of bool, int, float,
+// std::vector<int> or QString; the set() overloads make any other type a compile error.
+// Not thread-safe: the host reads and writes it on its GUI thread.
+class kaMessage {
+public:
+    using Map = std::map<std::string, boost::any>;
+
+    // The stored value, or an empty any when the key is absent.
+    boost::any get(const std::string& key) const;
+    bool has(const std::string& key) const;
+
+    void set(const std::string& key, bool value);
+    void set(const std::string& key, int value);
+    void set(const std::string& key, float value);
+    void set(const std::string& key, const std::vector<int>& value);
+    void set(const std::string& key, const QString& value);
+    void set(const std::string& key, const char* value) { set(key, QString::fromUtf8(value)); }
+    // Stores an any that already holds one of the five types; returns false (and stores
+    // nothing) for any other content.
+    bool setAny(const std::string& key, const boost::any& value);
+    template <typename T>
+    void set(const std::string& key, T value) = delete;
+
+    // Removes the key; returns whether it was there.
+    bool remove(const std::string& key);
+    void clear() { _values.clear(); }
+    const Map& values() const { return _values; }
+
+    // Readable name of a value's type ("bool", "int", "float", "std::vector<int>", "QString");
+    // "empty" for an empty any and the compiler's name for anything else.
+    static std::string typeName(const boost::any& value);
+    static std::string typeName(const std::type_info& type);
+    static bool isStorableType(const std::type_info& type);
+
+    // Prints the calling thread's back-trace to standard error.
+    static void printBT();
+
+private:
+    Map _values;
+};

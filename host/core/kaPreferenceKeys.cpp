@@ -1,0 +1,135 @@
+#include "kaPreferenceKeys.h"
+
+#include <QRegularExpression>
+#include <QStringList>
+
+namespace kaPreferenceKeys {
+
+namespace {
+const std::type_info* const kBool = &typeid(bool);
+const std::type_info* const kInt = &typeid(int);
+const std::type_info* const kFloat = &typeid(float);
+const std::type_info* const kIntList = &typeid(std::vector<int>);
+const std::type_info* const kString = &typeid(QString);
+} // namespace
+
+const std::vector<Key>& all() {
+    static const std::vector<Key> keys = {
+        {"ImageExport tiff hdr", kBool, "write TIFF/PSD exports as 32-bit float"},
+        {"ImageExport exr half", kBool, "write EXR exports as half float"},
+        {"ImageExport multi layer exr", kBool, "put all render passes into one layered file"},
+        {"ImageExport add sig", kBool, "draw the text signature into exported images"},
+        {"ImageExport width", kInt, "export width in pixels"},
+        {"ImageExport height", kInt, "export height in pixels"},
+        {"MovieExport ssfactor", kInt, "supersampling level 0..3"},
+        {"ImageExport ignore aspect", kBool, "do not correct the view's aspect ratio"},
+        {"MovieExport alpha", kBool, "export an alpha channel"},
+        {"MovieExport start frame", kInt, "first frame of a sequence"},
+        {"MovieExport stop frame", kInt, "last frame of a sequence"},
+        {"MovieExport fps", kInt, "frames per second of sequences and movies"},
+        {"MovieExport dpi", kFloat, "resolution written into image files"},
+        {"ImageExport stereo mode", kInt, "0 mono, 1 two eyes, 2 five eyes, 3 nine eyes"},
+        {"ImageExport quality", kInt, "JPEG quality 0..100"},
+        {"ImageExport show image", kBool, "show each saved image in a viewer"},
+        {"ImageExport single viewer", kBool, "reuse one viewer window"},
+        {"ImageExport sig position", kIntList, "signature x, y from the lower-left corner"},
+        {"ImageExport sig font size", kInt, "signature font pixel size"},
+        {"ImageExport sig color", kIntList, "signature red, green, blue 0..255"},
+        {"ImageExport sig comment", kString, "signature comment"},
+        {"ImageExport sig add filename", kBool, "signature starts with the file name"},
+        {"ImageExport sig add date", kBool, "signature shows the date"},
+        {"ImageExport sig add time", kBool, "signature shows the time"},
+        {"Image Export Max Framebuffer Memory", kInt, "tile memory budget in MB, 0 = unlimited"},
+        {"Use System Monitor Profile", kBool, "embed the display's ICC profile (colour space 3)"},
+        {"Monitorprofile", kString, "ICC profile file used for colour space 3 as fallback"},
+        {"Imageprofile", kString, "ICC profile file used for colour space 4"},
+        {"Play Sound On Export", kBool, "beep when an export has finished"},
+    };
+    return keys;
+}
+
+const Key* find(const std::string& name) {
+    for (const Key& key : all())
+        if (name == key.name)
+            return &key;
+    return nullptr;
+}
+
+kaMessage defaults() {
+    kaMessage m;
+    m.set("ImageExport tiff hdr", false);
+    m.set("ImageExport exr half", false);
+    m.set("ImageExport multi layer exr", false);
+    m.set("ImageExport add sig", false);
+    m.set("ImageExport width", 800);
+    m.set("ImageExport height", 600);
+    m.set("MovieExport ssfactor", 1);
+    m.set("ImageExport ignore aspect", false);
+    m.set("MovieExport alpha", false);
+    m.set("MovieExport start frame", 0);
+    m.set("MovieExport stop frame", 100);
+    m.set("MovieExport fps", 25);
+    m.set("MovieExport dpi", 72.0f);
+    m.set("ImageExport stereo mode", 0);
+    m.set("ImageExport quality", 90);
+    m.set("ImageExport show image", false);
+    m.set("ImageExport single viewer", true);
+    m.set("ImageExport sig position", std::vector<int>{10, 10});
+    m.set("ImageExport sig font size", 14);
+    m.set("ImageExport sig color", std::vector<int>{255, 255, 255});
+    m.set("ImageExport sig comment", QString());
+    m.set("ImageExport sig add filename", true);
+    m.set("ImageExport sig add date", true);
+    m.set("ImageExport sig add time", true);
+    m.set("Image Export Max Framebuffer Memory", 2048);
+    m.set("Use System Monitor Profile", true);
+    m.set("Monitorprofile", QString());
+    m.set("Imageprofile", QString());
+    m.set("Play Sound On Export", false);
+    return m;
+}
+
+boost::any parseValue(const Key& key, const QString& text, QString& error) {
+    const QString t = text.trimmed();
+    bool ok = false;
+    if (*key.type == typeid(bool)) {
+        const QString l = t.toLower();
+        if (l == "true" || l == "1" || l == "yes" || l == "on")
+            return true;
+        if (l == "false" || l == "0" || l == "no" || l == "off")
+            return false;
+        error = QString("'%1' is not a bool (true or false)").arg(text);
+    } else if (*key.type == typeid(int)) {
+        int v = t.toInt(&ok);
+        if (ok)
+            return v;
+        error = QString("'%1' is not an integer").arg(text);
+    } else if (*key.type == typeid(float)) {
+        float v = t.toFloat(&ok);
+        if (ok)
+            return v;
+        error = QString("'%1' is not a number").arg(text);
+    } else if (*key.type == typeid(std::vector<int>)) {
+        QString inner = t;
+        if (inner.startsWith('[') && inner.endsWith(']'))
+            inner = inner.mid(1, inner.size() - 2);
+        std::vector<int> list;
+        const QStringList parts = inner.split(',', Qt::KeepEmptyParts);
+        for (const QString& part : parts) {
+            if (part.trimmed().isEmpty() && parts.size() == 1)
+                break; // "" or "[]" is the empty list
+            int v = part.trimmed().toInt(&ok);
+            if (!ok) {
+                error = QString("'%1' is not a comma-separated list of integers").arg(text);
+                return boost::any();
+            }
+            list.push_back(v);
+        }
+        return list;
+    } else if (*key.type == typeid(QString)) {
+        return text;
+    }
+    return boost::any();
+}
+
+} // namespace kaPreferenceKeys

@@ -1,0 +1,138 @@
+#pragma once
+
+#include "OSGFieldContainer.h"
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace osg {
+
+class Image;
+using ImagePtr = RefPtr<Image>;
+
+// A picture in memory, laid out as OpenGL takes it: rows from the bottom up, channels
+// interleaved, one of the GL pixel formats and data types below. An image has mipmap levels,
+// frames and sides (cube maps); getData() without arguments is level 0 of frame 0, side 0.
+// Not synchronised: one thread changes an image at a time.
+class Image : public FieldContainer {
+public:
+    enum PixelFormat {
+        OSG_INVALID_PF = 0,
+        OSG_A_PF = 0x1906,    // GL_ALPHA
+        OSG_L_PF = 0x1909,    // GL_LUMINANCE
+        OSG_LA_PF = 0x190A,   // GL_LUMINANCE_ALPHA
+        OSG_RGB_PF = 0x1907,  // GL_RGB
+        OSG_RGBA_PF = 0x1908, // GL_RGBA
+        OSG_I_PF = 0x8049,    // GL_INTENSITY
+    };
+    enum Type {
+        OSG_INVALID_IMAGEDATATYPE = 0,
+        OSG_UINT8_IMAGEDATA = 0x1401,   // GL_UNSIGNED_BYTE
+        OSG_UINT16_IMAGEDATA = 0x1403,  // GL_UNSIGNED_SHORT
+        OSG_UINT32_IMAGEDATA = 0x1405,  // GL_UNSIGNED_INT
+        OSG_FLOAT32_IMAGEDATA = 0x1406, // GL_FLOAT
+        OSG_FLOAT16_IMAGEDATA = 0x140B, // GL_HALF_FLOAT
+    };
+    enum ResUnit { OSG_RESUNIT_INVALID = 0, OSG_RESUNIT_NONE = 1, OSG_RESUNIT_INCH = 2 };
+
+    static ImagePtr create();
+
+    // (Re)creates the storage. 'data', when given, is copied (it must hold getSize() bytes of
+    // the new layout); without it the pixels are zero when 'allocMemory', else the image has
+    // no storage. Returns false, leaving an empty image, for an unknown format or type, a
+    // negative size, or when the memory cannot be had.
+    bool set(uint32_t pixelFormat, int32_t width, int32_t height = 1, int32_t depth = 1,
+             int32_t mipmapCount = 1, int32_t frameCount = 1, double frameDelay = 0.0,
+             const uint8_t* data = nullptr, int32_t type = OSG_UINT8_IMAGEDATA,
+             bool allocMemory = true, int32_t sideCount = 1);
+
+    // Changes the pixel format, converting every pixel; into 'destination' when given (this
+    // image is then unchanged). Missing colour channels repeat the luminance, a missing alpha
+    // is opaque, luminance from colour uses Rec. 709 weights.
+    bool reformat(PixelFormat pixelFormat, const ImagePtr& destination = ImagePtr());
+    // Changes the data type, converting every value; 8- and 16-bit values map 0..max to 0..1,
+    // floats are clamped to 0..1 when they go to an integer type (rounded to nearest).
+    bool convertDataTypeTo(int32_t type);
+
+    // Copies a block of pixels in this image's format and type, rows bottom-up, into level 0
+    // of frame 0 at (offX, offY, offZ). The part outside the image is cut off.
+    bool setSubData(int32_t offX, int32_t offY, int32_t offZ, int32_t srcW, int32_t srcH,
+                    int32_t srcD, const uint8_t* data);
+    // Zeroes all pixels.
+    void clear(uint8_t value = 0);
+
+    uint8_t* getData(uint32_t mipmap = 0, uint32_t frame = 0, uint32_t side = 0);
+    const uint8_t* getData(uint32_t mipmap = 0, uint32_t frame = 0, uint32_t side = 0) const;
+    bool hasData() const { return !_pixel.empty(); }
+
+    uint32_t getPixelFormat() const { return _pixelFormat; }
+    int32_t getDataType() const { return _type; }
+    int32_t getWidth() const { return _width; }
+    int32_t getHeight() const { return _height; }
+    int32_t getDepth() const { return _depth; }
+    int32_t getMipMapCount() const { return _mipmapCount; }
+    int32_t getFrameCount() const { return _frameCount; }
+    int32_t getSideCount() const { return _sideCount; }
+    double getFrameDelay() const { return _frameDelay; }
+    // Channels per pixel and bytes per channel value.
+    int32_t getComponents() const { return componentsOf(_pixelFormat); }
+    int32_t getComponentSize() const { return componentSizeOf(_type); }
+    int32_t getBpp() const { return getComponents() * getComponentSize(); }
+    bool hasAlphaChannel() const;
+    bool isFloat() const {
+        return _type == OSG_FLOAT32_IMAGEDATA || _type == OSG_FLOAT16_IMAGEDATA;
+    }
+    // Bytes of all levels, frames and sides; of one level-0 frame; of one level-0 row.
+    size_t getSize() const { return _pixel.size(); }
+    size_t getFrameSize() const { return _frameSize; }
+    size_t getRowSize() const { return size_t(_width) * size_t(getBpp()); }
+
+    float getResX() const { return _resX; }
+    float getResY() const { return _resY; }
+    uint16_t getResUnit() const { return _resUnit; }
+    void setResX(float res) { _resX = res; }
+    void setResY(float res) { _resY = res; }
+    void setResUnit(uint16_t unit) { _resUnit = unit; }
+
+    // Named text (or binary) values that travel with the image into files: "Comment", the
+    // metadata packet, the colour profile.
+    void setAttachmentField(const std::string& key, const std::string& value);
+    // Null when absent.
+    const std::string* findAttachmentField(const std::string& key) const;
+    void removeAttachmentField(const std::string& key);
+    const std::map<std::string, std::string>& getAttachmentFields() const { return _attachments; }
+
+    // Writes the image with the file type chosen by the name's suffix.
+    bool write(const char* fileName);
+
+    // Channels and value size of a format or type; 0 when unknown.
+    static int32_t componentsOf(uint32_t pixelFormat);
+    static int32_t componentSizeOf(int32_t type);
+    static const char* pixelFormatName(uint32_t pixelFormat);
+    static const char* dataTypeName(int32_t type);
+
+    // A copy with its own storage, attachments and resolution.
+    ImagePtr clone() const;
+
+protected:
+    Image() = default;
+
+private:
+    size_t levelSize(int32_t level) const;
+    size_t mipmapOffset(int32_t level) const;
+
+    uint32_t _pixelFormat = OSG_INVALID_PF;
+    int32_t _type = OSG_UINT8_IMAGEDATA;
+    int32_t _width = 0, _height = 0, _depth = 0;
+    int32_t _mipmapCount = 0, _frameCount = 0, _sideCount = 0;
+    double _frameDelay = 0.0;
+    size_t _frameSize = 0; // all mipmap levels of one frame
+    std::vector<uint8_t> _pixel;
+    float _resX = 72.0f, _resY = 72.0f;
+    uint16_t _resUnit = OSG_RESUNIT_INCH;
+    std::map<std::string, std::string> _attachments;
+};
+
+} // namespace osg

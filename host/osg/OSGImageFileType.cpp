@@ -1,0 +1,40 @@
+#include "OSGImageFileType.h"
+
+#include "kaLog.h"
+
+namespace osg {
+
+ImageFileType::ImageFileType(std::string mimeType, std::list<std::string> suffixes, uint32_t flags)
+    : _mimeType(std::move(mimeType))
+    , _suffixes(std::move(suffixes))
+    , _flags(flags) {}
+
+// The defaults answer for formats that lack an operation.
+bool ImageFileType::read(ImagePtr&, const std::string& fileName) {
+    kaLog::error("ImageFileType: %s can't read '%s'.", _mimeType.c_str(), fileName.c_str());
+    return false;
+}
+
+bool ImageFileType::write(const ImagePtr&, const std::string& fileName) {
+    kaLog::error("ImageFileType: %s can't write '%s'.", _mimeType.c_str(), fileName.c_str());
+    return false;
+}
+
+bool ImageFileType::writeLayered(const ImagePtr&, const std::string& fileName,
+                                 std::vector<ImagePtr>, const std::string*) {
+    kaLog::error("ImageFileType: %s can't hold layers ('%s').", _mimeType.c_str(),
+                 fileName.c_str());
+    return false;
+}
+
+bool ImageFileType::store(const ImagePtr&, std::vector<uint8_t>&) {
+    kaLog::error("ImageFileType: %s can't be written to memory.", _mimeType.c_str());
+    return false;
+}
+
+bool ImageFileType::restore(ImagePtr&, const uint8_t*, size_t) {
+    kaLog::error("ImageFileType: %s can't be read from memory.", _mimeType.c_str());
+    return false;
+}
+
+} // namespace osg

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "OSGImage.h"
+
+#include <list>
+#include <string>
+#include <vector>
+
+namespace osg {
+
+// One image file format: its MIME type, its suffixes, what it supports, and how it reads and
+// writes. Instances live as long as the process and are used from several threads at once:
+// implementations keep no per-call state.
+//
+// Writes never leave a partial file behind: a file is written under a temporary name in the
+// target folder and renamed when complete. Failures are logged (kaLog::error) with the reason.
+class ImageFileType {
+public:
+    enum Flags : uint32_t {
+        OSG_NO_FLAGS = 0,
+        OSG_READ_SUPPORTED = 1,
+        OSG_WRITE_SUPPORTED = 2,
+        // Several named images (render passes) in one file.
+        OSG_LAYER_SUPPORTED = 4,
+    };
+
+    virtual ~ImageFileType() = default;
+
+    const std::string& getMimeType() const { return _mimeType; }
+    // Lower-case suffixes without dot, the preferred one first.
+    const std::list<std::string>& getSuffixList() const { return _suffixes; }
+    uint32_t getFlags() const { return _flags; }
+
+    virtual bool read(ImagePtr& image, const std::string& fileName);
+    virtual bool write(const ImagePtr& image, const std::string& fileName);
+    // One file holding 'image' and every non-null layer, layer i named layerNames[i]; all
+    // layers must have the image's width and height.
+    virtual bool writeLayered(const ImagePtr& image, const std::string& fileName,
+                              std::vector<ImagePtr> layers, const std::string* layerNames);
+    // The file's bytes in memory instead of a file.
+    virtual bool store(const ImagePtr& image, std::vector<uint8_t>& buffer);
+    virtual bool restore(ImagePtr& image, const uint8_t* data, size_t size);
+
+protected:
+    ImageFileType(std::string mimeType, std::list<std::string> suffixes, uint32_t flags);
+
+private:
+    std::string _mimeType;
+    std::list<std::string> _suffixes;
+    uint32_t _flags;
+};
+
+} // namespace osg

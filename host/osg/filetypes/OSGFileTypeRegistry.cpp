@@ -1,0 +1,56 @@
+#include "OSGFileTypeRegistry_p.h"
+
+#include "OSGJPGImageFileType.h"
+#include "OSGMTDImageFileType.h"
+#include "OSGOIIOImageFileType.h"
+
+#include <OpenImageIO/imageio.h>
+
+namespace osg {
+
+namespace {
+using T = Image::Type;
+constexpr int32_t U8 = T::OSG_UINT8_IMAGEDATA, U16 = T::OSG_UINT16_IMAGEDATA,
+                  U32 = T::OSG_UINT32_IMAGEDATA, F16 = T::OSG_FLOAT16_IMAGEDATA,
+                  F32 = T::OSG_FLOAT32_IMAGEDATA;
+constexpr uint32_t RW = ImageFileType::OSG_READ_SUPPORTED | ImageFileType::OSG_WRITE_SUPPORTED;
+constexpr uint32_t LAYERS = ImageFileType::OSG_LAYER_SUPPORTED;
+
+// The formats we offer, in the order users see them. A format is offered only when this
+// OpenImageIO build can write it.
+std::vector<OIIOFormatTraits> formatTable() {
+    return {
+        // name, MIME type, suffixes, flags, kept types, others become, alpha, gray
+        {"png", "image/png", {"png"}, RW, {U8, U16}, U16, true, true},
+        {"jpeg", "image/jpeg", {"jpg", "jpeg", "jpe", "jfif"}, RW, {U8}, U8, false, true},
+        {"tiff", "image/tiff", {"tif", "tiff"}, RW, {U8, U16, U32, F32}, F32, true, true},
+        {"openexr", "image/x-exr", {"exr"}, RW | LAYERS, {F16, F32, U32}, F16, true, true},
+        {"hdr", "image/vnd.radiance", {"hdr", "rgbe"}, RW, {F32}, F32, false, false},
+        {"bmp", "image/bmp", {"bmp"}, RW, {U8}, U8, true, false},
+        {"targa", "image/x-tga", {"tga"}, RW, {U8}, U8, true, true},
+        {"webp", "image/webp", {"webp"}, RW, {U8}, U8, true, false},
+        {"pnm", "image/x-portable-anymap", {"ppm", "pgm", "pnm"}, RW, {U8, U16}, U16, false, true},
+        {"sgi", "image/x-sgi", {"sgi", "rgb"}, RW, {U8, U16}, U16, true, true},
+        {"dpx", "image/x-dpx", {"dpx"}, RW, {U8, U16}, U16, true, true},
+        {"jpeg2000", "image/jp2", {"jp2", "j2k"}, RW, {U8, U16}, U16, true, true},
+        {"iff", "image/x-iff", {"iff"}, RW, {U8, U16}, U16, true, false},
+    };
+}
+} // namespace
+
+std::vector<std::unique_ptr<ImageFileType>> createImageFileTypes() {
+    std::vector<std::unique_ptr<ImageFileType>> types;
+    for (OIIOFormatTraits& traits : formatTable()) {
+        bool isJpeg = std::string(traits.oiioName) == "jpeg";
+        if (!isJpeg && !OIIO::ImageOutput::create(traits.oiioName))
+            continue;
+        if (isJpeg)
+            types.push_back(std::make_unique<JPGImageFileType>(std::move(traits)));
+        else
+            types.push_back(std::make_unique<OIIOImageFileType>(std::move(traits)));
+    }
+    types.push_back(std::make_unique<MTDImageFileType>());
+    return types;
+}
+
+} // namespace osg

@@ -1,0 +1,297 @@
+#include "OSGOIIOImageFileType.h"
+
+#include "OSGOIIOImageFileType_p.h"
+
+#include "kaLog.h"
+
+#include <OpenImageIO/filesystem.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <unistd.h>
+
+namespace osg {
+
+namespace oiio {
+
+OIIO::TypeDesc typeDescOf(int32_t type) {
+    switch (type) {
+    case Image::OSG_UINT8_IMAGEDATA:
+        return OIIO::TypeDesc::UINT8;
+    case Image::OSG_UINT16_IMAGEDATA:
+        return OIIO::TypeDesc::UINT16;
+    case Image::OSG_UINT32_IMAGEDATA:
+        return OIIO::TypeDesc::UINT32;
+    case Image::OSG_FLOAT16_IMAGEDATA:
+        return OIIO::TypeDesc::HALF;
+    case Image::OSG_FLOAT32_IMAGEDATA:
+        return OIIO::TypeDesc::FLOAT;
+    }
+    return OIIO::TypeDesc::UNKNOWN;
+}
+
+void addImageAttributes(const Image& image, OIIO::ImageSpec& spec) {
+    if (image.getResUnit() == Image::OSG_RESUNIT_INCH) {
+        spec.attribute("XResolution", image.getResX());
+        spec.attribute("YResolution", image.getResY());
+        spec.attribute("ResolutionUnit", "in");
+    }
+    if (const std::string* comment = image.findAttachmentField("Comment"))
+        spec.attribute("ImageDescription", *comment);
+}
+
+bool writeAtomically(const std::string& fileName,
+                     const std::function<bool(const std::string&, std::string&)>& writeTo,
+                     std::string& error) {
+    static std::atomic<unsigned> counter{0};
+    std::string folder = OIIO::Filesystem::parent_path(fileName);
+    std::string temp = (folder.empty() ? std::string() : folder + "/") + "." +
+                       OIIO::Filesystem::filename(fileName) + ".part-" +
+                       std::to_string(getpid()) + "-" + std::to_string(counter++);
+    bool ok = writeTo(temp, error);
+    if (ok && std::rename(temp.c_str(), fileName.c_str()) != 0) {
+        error = "can't rename the finished file into place";
+        ok = false;
+    }
+    if (!ok)
+        std::remove(temp.c_str());
+    return ok;
+}
+
+} // namespace oiio
+
+namespace {
+
+// The image as the format can take it: a converted copy when the format lacks its data type
+// or its channel layout, else the image itself.
+ImagePtr prepareForFormat(const ImagePtr& image, const OIIOFormatTraits& traits) {
+    ImagePtr prepared = image;
+    const auto& kept = traits.keptTypes;
+    if (std::find(kept.begin(), kept.end(), image->getDataType()) == kept.end()) {
+        prepared = image->clone();
+        if (!prepared || !prepared->convertDataTypeTo(traits.otherTypesBecome))
+            return ImagePtr();
+    }
+    uint32_t format = prepared->getPixelFormat();
+    uint32_t wanted = format;
+    if (!traits.keepsGray && prepared->getComponents() < 3)
+        wanted = prepared->hasAlphaChannel() && traits.keepsAlpha ? Image::OSG_RGBA_PF
+                                                                   : Image::OSG_RGB_PF;
+    if (!traits.keepsAlpha && prepared->hasAlphaChannel())
+        wanted = (wanted == Image::OSG_RGBA_PF || wanted == Image::OSG_RGB_PF)
+                     ? Image::OSG_RGB_PF
+                     : Image::OSG_L_PF;
+    if (wanted != format) {
+        ImagePtr reformatted = Image::create();
+        if (!prepared->reformat(Image::PixelFormat(wanted), reformatted))
+            return ImagePtr();
+        prepared = reformatted;
+    }
+    return prepared;
+}
+
+OIIO::ImageSpec specFor(const Image& image) {
+    OIIO::ImageSpec spec(image.getWidth(), image.getHeight(), image.getComponents(),
+                         oiio::typeDescOf(image.getDataType()));
+    switch (image.getPixelFormat()) {
+    case Image::OSG_A_PF:
+        spec.channelnames = {"A"};
+        spec.alpha_channel = 0;
+        break;
+    case Image::OSG_L_PF:
+    case Image::OSG_I_PF:
+        spec.channelnames = {"Y"};
+        break;
+    case Image::OSG_LA_PF:
+        spec.channelnames = {"Y", "A"};
+        spec.alpha_channel = 1;
+        break;
+    default:
+        break; // OpenImageIO's R, G, B (, A) are right
+    }
+    oiio::addImageAttributes(image, spec);
+    return spec;
+}
+
+// Images are stored bottom-up, files top-down: write from the last row with a negative stride.
+bool writePixels(OIIO::ImageOutput& out, const Image& image) {
+    const OIIO::stride_t row = OIIO::stride_t(image.getRowSize());
+    const uint8_t* last = image.getData() + (image.getHeight() - 1) * row;
+    return out.write_image(oiio::typeDescOf(image.getDataType()), last, OIIO::AutoStride, -row);
+}
+
+Image::PixelFormat pixelFormatFor(const OIIO::ImageSpec& spec) {
+    switch (spec.nchannels) {
+    case 1:
+        return spec.alpha_channel == 0 ? Image::OSG_A_PF : Image::OSG_L_PF;
+    case 2:
+        return Image::OSG_LA_PF;
+    case 3:
+        return Image::OSG_RGB_PF;
+    default:
+        return Image::OSG_RGBA_PF;
+    }
+}
+
+int32_t dataTypeFor(const OIIO::TypeDesc& format) {
+    if (format == OIIO::TypeDesc::UINT8)
+        return Image::OSG_UINT8_IMAGEDATA;
+    if (format == OIIO::TypeDesc::UINT16)
+        return Image::OSG_UINT16_IMAGEDATA;
+    if (format == OIIO::TypeDesc::HALF)
+        return Image::OSG_FLOAT16_IMAGEDATA;
+    if (format == OIIO::TypeDesc::UINT32)
+        return Image::OSG_UINT32_IMAGEDATA;
+    return Image::OSG_FLOAT32_IMAGEDATA;
+}
+
+bool readFrom(OIIO::ImageInput& in, ImagePtr& image, std::string& error) {
+    const OIIO::ImageSpec& spec = in.spec();
+    Image::PixelFormat format = pixelFormatFor(spec);
+    int32_t type = dataTypeFor(spec.format);
+    if (!image->set(format, spec.width, spec.height, 1, 1, 1, 0.0, nullptr, type)) {
+        error = "not enough memory";
+        return false;
+    }
+    const int channels = Image::componentsOf(format);
+    const OIIO::stride_t row = OIIO::stride_t(image->getRowSize());
+    uint8_t* last = image->getData() + (spec.height - 1) * row;
+    if (!in.read_image(0, 0, 0, channels, oiio::typeDescOf(type), last, OIIO::AutoStride, -row)) {
+        error = in.geterror();
+        return false;
+    }
+    std::string unit = spec.get_string_attribute("ResolutionUnit");
+    if (unit == "in" || unit == "inch" || unit == "cm") {
+        float scale = unit == "cm" ? 2.54f : 1.0f;
+        image->setResX(spec.get_float_attribute("XResolution", 72.0f) * scale);
+        image->setResY(spec.get_float_attribute("YResolution", 72.0f) * scale);
+        image->setResUnit(Image::OSG_RESUNIT_INCH);
+    } else {
+        image->setResUnit(Image::OSG_RESUNIT_NONE);
+    }
+    std::string description = spec.get_string_attribute("ImageDescription");
+    if (!description.empty())
+        image->setAttachmentField("Comment", description);
+    return true;
+}
+
+} // namespace
+
+OIIOImageFileType::OIIOImageFileType(OIIOFormatTraits traits)
+    : ImageFileType(traits.mimeType, traits.suffixes, traits.flags)
+    , _traits(std::move(traits)) {}
+
+struct OIIOWriteJob {
+    // Opens 'name' (a file, or any name when 'proxy' is given) and writes the prepared image.
+    static bool run(const OIIOImageFileType& type, const Image& image, const std::string& name,
+                    OIIO::Filesystem::IOProxy* proxy, std::string& error) {
+        auto out = OIIO::ImageOutput::create(type._traits.oiioName);
+        if (!out) {
+            error = OIIO::geterror();
+            return false;
+        }
+        OIIO::ImageSpec spec = specFor(image);
+        int quality = type.compressionQuality();
+        if (quality >= 0) {
+            spec.attribute("Compression", "jpeg:" + std::to_string(quality));
+            spec.attribute("CompressionQuality", quality);
+        }
+        if (proxy && !out->set_ioproxy(proxy)) {
+            error = "the format can't be written to memory";
+            return false;
+        }
+        bool ok = out->open(name, spec) && writePixels(*out, image);
+        ok = out->close() && ok;
+        if (!ok)
+            error = out->geterror();
+        return ok;
+    }
+};
+
+bool OIIOImageFileType::write(const ImagePtr& image, const std::string& fileName) {
+    std::string error;
+    bool ok = false;
+    try {
+        ImagePtr prepared = image && image->getData() ? prepareForFormat(image, _traits) : ImagePtr();
+        if (!prepared) {
+            error = image && image->getData() ? "can't convert the image for this format"
+                                              : "the image holds no pixels";
+        } else {
+            ok = oiio::writeAtomically(
+                fileName,
+                [&](const std::string& temp, std::string& why) {
+                    return OIIOWriteJob::run(*this, *prepared, temp, nullptr, why);
+                },
+                error);
+        }
+    } catch (const std::exception& e) {
+        error = e.what();
+        ok = false;
+    }
+    if (!ok)
+        kaLog::error("ImageFileType: Couldn't write '%s' as %s: %s", fileName.c_str(),
+                     getMimeType().c_str(), error.c_str());
+    return ok;
+}
+
+bool OIIOImageFileType::store(const ImagePtr& image, std::vector<uint8_t>& buffer) {
+    std::string error;
+    bool ok = false;
+    try {
+        ImagePtr prepared = image && image->getData() ? prepareForFormat(image, _traits) : ImagePtr();
+        if (!prepared) {
+            error = "the image holds no pixels or can't be converted";
+        } else {
+            buffer.clear();
+            OIIO::Filesystem::IOVecOutput proxy(buffer);
+            ok = OIIOWriteJob::run(*this, *prepared, "memory." + getSuffixList().front(), &proxy,
+                                   error);
+        }
+    } catch (const std::exception& e) {
+        error = e.what();
+    }
+    if (!ok)
+        kaLog::error("ImageFileType: Couldn't encode an image as %s: %s", getMimeType().c_str(),
+                     error.c_str());
+    return ok;
+}
+
+bool OIIOImageFileType::read(ImagePtr& image, const std::string& fileName) {
+    std::string error;
+    bool ok = false;
+    try {
+        auto in = OIIO::ImageInput::open(fileName);
+        if (!in)
+            error = OIIO::geterror();
+        else
+            ok = readFrom(*in, image, error);
+    } catch (const std::exception& e) {
+        error = e.what();
+    }
+    if (!ok)
+        kaLog::error("ImageFileType: Couldn't read '%s': %s", fileName.c_str(), error.c_str());
+    return ok;
+}
+
+bool OIIOImageFileType::restore(ImagePtr& image, const uint8_t* data, size_t size) {
+    std::string error;
+    bool ok = false;
+    try {
+        OIIO::Filesystem::IOMemReader proxy(data, size);
+        OIIO::ImageSpec config;
+        auto in = OIIO::ImageInput::open("memory." + getSuffixList().front(), &config, &proxy);
+        if (!in)
+            error = OIIO::geterror();
+        else
+            ok = readFrom(*in, image, error);
+    } catch (const std::exception& e) {
+        error = e.what();
+    }
+    if (!ok)
+        kaLog::error("ImageFileType: Couldn't decode %s data: %s", getMimeType().c_str(),
+                     error.c_str());
+    return ok;
+}
+
+} // namespace osg
