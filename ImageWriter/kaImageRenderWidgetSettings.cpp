@@ -12,15 +12,21 @@ bool kaImageRenderWidget::_allAborted = false;
 std::vector<bool> kaImageRenderWidget::_activePasses;
 int kaImageRenderWidget::_nrOfQueuedRenderJobs = 0;
 
-void kaImageRenderWidget::setPowerwall(bool powerwall) { _powerwall = powerwall; }
-bool kaImageRenderWidget::getPowerwall() { return _powerwall; }
+void kaImageRenderWidget::setPowerwall(bool powerwall) {
+    _powerwall = powerwall;
+}
+bool kaImageRenderWidget::getPowerwall() {
+    return _powerwall;
+}
 
 void kaImageRenderWidget::setAlpha(bool alpha) {
     _alpha = alpha;
     // The alpha switch decides the format: a format set before is replaced.
     _pixel_format = alpha ? osg::Image::OSG_RGBA_PF : osg::Image::OSG_RGB_PF;
 }
-bool kaImageRenderWidget::getAlpha() { return _alpha; }
+bool kaImageRenderWidget::getAlpha() {
+    return _alpha;
+}
 
 void kaImageRenderWidget::setAlphaColor(float r, float g, float b) {
     _alpha_color[0] = r;
@@ -36,19 +42,31 @@ void kaImageRenderWidget::getAlphaColor(float& r, float& g, float& b) {
 void kaImageRenderWidget::setPixelFormat(osg::Image::PixelFormat pixelFormat) {
     _pixel_format = pixelFormat;
 }
-osg::Image::PixelFormat kaImageRenderWidget::getPixelFormat() { return _pixel_format; }
+osg::Image::PixelFormat kaImageRenderWidget::getPixelFormat() {
+    return _pixel_format;
+}
 
-void kaImageRenderWidget::setDataType(osg::Image::Type dataType) { _data_type = dataType; }
-osg::Image::Type kaImageRenderWidget::getDataType() { return _data_type; }
+void kaImageRenderWidget::setDataType(osg::Image::Type dataType) {
+    _data_type = dataType;
+}
+osg::Image::Type kaImageRenderWidget::getDataType() {
+    return _data_type;
+}
 
 void kaImageRenderWidget::setActiveRenderPasses(const std::vector<bool>& passes) {
     if (&passes != &_activePasses)
         _activePasses = passes;
 }
-const std::vector<bool>& kaImageRenderWidget::getActiveRenderPasses() { return _activePasses; }
+const std::vector<bool>& kaImageRenderWidget::getActiveRenderPasses() {
+    return _activePasses;
+}
 
-int kaImageRenderWidget::getNrOfQueuedRenderJobs() { return _nrOfQueuedRenderJobs; }
-void kaImageRenderWidget::setNrOfQueuedRenderJobs(int jobs) { _nrOfQueuedRenderJobs = jobs; }
+int kaImageRenderWidget::getNrOfQueuedRenderJobs() {
+    return _nrOfQueuedRenderJobs;
+}
+void kaImageRenderWidget::setNrOfQueuedRenderJobs(int jobs) {
+    _nrOfQueuedRenderJobs = jobs;
+}
 
 bool kaImageRenderWidget::wasCanceled() {
     bool canceled = _cancel;
@@ -67,6 +85,10 @@ void kaImageRenderWidget::resetAbortAndCancelFlag() {
     _allAborted = false;
 }
 
-void kaImageRenderWidget::abortAllRenderings() { _allAborted = true; }
+void kaImageRenderWidget::abortAllRenderings() {
+    _allAborted = true;
+}
 
-void kaImageRenderWidget::processEvents() { QCoreApplication::processEvents(); }
+void kaImageRenderWidget::processEvents() {
+    QCoreApplication::processEvents();
+}

@@ -55,13 +55,21 @@ void kaImageWriter::resetExportSettings() {
     getFromMessage(prefs, "ImageExport multi layer exr", _exportMultiLayer);
 }
 
-void kaImageWriter::setNoProgress(bool noProgress) { _noProgress = noProgress; }
-void kaImageWriter::setNoShowImage(bool noShowImage) { _noShowImage = noShowImage; }
+void kaImageWriter::setNoProgress(bool noProgress) {
+    _noProgress = noProgress;
+}
+void kaImageWriter::setNoShowImage(bool noShowImage) {
+    _noShowImage = noShowImage;
+}
 void kaImageWriter::setNoOverwriteMessage(bool noOverwriteMessage) {
     _noOverwriteMessage = noOverwriteMessage;
 }
-bool kaImageWriter::wasExportCanceled() const { return _exportCanceled; }
-void kaImageWriter::setICCProfile(int colorSpace) { _iccProfile = colorSpace; }
+bool kaImageWriter::wasExportCanceled() const {
+    return _exportCanceled;
+}
+void kaImageWriter::setICCProfile(int colorSpace) {
+    _iccProfile = colorSpace;
+}
 
 void kaImageWriter::setAlphaColor(float r, float g, float b) {
     _alphaColor[0] = r;
@@ -81,22 +89,42 @@ void kaImageWriter::setMetaDataFlags(int flags) {
         _metaData->reset(true);
 }
 
-void kaImageWriter::setExportTiffHDR(bool tiffHDR) { _exportTiffHDR = tiffHDR; }
-bool kaImageWriter::getExportTiffHDR() const { return _exportTiffHDR; }
-void kaImageWriter::setExportExrHalf(bool exrHalf) { _exportExrHalf = exrHalf; }
-bool kaImageWriter::getExportExrHalf(bool) const { return _exportExrHalf; }
-void kaImageWriter::setExportMultiLayer(bool multiLayer) { _exportMultiLayer = multiLayer; }
-bool kaImageWriter::getExportMultiLayer() const { return _exportMultiLayer; }
+void kaImageWriter::setExportTiffHDR(bool tiffHDR) {
+    _exportTiffHDR = tiffHDR;
+}
+bool kaImageWriter::getExportTiffHDR() const {
+    return _exportTiffHDR;
+}
+void kaImageWriter::setExportExrHalf(bool exrHalf) {
+    _exportExrHalf = exrHalf;
+}
+bool kaImageWriter::getExportExrHalf(bool) const {
+    return _exportExrHalf;
+}
+void kaImageWriter::setExportMultiLayer(bool multiLayer) {
+    _exportMultiLayer = multiLayer;
+}
+bool kaImageWriter::getExportMultiLayer() const {
+    return _exportMultiLayer;
+}
 
 bool kaImageWriter::allowPassConversionTo16Bit(size_t pass) const {
     return !((pass >= 33 && pass <= 39) || pass == 42);
 }
 
-const std::set<std::string>& kaImageWriter::getFormatsOpenSG() const { return _formatsOpenSG; }
-const std::set<std::string>& kaImageWriter::getFormatsQt() const { return _formatsQt; }
+const std::set<std::string>& kaImageWriter::getFormatsOpenSG() const {
+    return _formatsOpenSG;
+}
+const std::set<std::string>& kaImageWriter::getFormatsQt() const {
+    return _formatsQt;
+}
 
-kaImageMetaData* kaImageWriter::getMetaData() const { return _metaData.get(); }
-exImageViewer* kaImageWriter::getImageViewer() const { return _imageViewer.get(); }
+kaImageMetaData* kaImageWriter::getMetaData() const {
+    return _metaData.get();
+}
+exImageViewer* kaImageWriter::getImageViewer() const {
+    return _imageViewer.get();
+}
 
 bool kaImageWriter::isStreamOutput() {
     return static_cast<bool>(kaImageOutStream::getImageWriteFunction());

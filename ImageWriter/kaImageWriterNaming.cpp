@@ -16,7 +16,7 @@
 namespace {
 const char* const kTwoViews[] = {"-left", "-right"};
 const char* const kFiveViews[] = {"-left2", "-left1", "-middle", "-right1", "-right2"};
-const char* const kNineViews[] = {"-left4", "-left3",  "-left2",  "-left1", "-middle",
+const char* const kNineViews[] = {"-left4",  "-left3",  "-left2",  "-left1", "-middle",
                                   "-right1", "-right2", "-right3", "-right4"};
 
 template <size_t N>

@@ -38,4 +38,6 @@ void kaImageWriter::setFrameProgress(double fraction) {
     kaController::setImageRenderProgress(clampProgress(p));
 }
 
-double kaImageWriter::getLastRenderTime() { return s_lastRenderTime; }
+double kaImageWriter::getLastRenderTime() {
+    return s_lastRenderTime;
+}

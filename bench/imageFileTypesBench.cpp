@@ -31,7 +31,8 @@ osg::ImagePtr makeImage(int32_t type, int size) {
 }
 
 OIIO::TypeDesc oiioType(int32_t type) {
-    return type == osg::Image::OSG_FLOAT32_IMAGEDATA ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8;
+    return type == osg::Image::OSG_FLOAT32_IMAGEDATA ? OIIO::TypeDesc::FLOAT
+                                                     : OIIO::TypeDesc::UINT8;
 }
 
 double writeDirect(const osg::ImagePtr& image, const std::string& name) {

@@ -40,8 +40,8 @@ void printUsage(std::ostream& out) {
             << command.summary << "\n";
     out << "\nPreferences (--set):\n";
     for (const kaPreferenceKeys::Key& key : kaPreferenceKeys::all())
-        out << "  \"" << key.name << "\" (" << kaMessage::typeName(*key.type) << "): "
-            << key.description << "\n";
+        out << "  \"" << key.name << "\" (" << kaMessage::typeName(*key.type)
+            << "): " << key.description << "\n";
 }
 
 } // namespace

@@ -35,7 +35,8 @@ bool parsePassList(const QString& text, std::vector<unsigned int>& passes, QStri
     }
     for (const QString& name : text.split(',', Qt::SkipEmptyParts)) {
         unsigned int index = 0;
-        while (index < kaRenderPassCount && kaRenderPassNames[index] != name.trimmed().toStdString())
+        while (index < kaRenderPassCount &&
+               kaRenderPassNames[index] != name.trimmed().toStdString())
             ++index;
         if (index == kaRenderPassCount) {
             QStringList known;

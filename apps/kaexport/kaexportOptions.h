@@ -11,7 +11,8 @@ namespace kaexport {
 // Errors are kept as text for the usage message.
 class OptionReader {
 public:
-    explicit OptionReader(const QStringList& args) : _args(args) {}
+    explicit OptionReader(const QStringList& args)
+        : _args(args) {}
 
     bool atEnd() const { return _index >= _args.size(); }
     // The next argument, consumed.

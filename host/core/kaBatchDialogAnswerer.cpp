@@ -3,11 +3,11 @@
 #include "kaLog.h"
 
 #include <QAbstractButton>
-#include <QPushButton>
 #include <QApplication>
 #include <QEvent>
 #include <QMessageBox>
 #include <QPointer>
+#include <QPushButton>
 
 namespace {
 QPointer<kaBatchDialogAnswerer> g_answerer;

@@ -32,7 +32,9 @@ void kaController::setImageRenderProgress(double progress) {
         listener(progress);
 }
 
-double kaController::getImageRenderProgress() { return g_progress; }
+double kaController::getImageRenderProgress() {
+    return g_progress;
+}
 
 int kaController::addProgressListener(ProgressListener listener) {
     std::lock_guard<std::mutex> lock(g_progressMutex);
@@ -46,18 +48,28 @@ void kaController::removeProgressListener(int id) {
     progressListeners().erase(id);
 }
 
-bool kaController::isNoGUI() { return g_noGUI; }
+bool kaController::isNoGUI() {
+    return g_noGUI;
+}
 
 void kaController::setNoGUI(bool noGUI) {
     g_noGUI = noGUI;
     kaBatchDialogAnswerer::setInstalled(noGUI);
 }
 
-bool kaController::getBatchOverwrite() { return g_batchOverwrite; }
-void kaController::setBatchOverwrite(bool overwrite) { g_batchOverwrite = overwrite; }
+bool kaController::getBatchOverwrite() {
+    return g_batchOverwrite;
+}
+void kaController::setBatchOverwrite(bool overwrite) {
+    g_batchOverwrite = overwrite;
+}
 
-QWidget* kaController::getMainWindow() { return g_mainWindow.data(); }
-void kaController::setMainWindow(QWidget* window) { g_mainWindow = window; }
+QWidget* kaController::getMainWindow() {
+    return g_mainWindow.data();
+}
+void kaController::setMainWindow(QWidget* window) {
+    g_mainWindow = window;
+}
 
 bool kaController::playSoundOnExport() {
     boost::any value = kaPreferences::getData().get("Play Sound On Export");

@@ -115,7 +115,9 @@ QString kaFile::getFilePath(const QString& name) {
     return name.left(slash);
 }
 
-QString kaFile::getFileName(const QString& name) { return name.mid(name.lastIndexOf('/') + 1); }
+QString kaFile::getFileName(const QString& name) {
+    return name.mid(name.lastIndexOf('/') + 1);
+}
 
 QString kaFile::getBaseName(const QString& name) {
     QString file = getFileName(name);
@@ -129,7 +131,9 @@ bool kaFile::createPath(const QString& path) {
     return QDir().mkpath(path) && QFileInfo(path).isDir();
 }
 
-bool kaFile::exists(const QString& name) { return !name.isEmpty() && QFileInfo::exists(name); }
+bool kaFile::exists(const QString& name) {
+    return !name.isEmpty() && QFileInfo::exists(name);
+}
 
 bool kaFile::checkWrite(const QString& name, bool ask, bool report) {
     auto refuse = [&](const char* format, const QString& what) {

@@ -63,9 +63,15 @@ void kaLog::write(Level level, const std::string& text) {
     va_end(args);                                                                                  \
     write(level, text)
 
-void kaLog::info(const char* fmt, ...) { KA_LOG_FORMAT_AND_WRITE(Info); }
-void kaLog::warning(const char* fmt, ...) { KA_LOG_FORMAT_AND_WRITE(Warning); }
-void kaLog::error(const char* fmt, ...) { KA_LOG_FORMAT_AND_WRITE(Error); }
+void kaLog::info(const char* fmt, ...) {
+    KA_LOG_FORMAT_AND_WRITE(Info);
+}
+void kaLog::warning(const char* fmt, ...) {
+    KA_LOG_FORMAT_AND_WRITE(Warning);
+}
+void kaLog::error(const char* fmt, ...) {
+    KA_LOG_FORMAT_AND_WRITE(Error);
+}
 
 int kaLog::addSink(Sink sink) {
     std::lock_guard<std::mutex> lock(logMutex());
@@ -79,4 +85,6 @@ void kaLog::removeSink(int id) {
     sinks().erase(id);
 }
 
-void kaLog::setStandardErrorEnabled(bool enabled) { g_stderrEnabled = enabled; }
+void kaLog::setStandardErrorEnabled(bool enabled) {
+    g_stderrEnabled = enabled;
+}

@@ -13,13 +13,25 @@ boost::any kaMessage::get(const std::string& key) const {
     return it == _values.end() ? boost::any() : it->second;
 }
 
-bool kaMessage::has(const std::string& key) const { return _values.count(key) != 0; }
+bool kaMessage::has(const std::string& key) const {
+    return _values.count(key) != 0;
+}
 
-void kaMessage::set(const std::string& key, bool value) { _values[key] = value; }
-void kaMessage::set(const std::string& key, int value) { _values[key] = value; }
-void kaMessage::set(const std::string& key, float value) { _values[key] = value; }
-void kaMessage::set(const std::string& key, const std::vector<int>& value) { _values[key] = value; }
-void kaMessage::set(const std::string& key, const QString& value) { _values[key] = value; }
+void kaMessage::set(const std::string& key, bool value) {
+    _values[key] = value;
+}
+void kaMessage::set(const std::string& key, int value) {
+    _values[key] = value;
+}
+void kaMessage::set(const std::string& key, float value) {
+    _values[key] = value;
+}
+void kaMessage::set(const std::string& key, const std::vector<int>& value) {
+    _values[key] = value;
+}
+void kaMessage::set(const std::string& key, const QString& value) {
+    _values[key] = value;
+}
 
 bool kaMessage::setAny(const std::string& key, const boost::any& value) {
     if (value.empty() || !isStorableType(value.type()))
@@ -28,7 +40,9 @@ bool kaMessage::setAny(const std::string& key, const boost::any& value) {
     return true;
 }
 
-bool kaMessage::remove(const std::string& key) { return _values.erase(key) != 0; }
+bool kaMessage::remove(const std::string& key) {
+    return _values.erase(key) != 0;
+}
 
 bool kaMessage::isStorableType(const std::type_info& type) {
     return type == typeid(bool) || type == typeid(int) || type == typeid(float) ||
@@ -54,7 +68,9 @@ std::string kaMessage::typeName(const std::type_info& type) {
     return status == 0 && demangled ? demangled.get() : type.name();
 }
 
-std::string kaMessage::typeName(const boost::any& value) { return typeName(value.type()); }
+std::string kaMessage::typeName(const boost::any& value) {
+    return typeName(value.type());
+}
 
 namespace {
 // backtrace_symbols gives "binary(mangled+0x12) [0xaddr]"; show the demangled function.

@@ -6,7 +6,9 @@
 #include <QGuiApplication>
 #include <QScreen>
 
-QString kaPlatform::getAppVersionName() { return QStringLiteral("KALO " KA_APP_VERSION); }
+QString kaPlatform::getAppVersionName() {
+    return QStringLiteral("KALO " KA_APP_VERSION);
+}
 
 float kaPlatform::getDpiScaleX() {
     auto* app = qobject_cast<QGuiApplication*>(QCoreApplication::instance());

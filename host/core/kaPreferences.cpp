@@ -111,20 +111,27 @@ void report(QString* out, const QString& text) {
 
 } // namespace
 
-kaMessage& kaPreferences::getData() { return store().data; }
+kaMessage& kaPreferences::getData() {
+    return store().data;
+}
 
-void kaPreferences::resetToDefaults() { store().data = kaPreferenceKeys::defaults(); }
+void kaPreferences::resetToDefaults() {
+    store().data = kaPreferenceKeys::defaults();
+}
 
-QString kaPreferences::getPath() { return store().path; }
+QString kaPreferences::getPath() {
+    return store().path;
+}
 
 bool kaPreferences::load(const QString& path, QString* error) {
     Store& s = store();
     s.path = path;
     s.data = kaPreferenceKeys::defaults();
     auto fail = [&](const QString& why) {
-        QString text = QString("Couldn't read preferences '%1': %2. Using the defaults; the file is "
-                               "kept as it is.")
-                           .arg(path, why);
+        QString text =
+            QString("Couldn't read preferences '%1': %2. Using the defaults; the file is "
+                    "kept as it is.")
+                .arg(path, why);
         kaLog::error("kaPreferences: %s", text.toUtf8().constData());
         s.unreadablePath = QFileInfo(path).absoluteFilePath();
         report(error, text);
@@ -137,7 +144,8 @@ bool kaPreferences::load(const QString& path, QString* error) {
     QJsonParseError parseError;
     QJsonDocument doc = QJsonDocument::fromJson(file.readAll(), &parseError);
     if (parseError.error != QJsonParseError::NoError)
-        return fail(QString("%1 at offset %2").arg(parseError.errorString()).arg(parseError.offset));
+        return fail(
+            QString("%1 at offset %2").arg(parseError.errorString()).arg(parseError.offset));
     if (!doc.isObject() || !doc.object().value("values").isObject())
         return fail("no \"values\" object at the top level");
 

@@ -18,9 +18,12 @@ std::unordered_map<uint32_t, FieldContainer*>& registry() {
 uint32_t g_nextId = 1;
 } // namespace
 
-FieldContainer::FieldContainer() : _id(FieldContainerFactory::the().registerContainer(this)) {}
+FieldContainer::FieldContainer()
+    : _id(FieldContainerFactory::the().registerContainer(this)) {}
 
-FieldContainer::~FieldContainer() { FieldContainerFactory::the().unregisterContainer(_id); }
+FieldContainer::~FieldContainer() {
+    FieldContainerFactory::the().unregisterContainer(_id);
+}
 
 void FieldContainer::subRef() const {
     if (_refCount.fetch_sub(1, std::memory_order_acq_rel) == 1)

@@ -10,7 +10,9 @@
 
 namespace osg {
 
-ImagePtr Image::create() { return ImagePtr(new Image()); }
+ImagePtr Image::create() {
+    return ImagePtr(new Image());
+}
 
 int32_t Image::componentsOf(uint32_t pixelFormat) {
     switch (pixelFormat) {
@@ -180,7 +182,9 @@ bool Image::setSubData(int32_t offX, int32_t offY, int32_t offZ, int32_t srcW, i
     return true;
 }
 
-void Image::clear(uint8_t value) { std::fill(_pixel.begin(), _pixel.end(), value); }
+void Image::clear(uint8_t value) {
+    std::fill(_pixel.begin(), _pixel.end(), value);
+}
 
 void Image::setAttachmentField(const std::string& key, const std::string& value) {
     _attachments[key] = value;
@@ -191,7 +195,9 @@ const std::string* Image::findAttachmentField(const std::string& key) const {
     return it == _attachments.end() ? nullptr : &it->second;
 }
 
-void Image::removeAttachmentField(const std::string& key) { _attachments.erase(key); }
+void Image::removeAttachmentField(const std::string& key) {
+    _attachments.erase(key);
+}
 
 bool Image::write(const char* fileName) {
     return ImageFileHandler::the().write(ImagePtr(this), fileName);

@@ -79,7 +79,9 @@ Rgba toRgba(const float* c, uint32_t format) {
     return {0.0f, 0.0f, 0.0f, 1.0f};
 }
 
-float luminance(const Rgba& p) { return 0.2126f * p.r + 0.7152f * p.g + 0.0722f * p.b; }
+float luminance(const Rgba& p) {
+    return 0.2126f * p.r + 0.7152f * p.g + 0.0722f * p.b;
+}
 
 void fromRgba(const Rgba& p, uint32_t format, float* c) {
     switch (format) {
@@ -166,7 +168,8 @@ bool Image::convertDataTypeTo(int32_t type) {
         return false;
     }
     for (size_t i = 0; i < values; ++i)
-        writeValue(converted.data() + i * newSize, type, readValue(_pixel.data() + i * oldSize, _type));
+        writeValue(converted.data() + i * newSize, type,
+                   readValue(_pixel.data() + i * oldSize, _type));
     _pixel.swap(converted);
     _type = type;
     _frameSize = mipmapOffset(_mipmapCount);

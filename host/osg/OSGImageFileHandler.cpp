@@ -35,7 +35,8 @@ ImageFileHandler& ImageFileHandler::the() {
     return handler;
 }
 
-ImageFileHandler::ImageFileHandler() : _types(createImageFileTypes()) {
+ImageFileHandler::ImageFileHandler()
+    : _types(createImageFileTypes()) {
     for (auto& type : _types)
         _typeList.push_back(type.get());
 }
@@ -75,7 +76,8 @@ ImageFileType* ImageFileHandler::getFileType(const char* mimeType, const char* f
 
 bool ImageFileHandler::write(const ImagePtr& image, const char* fileName, const char* mimeType) {
     if (!image || !fileName || !*fileName) {
-        kaLog::error("ImageFileHandler: Nothing to write (%s).", !image ? "no image" : "no file name");
+        kaLog::error("ImageFileHandler: Nothing to write (%s).",
+                     !image ? "no image" : "no file name");
         return false;
     }
     ImageFileType* type = getFileType(mimeType, fileName);

@@ -13,11 +13,19 @@ class RefPtr {
 public:
     RefPtr() = default;
     RefPtr(std::nullptr_t) {}
-    explicit RefPtr(T* object) : _object(object) { acquire(); }
-    RefPtr(const RefPtr& other) : _object(other._object) { acquire(); }
-    RefPtr(RefPtr&& other) noexcept : _object(std::exchange(other._object, nullptr)) {}
+    explicit RefPtr(T* object)
+        : _object(object) {
+        acquire();
+    }
+    RefPtr(const RefPtr& other)
+        : _object(other._object) {
+        acquire();
+    }
+    RefPtr(RefPtr&& other) noexcept
+        : _object(std::exchange(other._object, nullptr)) {}
     template <typename U>
-    RefPtr(const RefPtr<U>& other) : _object(other.get()) {
+    RefPtr(const RefPtr<U>& other)
+        : _object(other.get()) {
         acquire();
     }
     ~RefPtr() { release(); }

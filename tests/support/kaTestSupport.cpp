@@ -11,7 +11,9 @@ std::mutex g_mutex;
 std::vector<LogCapture::Entry> g_entries;
 } // namespace
 
-TempDir::TempDir() { _dir.setAutoRemove(true); }
+TempDir::TempDir() {
+    _dir.setAutoRemove(true);
+}
 
 LogCapture::LogCapture() {
     std::lock_guard<std::mutex> lock(g_mutex);
@@ -22,7 +24,9 @@ LogCapture::LogCapture() {
     });
 }
 
-LogCapture::~LogCapture() { kaLog::removeSink(_sink); }
+LogCapture::~LogCapture() {
+    kaLog::removeSink(_sink);
+}
 
 std::vector<LogCapture::Entry> LogCapture::entries() const {
     std::lock_guard<std::mutex> lock(g_mutex);
@@ -44,7 +48,11 @@ bool LogCapture::contains(kaLog::Level level, const std::string& text) const {
     return false;
 }
 
-PreferencesGuard::PreferencesGuard() { kaPreferences::resetToDefaults(); }
-PreferencesGuard::~PreferencesGuard() { kaPreferences::resetToDefaults(); }
+PreferencesGuard::PreferencesGuard() {
+    kaPreferences::resetToDefaults();
+}
+PreferencesGuard::~PreferencesGuard() {
+    kaPreferences::resetToDefaults();
+}
 
 } // namespace katest

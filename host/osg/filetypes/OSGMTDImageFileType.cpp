@@ -36,7 +36,9 @@ void appendString(std::vector<uint8_t>& out, const std::string& text) {
 
 class Reader {
 public:
-    Reader(const uint8_t* data, size_t size) : _p(data), _end(data + size) {}
+    Reader(const uint8_t* data, size_t size)
+        : _p(data)
+        , _end(data + size) {}
     bool take(void* out, size_t n) {
         if (size_t(_end - _p) < n)
             return false;
@@ -159,7 +161,8 @@ bool MTDImageFileType::read(ImagePtr& image, const std::string& fileName) {
         return false;
     }
     QByteArray bytes = file.readAll();
-    return restore(image, reinterpret_cast<const uint8_t*>(bytes.constData()), size_t(bytes.size()));
+    return restore(image, reinterpret_cast<const uint8_t*>(bytes.constData()),
+                   size_t(bytes.size()));
 }
 
 } // namespace osg

@@ -46,9 +46,10 @@ bool writeAtomically(const std::string& fileName,
                      std::string& error) {
     static std::atomic<unsigned> counter{0};
     std::string folder = OIIO::Filesystem::parent_path(fileName);
+    // The extension stays last: some writers choose their stream variant by it.
     std::string temp = (folder.empty() ? std::string() : folder + "/") + "." +
-                       OIIO::Filesystem::filename(fileName) + ".part-" +
-                       std::to_string(getpid()) + "-" + std::to_string(counter++);
+                       OIIO::Filesystem::filename(fileName) + ".part-" + std::to_string(getpid()) +
+                       "-" + std::to_string(counter++) + OIIO::Filesystem::extension(fileName);
     bool ok = writeTo(temp, error);
     if (ok && std::rename(temp.c_str(), fileName.c_str()) != 0) {
         error = "can't rename the finished file into place";
@@ -65,7 +66,8 @@ namespace {
 
 // The image as the format can take it: a converted copy when the format lacks its data type
 // or its channel layout, else the image itself.
-ImagePtr prepareForFormat(const ImagePtr& image, const OIIOFormatTraits& traits) {
+ImagePtr prepareForFormat(const ImagePtr& image, const OIIOFormatTraits& traits,
+                          const std::string& fileName) {
     ImagePtr prepared = image;
     const auto& kept = traits.keptTypes;
     if (std::find(kept.begin(), kept.end(), image->getDataType()) == kept.end()) {
@@ -77,11 +79,13 @@ ImagePtr prepareForFormat(const ImagePtr& image, const OIIOFormatTraits& traits)
     uint32_t wanted = format;
     if (!traits.keepsGray && prepared->getComponents() < 3)
         wanted = prepared->hasAlphaChannel() && traits.keepsAlpha ? Image::OSG_RGBA_PF
-                                                                   : Image::OSG_RGB_PF;
+                                                                  : Image::OSG_RGB_PF;
     if (!traits.keepsAlpha && prepared->hasAlphaChannel())
-        wanted = (wanted == Image::OSG_RGBA_PF || wanted == Image::OSG_RGB_PF)
-                     ? Image::OSG_RGB_PF
-                     : Image::OSG_L_PF;
+        wanted = (wanted == Image::OSG_RGBA_PF || wanted == Image::OSG_RGB_PF) ? Image::OSG_RGB_PF
+                                                                               : Image::OSG_L_PF;
+    if (image->hasAlphaChannel() && !traits.keepsAlpha)
+        kaLog::warning("ImageFileType: %s keeps no alpha channel; '%s' is written without it.",
+                       traits.mimeType, fileName.c_str());
     if (wanted != format) {
         ImagePtr reformatted = Image::create();
         if (!prepared->reformat(Image::PixelFormat(wanted), reformatted))
@@ -111,6 +115,8 @@ OIIO::ImageSpec specFor(const Image& image) {
         break; // OpenImageIO's R, G, B (, A) are right
     }
     oiio::addImageAttributes(image, spec);
+    // Pixels go out as they are: straight alpha stays straight, premultiplied stays premultiplied.
+    spec.attribute("oiio:UnassociatedAlpha", 1);
     return spec;
 }
 
@@ -144,6 +150,13 @@ int32_t dataTypeFor(const OIIO::TypeDesc& format) {
     if (format == OIIO::TypeDesc::UINT32)
         return Image::OSG_UINT32_IMAGEDATA;
     return Image::OSG_FLOAT32_IMAGEDATA;
+}
+
+// Pixels come in as the file holds them, without premultiplying straight alpha.
+OIIO::ImageSpec readConfig() {
+    OIIO::ImageSpec config;
+    config.attribute("oiio:UnassociatedAlpha", 1);
+    return config;
 }
 
 bool readFrom(OIIO::ImageInput& in, ImagePtr& image, std::string& error) {
@@ -213,7 +226,8 @@ bool OIIOImageFileType::write(const ImagePtr& image, const std::string& fileName
     std::string error;
     bool ok = false;
     try {
-        ImagePtr prepared = image && image->getData() ? prepareForFormat(image, _traits) : ImagePtr();
+        ImagePtr prepared =
+            image && image->getData() ? prepareForFormat(image, _traits, fileName) : ImagePtr();
         if (!prepared) {
             error = image && image->getData() ? "can't convert the image for this format"
                                               : "the image holds no pixels";
@@ -239,7 +253,8 @@ bool OIIOImageFileType::store(const ImagePtr& image, std::vector<uint8_t>& buffe
     std::string error;
     bool ok = false;
     try {
-        ImagePtr prepared = image && image->getData() ? prepareForFormat(image, _traits) : ImagePtr();
+        ImagePtr prepared =
+            image && image->getData() ? prepareForFormat(image, _traits, "memory") : ImagePtr();
         if (!prepared) {
             error = "the image holds no pixels or can't be converted";
         } else {
@@ -261,7 +276,8 @@ bool OIIOImageFileType::read(ImagePtr& image, const std::string& fileName) {
     std::string error;
     bool ok = false;
     try {
-        auto in = OIIO::ImageInput::open(fileName);
+        OIIO::ImageSpec config = readConfig();
+        auto in = OIIO::ImageInput::open(fileName, &config);
         if (!in)
             error = OIIO::geterror();
         else
@@ -279,10 +295,12 @@ bool OIIOImageFileType::restore(ImagePtr& image, const uint8_t* data, size_t siz
     bool ok = false;
     try {
         OIIO::Filesystem::IOMemReader proxy(data, size);
-        OIIO::ImageSpec config;
-        auto in = OIIO::ImageInput::open("memory." + getSuffixList().front(), &config, &proxy);
-        if (!in)
-            error = OIIO::geterror();
+        OIIO::ImageSpec config = readConfig(), spec;
+        auto in = OIIO::ImageInput::create(_traits.oiioName);
+        if (!in || !in->set_ioproxy(&proxy))
+            error = in ? "the format can't be read from memory" : OIIO::geterror();
+        else if (!in->open("memory." + getSuffixList().front(), spec, config))
+            error = in->geterror();
         else
             ok = readFrom(*in, image, error);
     } catch (const std::exception& e) {

@@ -9,14 +9,14 @@ namespace osg {
 // What one OpenImageIO format keeps of an image, so that an image is converted only where the
 // format needs it.
 struct OIIOFormatTraits {
-    const char* oiioName;      // OpenImageIO's format name ("png", "openexr")
-    const char* mimeType;      // "image/png"
+    const char* oiioName; // OpenImageIO's format name ("png", "openexr")
+    const char* mimeType; // "image/png"
     std::list<std::string> suffixes;
-    uint32_t flags;            // ImageFileType::Flags
+    uint32_t flags;                 // ImageFileType::Flags
     std::vector<int32_t> keptTypes; // data types written as they are
-    int32_t otherTypesBecome;  // data type for all others
-    bool keepsAlpha;           // else the alpha channel is dropped
-    bool keepsGray;            // else one- and two-channel images are written as RGB(A)
+    int32_t otherTypesBecome;       // data type for all others
+    bool keepsAlpha;                // else the alpha channel is dropped
+    bool keepsGray;                 // else one- and two-channel images are written as RGB(A)
 };
 
 // An image file type written and read through OpenImageIO.

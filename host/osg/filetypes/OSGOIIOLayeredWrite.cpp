@@ -84,8 +84,8 @@ bool OIIOImageFileType::writeLayered(const ImagePtr& image, const std::string& f
             continue;
         if (!layer->getData() || layer->getWidth() != width || layer->getHeight() != height)
             return fail("layer " + std::to_string(i) + " is empty or of another size");
-        std::string name = layerNames && !layerNames[i].empty() ? layerNames[i]
-                                                                : "layer" + std::to_string(i);
+        std::string name =
+            layerNames && !layerNames[i].empty() ? layerNames[i] : "layer" + std::to_string(i);
         Layer entry{layer.get(), storedTypeOf(layer->getDataType()), layer->getComponents()};
         for (const std::string& letter : channelLetters(layer->getPixelFormat())) {
             spec.channelnames.push_back(name + "." + letter);
@@ -119,9 +119,9 @@ bool OIIOImageFileType::writeLayered(const ImagePtr& image, const std::string& f
                         for (const Layer& layer : used) {
                             const size_t valueSize =
                                 size_t(Image::componentSizeOf(layer.image->getDataType()));
-                            const uint8_t* in = layer.image->getData() +
-                                                (size_t(row) * width + x) * layer.components *
-                                                    valueSize;
+                            const uint8_t* in = layer.image->getData() + (size_t(row) * width + x) *
+                                                                             layer.components *
+                                                                             valueSize;
                             for (int c = 0; c < layer.components; ++c)
                                 out8 = putValue(out8, in + c * valueSize,
                                                 layer.image->getDataType(), layer.storedType);

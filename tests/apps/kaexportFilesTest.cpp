@@ -1,0 +1,124 @@
+#include "kaexportApp.h"
+
+#include "kaPreferences.h"
+#include "kaTestSupport.h"
+
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include <sstream>
+
+namespace {
+struct Outcome {
+    int code;
+    std::string out, err;
+};
+Outcome runKaexport(const QStringList& args) {
+    std::ostringstream out, err;
+    kaexport::Streams io{out, err};
+    int code = kaexport::run(args, io);
+    return {code, out.str(), err.str()};
+}
+} // namespace
+
+class kaexportFiles : public testing::Test {
+protected:
+    katest::PreferencesGuard guard;
+    katest::TempDir dir;
+};
+
+TEST_F(kaexportFiles, ListsOneNamePerLine) {
+    Outcome r = runKaexport({"files", dir.file("a.png"), "--passes", "beauty,depth"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    EXPECT_EQ(r.out,
+              (dir.file("a-beauty.png") + "\n" + dir.file("a-depth.png") + "\n").toStdString());
+}
+
+TEST_F(kaexportFiles, SequenceOptions) {
+    Outcome r =
+        runKaexport({"files", dir.file("a.exr"), "--start", "2", "--stop", "4", "--step", "2"});
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.out, (dir.file("a-00000.exr") + "\n" + dir.file("a-00001.exr") + "\n" +
+                      dir.file("a-00002.exr") + "\n" + dir.file("a-00004.exr") + "\n")
+                         .toStdString());
+}
+
+TEST_F(kaexportFiles, AllPassesIntoOneLayeredFile) {
+    Outcome r = runKaexport({"files", dir.file("a.exr"), "--passes", "all", "--multilayer"});
+    EXPECT_EQ(r.out, (dir.file("a.exr") + "\n").toStdString());
+    r = runKaexport({"files", dir.file("a.exr"), "--passes", "all"});
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 47);
+}
+
+TEST_F(kaexportFiles, SetChangesTheStereoModeForTheRun) {
+    Outcome r = runKaexport({"--set", "ImageExport stereo mode=1", "files", dir.file("a.png")});
+    EXPECT_EQ(r.out,
+              (dir.file("a-left.png") + "\n" + dir.file("a-right.png") + "\n").toStdString());
+}
+
+TEST_F(kaexportFiles, UsageErrorsExitWithTwoAndSayWhy) {
+    struct Case {
+        QStringList args;
+        const char* says;
+    };
+    const Case cases[] = {
+        {{}, "no command given"},
+        {{"frobnicate"}, "unknown command 'frobnicate'"},
+        {{"--bogus", "files", "x.png"}, "unknown option '--bogus'"},
+        {{"files"}, "no output file name given"},
+        {{"files", "a.png", "b.png"}, "one output name only"},
+        {{"files", "a.png", "--passes", "beauty,glitter"}, "unknown render pass 'glitter'"},
+        {{"files", "a.png", "--start", "x"}, "needs an integer"},
+        {{"files", "a.png", "--passes"}, "needs a value"},
+        {{"--set", "No Such Key=1", "files", "a.png"}, "unknown preference 'No Such Key'"},
+        {{"--set", "ImageExport width=wide", "files", "a.png"}, "'wide' is not an integer"},
+        {{"--set", "ImageExport add sig=maybe", "files", "a.png"}, "is not a bool"},
+        {{"--set", "ImageExport sig color=1,x", "files", "a.png"}, "list of integers"},
+        {{"--set", "novalue", "files", "a.png"}, "--set needs \"Key=value\""},
+    };
+    for (const Case& c : cases) {
+        Outcome r = runKaexport(c.args);
+        EXPECT_EQ(r.code, kaexport::UsageError) << c.args.join(' ').toStdString();
+        EXPECT_NE(r.err.find(c.says), std::string::npos) << c.args.join(' ').toStdString() << "\n"
+                                                         << r.err;
+        EXPECT_EQ(r.out, "");
+    }
+}
+
+TEST_F(kaexportFiles, HelpForTheProgramAndForEachCommand) {
+    Outcome r = runKaexport({"--help"});
+    EXPECT_EQ(r.code, 0);
+    EXPECT_NE(r.out.find("Usage: kaexport"), std::string::npos);
+    EXPECT_NE(r.out.find("\"ImageExport stereo mode\" (int)"), std::string::npos);
+    for (const kaexport::Command& command : kaexport::commands()) {
+        Outcome help = runKaexport({command.name, "--help"});
+        EXPECT_EQ(help.code, 0);
+        EXPECT_EQ(help.out, command.usage);
+    }
+}
+
+TEST_F(kaexportFiles, MalformedPreferencesFileFailsClearly) {
+    QString path = dir.file("p.json");
+    QFile f(path);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write("not json");
+    f.close();
+    Outcome r = runKaexport({"--prefs", path, "files", dir.file("a.png")});
+    EXPECT_EQ(r.code, kaexport::Failed);
+    EXPECT_NE(r.err.find("Couldn't read preferences"), std::string::npos) << r.err;
+}
+
+TEST_F(kaexportFiles, PreferencesFileIsReadBeforeSetAssignments) {
+    kaPreferences::getData().set("ImageExport stereo mode", 2);
+    QString path = dir.file("p.json");
+    ASSERT_TRUE(kaPreferences::save(path));
+    kaPreferences::resetToDefaults();
+    Outcome r = runKaexport({"--prefs", path, "files", dir.file("a.png")});
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 5);
+    r = runKaexport(
+        {"--prefs", path, "--set", "ImageExport stereo mode=0", "files", dir.file("a.png")});
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1);
+}
