@@ -123,9 +123,11 @@ TEST_F(kaImageWriterSettings, OpenSGFormatsAreTheWritableSuffixesLessInternalOne
     ASSERT_NE(std::find(writable.begin(), writable.end(), "mtd"), writable.end())
         << "the handler lists its raw format";
     EXPECT_EQ(formats.count("mtd"), 0u);
-    for (const std::string& suffix : writable)
-        if (suffix != "mtd")
+    for (const std::string& suffix : writable) {
+        if (suffix != "mtd") {
             EXPECT_EQ(formats.count(suffix), 1u) << suffix;
+        }
+    }
     EXPECT_TRUE(std::is_sorted(formats.begin(), formats.end()));
     for (const char* s : {"png", "jpg", "tif", "exr", "hdr"})
         EXPECT_EQ(formats.count(s), 1u) << s;
