@@ -16,8 +16,11 @@ TempDir::TempDir() {
 }
 
 LogCapture::LogCapture() {
-    std::lock_guard<std::mutex> lock(g_mutex);
-    g_entries.clear();
+    {
+        std::lock_guard<std::mutex> lock(g_mutex);
+        g_entries.clear();
+    }
+    // Registered without holding g_mutex: the log calls the sink under its own lock.
     _sink = kaLog::addSink([](kaLog::Level level, const std::string& text) {
         std::lock_guard<std::mutex> lock(g_mutex);
         g_entries.push_back({level, text});
