@@ -39,6 +39,8 @@ double writeDirect(const osg::ImagePtr& image, const std::string& name) {
     auto start = std::chrono::steady_clock::now();
     auto out = OIIO::ImageOutput::create(name);
     OIIO::ImageSpec spec(image->getWidth(), image->getHeight(), 4, oiioType(image->getDataType()));
+    // The file types write pixels as they are; so does this path.
+    spec.attribute("oiio:UnassociatedAlpha", 1);
     out->open(name, spec);
     out->write_image(oiioType(image->getDataType()), image->getData());
     out->close();
