@@ -1,5 +1,6 @@
 #pragma once
 
+#include "OSGBaseTypes.h"
 #include "OSGFieldContainer.h"
 
 #include <cstdint>
@@ -95,6 +96,17 @@ public:
     void setResX(float res) { _resX = res; }
     void setResY(float res) { _resY = res; }
     void setResUnit(uint16_t unit) { _resUnit = unit; }
+
+    // One pixel of level 0, frame 0 as RGBA floats (0..1 for integer types; floats as they
+    // are), (0, 0) being the lower-left corner. Missing colour channels repeat the luminance, a
+    // missing alpha reads as 1. No bounds check: the caller keeps x and y inside the image.
+    Color4f getPixel(int32_t x, int32_t y) const;
+    // Writes the channels the format has; integer types are clamped and rounded.
+    void setPixel(int32_t x, int32_t y, const Color4f& color);
+
+    // One value of data type 'type' at 'p', as a float (integers map to 0..1), and back.
+    static float readValue(const uint8_t* p, int32_t type);
+    static void writeValue(uint8_t* p, int32_t type, float value);
 
     // Named text (or binary) values that travel with the image into files: "Comment", the
     // metadata packet, the colour profile.

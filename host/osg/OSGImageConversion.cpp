@@ -12,22 +12,6 @@ namespace osg {
 
 namespace {
 
-float readValue(const uint8_t* p, int32_t type) {
-    switch (type) {
-    case Image::OSG_UINT8_IMAGEDATA:
-        return *p / 255.0f;
-    case Image::OSG_UINT16_IMAGEDATA:
-        return *reinterpret_cast<const uint16_t*>(p) / 65535.0f;
-    case Image::OSG_UINT32_IMAGEDATA:
-        return float(*reinterpret_cast<const uint32_t*>(p) / 4294967295.0);
-    case Image::OSG_FLOAT16_IMAGEDATA:
-        return float(*reinterpret_cast<const Imath::half*>(p));
-    case Image::OSG_FLOAT32_IMAGEDATA:
-        return *reinterpret_cast<const float*>(p);
-    }
-    return 0.0f;
-}
-
 template <typename T>
 T quantize(float v, double max) {
     if (!(v > 0.0f)) // also NaN
@@ -35,26 +19,6 @@ T quantize(float v, double max) {
     if (v >= 1.0f)
         return T(max);
     return T(std::lround(double(v) * max));
-}
-
-void writeValue(uint8_t* p, int32_t type, float v) {
-    switch (type) {
-    case Image::OSG_UINT8_IMAGEDATA:
-        *p = quantize<uint8_t>(v, 255.0);
-        break;
-    case Image::OSG_UINT16_IMAGEDATA:
-        *reinterpret_cast<uint16_t*>(p) = quantize<uint16_t>(v, 65535.0);
-        break;
-    case Image::OSG_UINT32_IMAGEDATA:
-        *reinterpret_cast<uint32_t*>(p) = quantize<uint32_t>(v, 4294967295.0);
-        break;
-    case Image::OSG_FLOAT16_IMAGEDATA:
-        *reinterpret_cast<Imath::half*>(p) = Imath::half(v);
-        break;
-    case Image::OSG_FLOAT32_IMAGEDATA:
-        *reinterpret_cast<float*>(p) = v;
-        break;
-    }
 }
 
 struct Rgba {
@@ -113,6 +77,61 @@ void fromRgba(const Rgba& p, uint32_t format, float* c) {
 }
 
 } // namespace
+
+float Image::readValue(const uint8_t* p, int32_t type) {
+    switch (type) {
+    case Image::OSG_UINT8_IMAGEDATA:
+        return *p / 255.0f;
+    case Image::OSG_UINT16_IMAGEDATA:
+        return *reinterpret_cast<const uint16_t*>(p) / 65535.0f;
+    case Image::OSG_UINT32_IMAGEDATA:
+        return float(*reinterpret_cast<const uint32_t*>(p) / 4294967295.0);
+    case Image::OSG_FLOAT16_IMAGEDATA:
+        return float(*reinterpret_cast<const Imath::half*>(p));
+    case Image::OSG_FLOAT32_IMAGEDATA:
+        return *reinterpret_cast<const float*>(p);
+    }
+    return 0.0f;
+}
+
+void Image::writeValue(uint8_t* p, int32_t type, float v) {
+    switch (type) {
+    case Image::OSG_UINT8_IMAGEDATA:
+        *p = quantize<uint8_t>(v, 255.0);
+        break;
+    case Image::OSG_UINT16_IMAGEDATA:
+        *reinterpret_cast<uint16_t*>(p) = quantize<uint16_t>(v, 65535.0);
+        break;
+    case Image::OSG_UINT32_IMAGEDATA:
+        *reinterpret_cast<uint32_t*>(p) = quantize<uint32_t>(v, 4294967295.0);
+        break;
+    case Image::OSG_FLOAT16_IMAGEDATA:
+        *reinterpret_cast<Imath::half*>(p) = Imath::half(v);
+        break;
+    case Image::OSG_FLOAT32_IMAGEDATA:
+        *reinterpret_cast<float*>(p) = v;
+        break;
+    }
+}
+
+Color4f Image::getPixel(int32_t x, int32_t y) const {
+    const int32_t n = getComponents(), size = getComponentSize();
+    const uint8_t* p = getData() + (size_t(y) * _width + x) * size_t(n * size);
+    float c[4];
+    for (int32_t i = 0; i < n; ++i)
+        c[i] = readValue(p + i * size, _type);
+    Rgba v = toRgba(c, _pixelFormat);
+    return {v.r, v.g, v.b, v.a};
+}
+
+void Image::setPixel(int32_t x, int32_t y, const Color4f& color) {
+    const int32_t n = getComponents(), size = getComponentSize();
+    uint8_t* p = getData() + (size_t(y) * _width + x) * size_t(n * size);
+    float c[4];
+    fromRgba({color.r, color.g, color.b, color.a}, _pixelFormat, c);
+    for (int32_t i = 0; i < n; ++i)
+        writeValue(p + i * size, _type, c[i]);
+}
 
 bool Image::reformat(PixelFormat pixelFormat, const ImagePtr& destination) {
     if (componentsOf(pixelFormat) == 0 || componentsOf(_pixelFormat) == 0)

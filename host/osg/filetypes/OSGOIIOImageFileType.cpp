@@ -6,6 +6,8 @@
 
 #include <OpenImageIO/filesystem.h>
 
+#include <QByteArray>
+
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
@@ -31,7 +33,7 @@ OIIO::TypeDesc typeDescOf(int32_t type) {
     return OIIO::TypeDesc::UNKNOWN;
 }
 
-void addImageAttributes(const Image& image, OIIO::ImageSpec& spec) {
+void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpec& spec) {
     if (image.getResUnit() == Image::OSG_RESUNIT_INCH) {
         spec.attribute("XResolution", image.getResX());
         spec.attribute("YResolution", image.getResY());
@@ -39,6 +41,17 @@ void addImageAttributes(const Image& image, OIIO::ImageSpec& spec) {
     }
     if (const std::string* comment = image.findAttachmentField("Comment"))
         spec.attribute("ImageDescription", *comment);
+    if (const std::string* profile = image.findAttachmentField("ICCProfile")) {
+        if (std::string(oiioName) == "openexr")
+            spec.attribute(kExrICCProfileAttribute,
+                           QByteArray::fromRawData(profile->data(), int(profile->size()))
+                               .toBase64()
+                               .toStdString());
+        else
+            spec.attribute("ICCProfile",
+                           OIIO::TypeDesc(OIIO::TypeDesc::UINT8, int(profile->size())),
+                           profile->data());
+    }
 }
 
 bool writeAtomically(const std::string& fileName,
@@ -95,7 +108,7 @@ ImagePtr prepareForFormat(const ImagePtr& image, const OIIOFormatTraits& traits,
     return prepared;
 }
 
-OIIO::ImageSpec specFor(const Image& image) {
+OIIO::ImageSpec specFor(const Image& image, const char* oiioName) {
     OIIO::ImageSpec spec(image.getWidth(), image.getHeight(), image.getComponents(),
                          oiio::typeDescOf(image.getDataType()));
     switch (image.getPixelFormat()) {
@@ -114,7 +127,7 @@ OIIO::ImageSpec specFor(const Image& image) {
     default:
         break; // OpenImageIO's R, G, B (, A) are right
     }
-    oiio::addImageAttributes(image, spec);
+    oiio::addImageAttributes(image, oiioName, spec);
     // Pixels go out as they are: straight alpha stays straight, premultiplied stays premultiplied.
     spec.attribute("oiio:UnassociatedAlpha", 1);
     return spec;
@@ -204,7 +217,7 @@ struct OIIOWriteJob {
             error = OIIO::geterror();
             return false;
         }
-        OIIO::ImageSpec spec = specFor(image);
+        OIIO::ImageSpec spec = specFor(image, type._traits.oiioName);
         int quality = type.compressionQuality();
         if (quality >= 0) {
             spec.attribute("Compression", "jpeg:" + std::to_string(quality));

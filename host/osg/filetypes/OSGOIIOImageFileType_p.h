@@ -12,8 +12,12 @@
 namespace osg::oiio {
 
 OIIO::TypeDesc typeDescOf(int32_t type);
-// The image's resolution and attachments as attributes of 'spec'.
-void addImageAttributes(const Image& image, OIIO::ImageSpec& spec);
+// Header attribute of OpenEXR files that holds an ICC profile as base64 text: OpenEXR 3.1 has
+// no attribute type for raw bytes.
+constexpr const char* kExrICCProfileAttribute = "iccProfileBase64";
+
+// The image's resolution and attachments as attributes of 'spec' for the format 'oiioName'.
+void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpec& spec);
 
 // Runs 'writeTo' against a temporary file beside 'fileName' and renames it to 'fileName' once
 // 'writeTo' has succeeded; the temporary file is removed on any failure. 'writeTo' gets the

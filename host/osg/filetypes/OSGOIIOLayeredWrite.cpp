@@ -98,7 +98,7 @@ bool OIIOImageFileType::writeLayered(const ImagePtr& image, const std::string& f
         return fail("no layer to write");
     spec.nchannels = int(spec.channelnames.size());
     spec.alpha_channel = -1;
-    oiio::addImageAttributes(*image, spec);
+    oiio::addImageAttributes(*image, traits().oiioName, spec);
 
     try {
         ok = oiio::writeAtomically(

@@ -1,0 +1,80 @@
+#include "kaColor.h"
+
+#include "kaFile.h"
+#include "kaPreferences.h"
+
+#include <QDateTime>
+#include <QFileInfo>
+
+#include <atomic>
+#include <map>
+#include <mutex>
+
+namespace {
+
+std::atomic<unsigned int> g_activeColorSpace{0};
+
+// One loaded profile per file, reloaded when the file's time stamp or size changes.
+std::shared_ptr<const kaICCProfile> profileFor(const QString& fileName) {
+    static std::mutex mutex;
+    struct Entry {
+        std::shared_ptr<const kaICCProfile> profile;
+        QDateTime modified;
+        qint64 size = -1;
+    };
+    static std::map<QString, Entry> cache;
+    QFileInfo info(fileName);
+    std::lock_guard<std::mutex> lock(mutex);
+    Entry& entry = cache[fileName];
+    if (!entry.profile || entry.modified != info.lastModified() || entry.size != info.size()) {
+        entry.profile = std::make_shared<kaICCProfile>(fileName);
+        entry.modified = info.lastModified();
+        entry.size = info.size();
+    }
+    return entry.profile;
+}
+
+QString preferenceFile(const char* key) {
+    boost::any value = kaPreferences::getData().get(key);
+    const QString* name = boost::any_cast<QString>(&value);
+    return name && !name->isEmpty() ? kaFile::expandFilename(*name) : QString();
+}
+
+} // namespace
+
+unsigned int kaColor::getActiveColorSpace() { return g_activeColorSpace; }
+void kaColor::setActiveColorSpace(unsigned int colorSpace) { g_activeColorSpace = colorSpace; }
+
+QString kaColor::getSRGBProfileFileName() {
+    return kaFile::expandFilename(
+        QString("$KALO_DATA/MonitorProfiles/sRGB_IEC61966-2-1_no_black_scaling.icc"));
+}
+
+QString kaColor::getAdobeRGBProfileFileName() {
+    return kaFile::expandFilename(QString("$KALO_DATA/MonitorProfiles/AdobeRGB1998.icc"));
+}
+
+std::shared_ptr<const kaICCProfile> kaColor::getSRGBICCProfile() {
+    return profileFor(getSRGBProfileFileName());
+}
+
+std::shared_ptr<const kaICCProfile> kaColor::getAdobeRGBICCProfile() {
+    return profileFor(getAdobeRGBProfileFileName());
+}
+
+std::shared_ptr<const kaICCProfile> kaColor::getImageICCProfile() {
+    return profileFor(preferenceFile("Imageprofile"));
+}
+
+std::shared_ptr<const kaICCProfile> kaColor::getActiveICCProfile() {
+    switch (getActiveColorSpace()) {
+    case 2:
+        return getAdobeRGBICCProfile();
+    case 3:
+        return profileFor(preferenceFile("Monitorprofile"));
+    case 4:
+        return getImageICCProfile();
+    default:
+        return getSRGBICCProfile();
+    }
+}

@@ -1,0 +1,112 @@
+#include "kaICCProfile.h"
+
+#include <QFile>
+
+#include <lcms2.h>
+
+namespace {
+
+struct Mat3 {
+    double m[3][3];
+};
+
+// Columns are the red, green and blue colorants (XYZ, D50) of a matrix/shaper profile.
+bool colorants(cmsHPROFILE profile, Mat3& out) {
+    const cmsTagSignature tags[3] = {cmsSigRedColorantTag, cmsSigGreenColorantTag,
+                                     cmsSigBlueColorantTag};
+    for (int c = 0; c < 3; ++c) {
+        auto* xyz = static_cast<const cmsCIEXYZ*>(cmsReadTag(profile, tags[c]));
+        if (!xyz)
+            return false;
+        out.m[0][c] = xyz->X;
+        out.m[1][c] = xyz->Y;
+        out.m[2][c] = xyz->Z;
+    }
+    return true;
+}
+
+bool invert(const Mat3& a, Mat3& inv) {
+    const auto& m = a.m;
+    double det = m[0][0] * (m[1][1] * m[2][2] - m[1][2] * m[2][1]) -
+                 m[0][1] * (m[1][0] * m[2][2] - m[1][2] * m[2][0]) +
+                 m[0][2] * (m[1][0] * m[2][1] - m[1][1] * m[2][0]);
+    if (det == 0.0)
+        return false;
+    inv.m[0][0] = (m[1][1] * m[2][2] - m[1][2] * m[2][1]) / det;
+    inv.m[0][1] = (m[0][2] * m[2][1] - m[0][1] * m[2][2]) / det;
+    inv.m[0][2] = (m[0][1] * m[1][2] - m[0][2] * m[1][1]) / det;
+    inv.m[1][0] = (m[1][2] * m[2][0] - m[1][0] * m[2][2]) / det;
+    inv.m[1][1] = (m[0][0] * m[2][2] - m[0][2] * m[2][0]) / det;
+    inv.m[1][2] = (m[0][2] * m[1][0] - m[0][0] * m[1][2]) / det;
+    inv.m[2][0] = (m[1][0] * m[2][1] - m[1][1] * m[2][0]) / det;
+    inv.m[2][1] = (m[0][1] * m[2][0] - m[0][0] * m[2][1]) / det;
+    inv.m[2][2] = (m[0][0] * m[1][1] - m[0][1] * m[1][0]) / det;
+    return true;
+}
+
+Mat3 multiply(const Mat3& a, const Mat3& b) {
+    Mat3 r{};
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j)
+            for (int k = 0; k < 3; ++k)
+                r.m[i][j] += a.m[i][k] * b.m[k][j];
+    return r;
+}
+
+QString description(cmsHPROFILE profile) {
+    char text[512] = {0};
+    cmsGetProfileInfoASCII(profile, cmsInfoDescription, "en", "US", text, sizeof text);
+    return QString::fromLatin1(text);
+}
+
+} // namespace
+
+bool kaICCProfile::load(const QString& fileName) {
+    _fileName = fileName;
+    _data.clear();
+    _description.clear();
+    _loaded = false;
+    _matrix = kaColorMatrix();
+
+    QFile file(fileName);
+    if (fileName.isEmpty() || !file.open(QIODevice::ReadOnly))
+        return false;
+    QByteArray bytes = file.readAll();
+    cmsHPROFILE profile = cmsOpenProfileFromMem(bytes.constData(), cmsUInt32Number(bytes.size()));
+    if (!profile)
+        return false;
+    _data = bytes;
+    _description = description(profile);
+
+    cmsHPROFILE srgb = cmsCreate_sRGBProfile();
+    Mat3 profileColorants, srgbColorants, toProfile;
+    bool matrixShaper = cmsGetColorSpace(profile) == cmsSigRgbData && cmsIsMatrixShaper(profile) &&
+                        colorants(profile, profileColorants) && colorants(srgb, srgbColorants) &&
+                        invert(profileColorants, toProfile);
+    cmsCloseProfile(srgb);
+    if (matrixShaper) {
+        // linear sRGB -> XYZ (D50) -> the profile's linear RGB.
+        Mat3 m = multiply(toProfile, srgbColorants);
+        float rows[3][3];
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 3; ++c)
+                rows[r][c] = float(m.m[r][c]);
+        _matrix = kaColorMatrix(rows);
+
+        const cmsTagSignature curves[3] = {cmsSigRedTRCTag, cmsSigGreenTRCTag, cmsSigBlueTRCTag};
+        for (int channel = 0; channel < 3 && matrixShaper; ++channel) {
+            auto* trc = static_cast<cmsToneCurve*>(cmsReadTag(profile, curves[channel]));
+            cmsToneCurve* inverse = trc ? cmsReverseToneCurve(trc) : nullptr;
+            if (!inverse) {
+                matrixShaper = false;
+                break;
+            }
+            for (int i = 0; i < kTableSize; ++i)
+                _tables[channel][i] = cmsEvalToneCurveFloat(inverse, (i + 0.5f) / kTableSize);
+            cmsFreeToneCurve(inverse);
+        }
+    }
+    cmsCloseProfile(profile);
+    _loaded = matrixShaper;
+    return _loaded;
+}

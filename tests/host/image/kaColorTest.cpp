@@ -1,0 +1,46 @@
+#include "kaColor.h"
+
+#include "kaPreferences.h"
+#include "kaTestSupport.h"
+
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+class kaColorTest : public testing::Test {
+protected:
+    void TearDown() override { kaColor::setActiveColorSpace(0); }
+    katest::PreferencesGuard guard;
+};
+
+TEST_F(kaColorTest, ActiveProfileFollowsTheColourSpace) {
+    kaColor::setActiveColorSpace(0);
+    EXPECT_EQ(kaColor::getActiveICCProfile()->getFileName(), kaColor::getSRGBProfileFileName());
+    kaColor::setActiveColorSpace(1);
+    EXPECT_EQ(kaColor::getActiveICCProfile()->getFileName(), kaColor::getSRGBProfileFileName());
+    kaColor::setActiveColorSpace(2);
+    EXPECT_EQ(kaColor::getActiveICCProfile()->getFileName(), kaColor::getAdobeRGBProfileFileName());
+    kaColor::setActiveColorSpace(7);
+    EXPECT_EQ(kaColor::getActiveICCProfile()->getFileName(), kaColor::getSRGBProfileFileName());
+}
+
+TEST_F(kaColorTest, MonitorAndImageProfilesComeFromThePreferences) {
+    kaPreferences::getData().set("Monitorprofile", kaColor::getAdobeRGBProfileFileName());
+    kaPreferences::getData().set("Imageprofile", kaColor::getSRGBProfileFileName());
+    kaColor::setActiveColorSpace(3);
+    EXPECT_EQ(kaColor::getActiveICCProfile()->getDescription(), "Adobe RGB (1998)");
+    kaColor::setActiveColorSpace(4);
+    EXPECT_EQ(kaColor::getActiveICCProfile()->getDescription(), "sRGB IEC61966-2.1");
+    EXPECT_EQ(kaColor::getImageICCProfile()->getDescription(), "sRGB IEC61966-2.1");
+}
+
+TEST_F(kaColorTest, AProfileFileThatChangesIsReadAgain) {
+    katest::TempDir dir;
+    const QString path = dir.file("image.icc");
+    ASSERT_TRUE(QFile::copy(kaColor::getSRGBProfileFileName(), path));
+    kaPreferences::getData().set("Imageprofile", path);
+    EXPECT_EQ(kaColor::getImageICCProfile()->getDescription(), "sRGB IEC61966-2.1");
+    QFile::remove(path);
+    ASSERT_TRUE(QFile::copy(kaColor::getAdobeRGBProfileFileName(), path));
+    EXPECT_EQ(kaColor::getImageICCProfile()->getDescription(), "Adobe RGB (1998)");
+}
