@@ -6,6 +6,8 @@
 
 #include <vector>
 
+class QImage;
+
 // The offscreen render dialog's class-wide render settings and user-action flags, shared by
 // every export. GUI thread only; the flags that report a user action are cleared by reading
 // them.
@@ -43,6 +45,12 @@ public:
     static void abortAllRenderings();
     // Lets the GUI handle pending events.
     static void processEvents();
+
+    // An 8-bit QImage of 'image' (rows flipped).
+    static void convertToQImage(QImage& out, const osg::ImagePtr& image);
+    // 'image' into 'out' (its storage and type kept when the size matches), then reformatted
+    // to the class-wide pixel format.
+    static void convertToOSGImage(osg::ImagePtr& out, const QImage& image);
 
 private:
     static bool _powerwall;

@@ -1,5 +1,7 @@
 #include "kaImageRenderWidget.h"
 
+#include "QImageConverter.h"
+
 #include <QCoreApplication>
 
 bool kaImageRenderWidget::_powerwall = false;
@@ -91,4 +93,13 @@ void kaImageRenderWidget::abortAllRenderings() {
 
 void kaImageRenderWidget::processEvents() {
     QCoreApplication::processEvents();
+}
+
+void kaImageRenderWidget::convertToQImage(QImage& out, const osg::ImagePtr& image) {
+    QImageConverter::convertToQImage(out, image, 0);
+}
+
+void kaImageRenderWidget::convertToOSGImage(osg::ImagePtr& out, const QImage& image) {
+    if (QImageConverter::convertToOSGImage(out, image))
+        out->reformat(_pixel_format);
 }

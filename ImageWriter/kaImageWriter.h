@@ -16,6 +16,11 @@
 class exImageViewer;
 class kaImageMetaData;
 class kaMessage;
+class kaThreadPool;
+class QImage;
+namespace osg {
+class ImageFileType;
+}
 
 // The one object through which the host exports pictures. It holds the export settings (from
 // the setters and the preferences), builds the names of the files an export writes, and
@@ -119,10 +124,69 @@ public:
                                           const std::vector<unsigned int>& passes, bool multiLayer,
                                           int start, int stop, int step) const;
 
+    // --- Saving ---
+
+    // Writes one image: comment ("<application version>\n<comment>"), metadata, signature,
+    // JPEG quality ("ImageExport quality"), colour profile and resolution (dpi), the
+    // conversions some formats need, then the file (or the host's stream writer); shows the
+    // result when "ImageExport show image" is on and 'noShow' is false. 'type' is the
+    // upper-case format name ("PNG", "EXR", "HDR", "JPG", ...). Failures are logged as the
+    // library's errors ("Couldn't save image" unless 'noErrorMessage'). 'reserved' is unused.
+    bool saveImage(osg::ImagePtr image, const char* filename, const char* type, bool addSignature,
+                   bool keepFloat, bool noShow, float dpi, bool reserved, bool noErrorMessage,
+                   const char* comment);
+    // Writes the pass images of one frame (element i is render pass i; null = not rendered):
+    // into one layered file when the multi-layer flag is set and the type holds layers, else
+    // one "<name>-<pass>.<type>" file per pass, in parallel. True when every element was
+    // written, so a null element gives false. An empty list writes nothing and gives true.
+    bool saveImages(std::vector<osg::ImagePtr> images, std::string filename, const char* type,
+                    bool addSignature, bool keepFloat, bool noShow, float dpi, bool reserved,
+                    bool noErrorMessage, const char* comment);
+    // The host's stream writer when one is installed, else the image's file write.
+    static bool writeImage(osg::ImagePtr image, std::string filename);
+    // The host's layered stream writer when one is installed, else the file type's own.
+    static bool writeLayeredImage(osg::ImageFileType* fileType, const osg::ImagePtr& image,
+                                  std::string filename, std::vector<osg::ImagePtr> layers,
+                                  const std::string* layerNames);
+    // Lets a pool's jobs finish, saying on standard error how many are left every 100 ms.
+    static void waitForBackgroundJobs(kaThreadPool& pool);
+
+    // Attaches the ICC profile of the host's active colour space to 'image' (nothing when the
+    // profile file is missing).
+    static void embedColorProfile(osg::ImagePtr& image);
+
 private:
+    friend class kaImageWriterTestAccess;
+
     QStringList getExportedImageFilenames(const QString& filename,
                                           const std::vector<unsigned int>& passes, bool multiLayer,
                                           bool sequence, int start, int stop, int step) const;
+
+    // Metadata and signature.
+    bool metaDataEnabled() const;
+    bool imageFormatHasMetaDataSupport(const QString& format) const;
+    void logMetaDataUnsupported() const;
+    void storeMetaData(const osg::ImagePtr& image, const char* format);
+    void getSignatureSettings(const char* filename, QString& text, std::vector<int>& position,
+                              int& fontSize, std::vector<int>& color);
+    void addImageSignature(QImage& image, const char* filename);
+    void addImageSignature(osg::ImagePtr& image, const char* filename);
+    void addImageText(QImage& image, const QString& text, std::vector<int> position, int fontSize,
+                      std::vector<int> color);
+    void addImageText(osg::ImagePtr& image, const QString& text, std::vector<int> position,
+                      int fontSize, std::vector<int> color);
+
+    // What saving changed on an image and must give back afterwards.
+    struct PreparedImage {
+        QString name;
+        uint32_t savedQuality = 0;
+        bool converted = false;
+    };
+    bool prepareImage(osg::ImagePtr& image, const char* filename, const char* type,
+                      bool addSignature, bool keepFloat, float dpi, const char* comment,
+                      PreparedImage& prepared);
+    void finishImage(osg::ImagePtr& image, bool noShow, const PreparedImage& prepared);
+    void showImage(const osg::ImagePtr& image, bool noShow);
 
     std::set<std::string> _formatsOpenSG;
     std::set<std::string> _formatsQt;

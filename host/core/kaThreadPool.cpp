@@ -6,7 +6,8 @@
 #include <chrono>
 #include <exception>
 
-kaThreadPool::kaThreadPool(int threads, bool (*callback)()) : _callback(callback) {
+kaThreadPool::kaThreadPool(int threads, bool (*callback)())
+    : _callback(callback) {
     if (threads < 1)
         threads = int(std::max(1u, std::thread::hardware_concurrency()));
     _threads.reserve(size_t(threads));

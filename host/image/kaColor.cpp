@@ -42,8 +42,12 @@ QString preferenceFile(const char* key) {
 
 } // namespace
 
-unsigned int kaColor::getActiveColorSpace() { return g_activeColorSpace; }
-void kaColor::setActiveColorSpace(unsigned int colorSpace) { g_activeColorSpace = colorSpace; }
+unsigned int kaColor::getActiveColorSpace() {
+    return g_activeColorSpace;
+}
+void kaColor::setActiveColorSpace(unsigned int colorSpace) {
+    g_activeColorSpace = colorSpace;
+}
 
 QString kaColor::getSRGBProfileFileName() {
     return kaFile::expandFilename(

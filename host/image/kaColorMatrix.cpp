@@ -1,6 +1,7 @@
 #include "kaColorMatrix.h"
 
-kaColorMatrix::kaColorMatrix() : _m{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}} {}
+kaColorMatrix::kaColorMatrix()
+    : _m{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}} {}
 
 kaColorMatrix::kaColorMatrix(const float (&rows)[3][3]) {
     for (int r = 0; r < 3; ++r)

@@ -1,5 +1,7 @@
 #include "kaImage.h"
 
+#include "OSGImageFileType.h"
+
 #include <QFile>
 
 #include <algorithm>
@@ -11,7 +13,7 @@ std::mutex g_mutex;
 std::string g_defaultFormat = "png";
 } // namespace
 
-const char* const kaImage::ICCProfileAttachmentKey = "ICCProfile";
+const char* const kaImage::ICCProfileAttachmentKey = osg::kICCProfileAttachment;
 
 std::string kaImage::getDefaultImageFormat() {
     std::lock_guard<std::mutex> lock(g_mutex);

@@ -1,11 +1,38 @@
 #pragma once
 
-// The metadata record that exports embed into image files: what the export was asked to do
-// (image and animation settings) and, per image, the parts collected from the scene.
-// reset(false) forgets the collected parts after an image is written; reset(true) also
-// forgets the export settings.
+#include <QString>
+
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+
+// The metadata record that exports put into image files, as an XMP packet: general
+// information (Dublin Core and XMP basics: source scene, creator tool, date) and the export's
+// settings in this application's own namespace (kaExport). The store...() operations add
+// parts to the current record and return whether they stored anything; getString() gives the
+// packet. reset(false) forgets the collected parts after an image; reset(true) also forgets the
+// export settings set with setFileOutput...Settings().
+//
+// Thread-safe; a writer that collects a record and takes its packet holds lock() meanwhile,
+// so that parallel image writes don't mix their records.
 class kaImageMetaData {
 public:
+    // Namespace of the export settings in the packet.
+    static constexpr const char* kNamespace = "http://ns.kalo.local/imageexport/1.0/";
+    static constexpr const char* kPrefix = "kaExport";
+
+    kaImageMetaData();
+    ~kaImageMetaData();
+
+    // Whether XMP packets can be made (the XMP toolkit started).
+    static bool isXMPSupported();
+    // The dotted, lower-case extensions of the file types that embed XMP: ".exr", ".jpeg",
+    // ".jpg", ".png", ".tif", ".tiff".
+    static const std::set<std::string>& getImageExtensionsWithXMPSupport();
+    // The image attachment under which the packet travels to the file types.
+    static const char* getAttachmentKey();
+
     struct ImageSettings {
         float width = 0.0f;
         float height = 0.0f;
@@ -18,19 +45,50 @@ public:
         int iccProfile = 0;
         int metaDataFlags = 0;
     };
+    struct AnimationSettings {
+        bool sequence = false;
+        int timeSource = 0; // 1: the scene's timeline, 0: one animation node
+        int shot = 0;
+        QString animationName;
+        int start = 0;
+        int stop = 0;
+        int step = 1;
+        int fps = 0;
+    };
 
     void setFileOutputImageSettings(float width, float height, float dpi, int superSampling,
                                     bool tonemapHDR, bool alpha, bool premultiplied,
                                     const float* alphaColor, int iccProfile, int metaDataFlags);
-    bool hasFileOutputImageSettings() const { return _hasImageSettings; }
-    const ImageSettings& getFileOutputImageSettings() const { return _imageSettings; }
+    bool hasFileOutputImageSettings() const;
+    ImageSettings getFileOutputImageSettings() const;
+    void setFileOutputAnimationSettings(bool sequence, int timeSource, int shot,
+                                        const QString& animationName, int start, int stop, int step,
+                                        int fps);
+    bool hasFileOutputAnimationSettings() const;
 
+    // Scene file name and application version, as source and creator tool, with the date.
+    bool storeGeneralInformation(const std::string& sceneFileName,
+                                 const std::string& applicationVersion);
+    // The settings given to setFileOutputImageSettings; false when none were given.
+    bool storeFileOutputImageSettings();
+    // The settings given to setFileOutputAnimationSettings, with the frame being written.
+    bool storeFileOutputAnimationSettings(int currentFrame);
+
+    // The packet of the current record; false when XMP is not supported.
+    bool getString(std::string& text) const;
     void reset(bool all);
     // How often reset ran, whatever its argument.
-    unsigned getResetCount() const { return _resetCount; }
+    unsigned getResetCount() const;
+
+    std::recursive_mutex& lock() const { return _mutex; }
 
 private:
+    struct Record;
+    mutable std::recursive_mutex _mutex;
+    std::unique_ptr<Record> _record;
     ImageSettings _imageSettings;
     bool _hasImageSettings = false;
+    AnimationSettings _animationSettings;
+    bool _hasAnimationSettings = false;
     unsigned _resetCount = 0;
 };

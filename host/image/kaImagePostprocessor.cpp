@@ -30,7 +30,8 @@ osg::ImagePtr makeDitherImage() {
 
 } // namespace
 
-kaImagePostprocessor::kaImagePostprocessor() : _ditherImage(makeDitherImage()) {}
+kaImagePostprocessor::kaImagePostprocessor()
+    : _ditherImage(makeDitherImage()) {}
 
 kaImagePostprocessor* kaImagePostprocessor::getImagePostprocessor() {
     static kaImagePostprocessor postprocessor;

@@ -34,7 +34,8 @@ public:
     void subRef() const;
 
 private:
-    explicit ExternalThread(std::string name) : _name(std::move(name)) {}
+    explicit ExternalThread(std::string name)
+        : _name(std::move(name)) {}
 
     std::string _name;
     std::atomic<bool> _initialized{false};

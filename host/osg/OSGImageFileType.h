@@ -8,6 +8,12 @@
 
 namespace osg {
 
+// Image attachments that the file types write into files: a text comment, an ICC profile's
+// bytes and an XMP packet.
+constexpr const char* kCommentAttachment = "Comment";
+constexpr const char* kICCProfileAttachment = "ICCProfile";
+constexpr const char* kXMPAttachment = "XMP";
+
 // One image file format: its MIME type, its suffixes, what it supports, and how it reads and
 // writes. Instances live as long as the process and are used from several threads at once:
 // implementations keep no per-call state.

@@ -12,7 +12,8 @@ public:
     virtual const char* getName() const = 0;
 
 protected:
-    explicit ImageFilter(float radius) : _radius(radius) {}
+    explicit ImageFilter(float radius)
+        : _radius(radius) {}
 
 private:
     float _radius;
@@ -21,14 +22,16 @@ private:
 // Averages everything within the radius: radius 0.5 is one destination pixel.
 class ImageBoxFilter : public ImageFilter {
 public:
-    explicit ImageBoxFilter(float radius = 0.5f) : ImageFilter(radius) {}
+    explicit ImageBoxFilter(float radius = 0.5f)
+        : ImageFilter(radius) {}
     const char* getName() const override { return "box"; }
 };
 
 // Weights falling linearly to zero at the radius (a tent).
 class ImageLinearFilter : public ImageFilter {
 public:
-    explicit ImageLinearFilter(float radius = 1.0f) : ImageFilter(radius) {}
+    explicit ImageLinearFilter(float radius = 1.0f)
+        : ImageFilter(radius) {}
     const char* getName() const override { return "triangle"; }
 };
 

@@ -2,6 +2,8 @@
 
 #include "OSGOIIOImageFileType_p.h"
 
+#include "OSGImageFileType.h"
+
 #include "kaLog.h"
 
 #include <OpenImageIO/filesystem.h>
@@ -39,9 +41,12 @@ void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpe
         spec.attribute("YResolution", image.getResY());
         spec.attribute("ResolutionUnit", "in");
     }
-    if (const std::string* comment = image.findAttachmentField("Comment"))
+    if (const std::string* comment = image.findAttachmentField(kCommentAttachment))
         spec.attribute("ImageDescription", *comment);
-    if (const std::string* profile = image.findAttachmentField("ICCProfile")) {
+    const std::string* xmp = image.findAttachmentField(kXMPAttachment);
+    if (xmp && std::string(oiioName) == "openexr")
+        spec.attribute(kExrXMPAttribute, *xmp);
+    if (const std::string* profile = image.findAttachmentField(kICCProfileAttachment)) {
         if (std::string(oiioName) == "openexr")
             spec.attribute(kExrICCProfileAttribute,
                            QByteArray::fromRawData(profile->data(), int(profile->size()))
@@ -231,6 +236,10 @@ struct OIIOWriteJob {
         ok = out->close() && ok;
         if (!ok)
             error = out->geterror();
+        // The packet goes in before the file gets its final name.
+        const std::string* xmp = image.findAttachmentField(kXMPAttachment);
+        if (ok && xmp && !proxy && type.embedsXMPBlock())
+            ok = oiio::embedXMP(name, *xmp, error);
         return ok;
     }
 };

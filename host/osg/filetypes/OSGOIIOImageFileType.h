@@ -32,6 +32,9 @@ public:
     bool restore(ImagePtr& image, const uint8_t* data, size_t size) override;
 
     const OIIOFormatTraits& traits() const { return _traits; }
+    // Whether an attached XMP packet goes into the file as the format's own XMP block (JPEG,
+    // TIFF, PNG); OpenEXR keeps it as a header attribute instead.
+    bool embedsXMPBlock() const;
 
 protected:
     // Compression quality 0..100 to request, or -1 for the format's default.

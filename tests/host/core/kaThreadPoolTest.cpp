@@ -87,7 +87,8 @@ TEST(kaThreadPool, AThrowingJobIsLoggedAndTheOthersGoOn) {
     pool.wait();
     EXPECT_EQ(done.load(), 1);
     EXPECT_TRUE(log.contains(kaLog::Error, "kaThreadPool: A job failed: disk full"));
-    EXPECT_TRUE(log.contains(kaLog::Error, "kaThreadPool: A job failed with an unknown exception."));
+    EXPECT_TRUE(
+        log.contains(kaLog::Error, "kaThreadPool: A job failed with an unknown exception."));
 }
 
 namespace {

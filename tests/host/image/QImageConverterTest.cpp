@@ -74,7 +74,8 @@ TEST(QImageConverter, FloatValuesAreClampedForTheQImage) {
 TEST(QImageConverter, FillsAGivenQImageOfTheRightSize) {
     QImage q(4, 3, QImage::Format_RGB32);
     const uchar* bits = q.constBits();
-    ASSERT_TRUE(QImageConverter::convertToQImage(q, ramp(Image::OSG_RGBA_PF, Image::OSG_UINT8_IMAGEDATA)));
+    ASSERT_TRUE(
+        QImageConverter::convertToQImage(q, ramp(Image::OSG_RGBA_PF, Image::OSG_UINT8_IMAGEDATA)));
     EXPECT_EQ(q.format(), QImage::Format_RGB32);
     EXPECT_EQ(q.constBits(), bits);
 }

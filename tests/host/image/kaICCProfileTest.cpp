@@ -1,6 +1,6 @@
 // The stock profiles made by the build, checked against lcms2's own transforms.
-#include "kaColor.h"
 #include "kaICCProfile.h"
+#include "kaColor.h"
 
 #include "kaTestSupport.h"
 
@@ -57,7 +57,8 @@ TEST(kaICCProfile, StockSRGBProfile) {
             EXPECT_NEAR(m.get(r, c), r == c ? 1.0f : 0.0f, 1e-3f);
     // The sRGB curve at a mid value.
     const float linear = (512 + 0.5f) / 1024.0f;
-    EXPECT_NEAR(profile->getOutputTable(1)[512], 1.055f * std::pow(linear, 1 / 2.4f) - 0.055f, 2e-3f);
+    EXPECT_NEAR(profile->getOutputTable(1)[512], 1.055f * std::pow(linear, 1 / 2.4f) - 0.055f,
+                2e-3f);
 }
 
 TEST(kaICCProfile, StockAdobeRGBProfile) {
@@ -65,9 +66,8 @@ TEST(kaICCProfile, StockAdobeRGBProfile) {
     ASSERT_TRUE(profile->isLoaded());
     EXPECT_EQ(profile->getDescription(), "Adobe RGB (1998)");
     // Published linear sRGB -> linear Adobe RGB (1998) matrix (D65).
-    const float expected[3][3] = {{0.7152f, 0.2848f, 0.0000f},
-                                  {0.0000f, 1.0000f, 0.0000f},
-                                  {0.0000f, 0.0412f, 0.9588f}};
+    const float expected[3][3] = {
+        {0.7152f, 0.2848f, 0.0000f}, {0.0000f, 1.0000f, 0.0000f}, {0.0000f, 0.0412f, 0.9588f}};
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c)
             EXPECT_NEAR(profile->getConversionMatrix().get(r, c), expected[r][c], 2e-3f);
@@ -78,7 +78,8 @@ TEST(kaICCProfile, StockAdobeRGBProfile) {
 TEST(kaICCProfile, MatrixAndTablesAgreeWithLcmsTransforms) {
     const std::array<float, 3> colours[] = {
         {0.2f, 0.5f, 0.8f}, {0.9f, 0.1f, 0.05f}, {0.01f, 0.02f, 0.03f}, {0.5f, 0.5f, 0.5f}};
-    for (const QString& file : {kaColor::getSRGBProfileFileName(), kaColor::getAdobeRGBProfileFileName()}) {
+    for (const QString& file :
+         {kaColor::getSRGBProfileFileName(), kaColor::getAdobeRGBProfileFileName()}) {
         kaICCProfile profile(file);
         for (const auto& colour : colours) {
             auto ours = ourTransform(profile, colour);

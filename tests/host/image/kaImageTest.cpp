@@ -20,8 +20,8 @@ protected:
 TEST_P(kaImageProfileInFile, EmbeddedProfileIsReadBackWithItsDescription) {
     osg::ImagePtr image = Image::create();
     image->set(Image::OSG_RGB_PF, 8, 8);
-    ASSERT_TRUE(kaImage::embedActiveICCProfile(
-        image, kaColor::getAdobeRGBProfileFileName().toStdString()));
+    ASSERT_TRUE(
+        kaImage::embedActiveICCProfile(image, kaColor::getAdobeRGBProfileFileName().toStdString()));
     const std::string path = dir.fileStd(QString("profiled.") + GetParam());
     ASSERT_TRUE(image->write(path.c_str()));
 
@@ -41,7 +41,8 @@ TEST_P(kaImageProfileInFile, EmbeddedProfileIsReadBackWithItsDescription) {
     cmsHPROFILE profile = cmsOpenProfileFromMem(bytes.constData(), cmsUInt32Number(bytes.size()));
     ASSERT_NE(profile, nullptr);
     char description[256] = {0};
-    cmsGetProfileInfoASCII(profile, cmsInfoDescription, "en", "US", description, sizeof description);
+    cmsGetProfileInfoASCII(profile, cmsInfoDescription, "en", "US", description,
+                           sizeof description);
     EXPECT_STREQ(description, "Adobe RGB (1998)");
     auto* red = static_cast<const cmsCIEXYZ*>(cmsReadTag(profile, cmsSigRedColorantTag));
     ASSERT_NE(red, nullptr);
@@ -49,7 +50,8 @@ TEST_P(kaImageProfileInFile, EmbeddedProfileIsReadBackWithItsDescription) {
     cmsCloseProfile(profile);
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, kaImageProfileInFile, testing::Values("png", "jpg", "tif", "exr"));
+INSTANTIATE_TEST_SUITE_P(Formats, kaImageProfileInFile,
+                         testing::Values("png", "jpg", "tif", "exr"));
 
 TEST(kaImage, EmbeddingRefusesMissingAndNonProfileFiles) {
     katest::TempDir dir;

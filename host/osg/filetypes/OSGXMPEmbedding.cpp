@@ -1,0 +1,44 @@
+#include "OSGOIIOImageFileType.h"
+#include "OSGOIIOImageFileType_p.h"
+
+#include <exempi/xmp.h>
+
+#include <mutex>
+
+namespace osg {
+
+bool OIIOImageFileType::embedsXMPBlock() const {
+    const std::string name = traits().oiioName;
+    return name == "jpeg" || name == "tiff" || name == "png";
+}
+
+namespace oiio {
+
+bool embedXMP(const std::string& path, const std::string& packet, std::string& error) {
+    static std::mutex mutex;
+    static const bool ready = xmp_init();
+    std::lock_guard<std::mutex> lock(mutex);
+    if (!ready) {
+        error = "the XMP toolkit did not start";
+        return false;
+    }
+    XmpPtr xmp = xmp_new(packet.data(), packet.size());
+    if (!xmp) {
+        error = "the XMP packet does not parse";
+        return false;
+    }
+    XmpFilePtr file = xmp_files_open_new(path.c_str(), XmpOpenFileOptions(XMP_OPEN_FORUPDATE));
+    bool ok = file && xmp_files_can_put_xmp(file, xmp) && xmp_files_put_xmp(file, xmp);
+    if (file) {
+        ok = xmp_files_close(file, XMP_CLOSE_SAFEUPDATE) && ok;
+        xmp_files_free(file);
+    }
+    xmp_free(xmp);
+    if (!ok)
+        error = "can't put the XMP packet into the file (XMP error " +
+                std::to_string(xmp_get_error()) + ")";
+    return ok;
+}
+
+} // namespace oiio
+} // namespace osg
