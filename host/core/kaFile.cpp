@@ -8,12 +8,13 @@
 #include <QFileInfo>
 #include <QMap>
 #include <QMessageBox>
-#include <QMutex>
-#include <QMutexLocker>
 #include <QRegularExpression>
 
+#include <mutex>
+
 namespace {
-QMutex g_variablesMutex;
+// A standard mutex, not QMutex: thread checkers see through it.
+std::mutex g_variablesMutex;
 QMap<QString, QString>& variables() {
     static QMap<QString, QString> v;
     return v;
@@ -22,9 +23,9 @@ QMap<QString, QString>& variables() {
 // Host variables win over the environment; KALO_DATA falls back to the data folder.
 bool lookupVariable(const QString& name, QString& value) {
     {
-        QMutexLocker lock(&g_variablesMutex);
-        auto it = variables().find(name);
-        if (it != variables().end()) {
+        std::lock_guard<std::mutex> lock(g_variablesMutex);
+        auto it = variables().constFind(name);
+        if (it != variables().constEnd()) {
             value = it.value();
             return true;
         }
@@ -88,7 +89,7 @@ std::string kaFile::expandFilename(const std::string& name) {
 }
 
 void kaFile::setPathVariable(const QString& name, const QString& value) {
-    QMutexLocker lock(&g_variablesMutex);
+    std::lock_guard<std::mutex> lock(g_variablesMutex);
     variables()[name] = value;
 }
 
