@@ -54,12 +54,17 @@ inline __m128 pow4(__m128 x, float power) {
     return exp2x4(_mm_mul_ps(log2x4(x), _mm_set1_ps(power)));
 }
 
+// The exported fastPow4 is not used inside: an exported function can't be inlined here.
+inline void pow4(const float in[4], float power, float out[4]) {
+    _mm_storeu_ps(out, pow4(_mm_loadu_ps(in), power));
+}
+
 void srgbCurve(const float in[4], float out[4]) {
     float clamped[4], powered[4];
     for (int i = 0; i < 3; ++i)
         clamped[i] = std::max(in[i], 0.0f);
     clamped[3] = 1.0f;
-    fastPow4(clamped, 1.0f / 2.4f, powered);
+    pow4(clamped, 1.0f / 2.4f, powered);
     for (int i = 0; i < 3; ++i)
         out[i] = in[i] > 0.0031308f ? 1.055f * powered[i] - 0.055f : 12.92f * in[i];
     out[3] = in[3];
@@ -76,7 +81,7 @@ void adobeRGBFormula(const float in[4], float out[4]) {
                        0.0134474f * X - 0.1183897f * Y + 1.0154096f * Z, 1.0f};
     for (int i = 0; i < 3; ++i)
         linear[i] = std::max(linear[i], 0.0f);
-    fastPow4(linear, 256.0f / 563.0f, out);
+    pow4(linear, 256.0f / 563.0f, out);
     out[3] = alpha;
 }
 
@@ -95,7 +100,33 @@ bool usable(const std::shared_ptr<const kaICCProfile>& profile) {
     return profile && profile->isLoaded();
 }
 
+// The profiles as this thread last fetched them. Fetching takes a lock and a file check, too
+// much for every pixel; a refresh every 4096 pixels still follows a change of colour space or
+// profile within one image row.
+struct Profiles {
+    std::shared_ptr<const kaICCProfile> srgb, adobe, active, image;
+    unsigned untilRefresh = 0;
+};
+
+thread_local Profiles t_profiles;
+
+const Profiles& currentProfiles() {
+    Profiles& profiles = t_profiles;
+    if (profiles.untilRefresh-- == 0) {
+        profiles.srgb = kaColor::getSRGBICCProfile();
+        profiles.adobe = kaColor::getAdobeRGBICCProfile();
+        profiles.active = kaColor::getActiveICCProfile();
+        profiles.image = kaColor::getImageICCProfile();
+        profiles.untilRefresh = 4095;
+    }
+    return profiles;
+}
+
 } // namespace
+
+void forgetProfiles() {
+    t_profiles.untilRefresh = 0;
+}
 
 void fastLog2x4(const float in[4], float out[4]) {
     _mm_storeu_ps(out, log2x4(_mm_loadu_ps(in)));
@@ -114,13 +145,14 @@ void displayTransformPixel(const float in[4], float gamma, float out[4]) {
         float clamped[4] = {std::max(in[0], 0.0f), std::max(in[1], 0.0f), std::max(in[2], 0.0f),
                             1.0f};
         const float alpha = in[3];
-        fastPow4(clamped, gamma, out);
+        pow4(clamped, gamma, out);
         out[3] = alpha;
         return;
     }
     case 1:
     case 3: {
-        auto profile = mode == 1 ? kaColor::getSRGBICCProfile() : kaColor::getActiveICCProfile();
+        const Profiles& profiles = currentProfiles();
+        const auto& profile = mode == 1 ? profiles.srgb : profiles.active;
         if (usable(profile))
             throughProfile(*profile, in, out);
         else
@@ -128,7 +160,7 @@ void displayTransformPixel(const float in[4], float gamma, float out[4]) {
         return;
     }
     case 2: {
-        auto profile = kaColor::getAdobeRGBICCProfile();
+        const auto& profile = currentProfiles().adobe;
         if (usable(profile))
             throughProfile(*profile, in, out);
         else
@@ -137,7 +169,7 @@ void displayTransformPixel(const float in[4], float gamma, float out[4]) {
     }
     case 4:
         // The image profile is used as it is, loaded or not.
-        throughProfile(*kaColor::getImageICCProfile(), in, out);
+        throughProfile(*currentProfiles().image, in, out);
         return;
     case 5:
         std::copy(in, in + 4, out);

@@ -18,6 +18,10 @@ IMAGEWRITER_EXPORT void displayTransformPixel(const float in[4], float gamma, fl
 IMAGEWRITER_EXPORT void quantizePixel(const float pixel[4], int x, int y, int flags,
                                       unsigned char rgb[3]);
 
+// The transform keeps the host's profiles per thread and fetches them again every 4096 pixels;
+// this makes the calling thread's next pixel fetch them at once.
+IMAGEWRITER_EXPORT void forgetProfiles();
+
 // The fast approximations the transform uses, four values at once: out[i] = in[i] ^ power,
 // and its parts.
 IMAGEWRITER_EXPORT void fastPow4(const float in[4], float power, float out[4]);

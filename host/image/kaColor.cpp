@@ -7,6 +7,7 @@
 #include <QFileInfo>
 
 #include <atomic>
+#include <chrono>
 #include <map>
 #include <mutex>
 
@@ -14,18 +15,25 @@ namespace {
 
 std::atomic<unsigned int> g_activeColorSpace{0};
 
-// One loaded profile per file, reloaded when the file's time stamp or size changes.
+// One loaded profile per file, read again when the file's time stamp or size changes. The file
+// is looked at no more than once a second: display transforms ask for every pixel.
 std::shared_ptr<const kaICCProfile> profileFor(const QString& fileName) {
+    using Clock = std::chrono::steady_clock;
     static std::mutex mutex;
     struct Entry {
         std::shared_ptr<const kaICCProfile> profile;
         QDateTime modified;
         qint64 size = -1;
+        Clock::time_point checked;
     };
     static std::map<QString, Entry> cache;
-    QFileInfo info(fileName);
     std::lock_guard<std::mutex> lock(mutex);
     Entry& entry = cache[fileName];
+    const Clock::time_point now = Clock::now();
+    if (entry.profile && now - entry.checked < std::chrono::seconds(1))
+        return entry.profile;
+    entry.checked = now;
+    QFileInfo info(fileName);
     if (!entry.profile || entry.modified != info.lastModified() || entry.size != info.size()) {
         entry.profile = std::make_shared<kaICCProfile>(fileName);
         entry.modified = info.lastModified();

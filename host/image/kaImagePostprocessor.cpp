@@ -39,34 +39,30 @@ kaImagePostprocessor* kaImagePostprocessor::getImagePostprocessor() {
 }
 
 int kaImagePostprocessor::getMode() const {
-    std::lock_guard<std::mutex> lock(_mutex);
     return _mode;
 }
 void kaImagePostprocessor::setMode(int mode) {
-    std::lock_guard<std::mutex> lock(_mutex);
     _mode = mode;
 }
 float kaImagePostprocessor::getGamma() const {
-    std::lock_guard<std::mutex> lock(_mutex);
     return _gamma;
 }
 void kaImagePostprocessor::setGamma(float gamma) {
-    std::lock_guard<std::mutex> lock(_mutex);
     _gamma = gamma;
 }
 bool kaImagePostprocessor::getDithering() const {
-    std::lock_guard<std::mutex> lock(_mutex);
     return _dithering;
 }
 void kaImagePostprocessor::setDithering(bool dithering) {
-    std::lock_guard<std::mutex> lock(_mutex);
     _dithering = dithering;
 }
+
 osg::ImagePtr kaImagePostprocessor::getDitherImage() const {
-    std::lock_guard<std::mutex> lock(_mutex);
+    std::lock_guard<std::mutex> lock(_ditherMutex);
     return _ditherImage;
 }
+
 void kaImagePostprocessor::setDitherImage(const osg::ImagePtr& image) {
-    std::lock_guard<std::mutex> lock(_mutex);
+    std::lock_guard<std::mutex> lock(_ditherMutex);
     _ditherImage = image;
 }

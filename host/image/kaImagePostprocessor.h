@@ -2,6 +2,7 @@
 
 #include "OSGImage.h"
 
+#include <atomic>
 #include <mutex>
 
 // How the host turns linear float pictures into display values: the display-transform mode
@@ -26,9 +27,10 @@ public:
 private:
     kaImagePostprocessor();
 
-    mutable std::mutex _mutex;
-    int _mode = 1;
-    float _gamma = 1.0f / 2.2f;
-    bool _dithering = true;
+    // Read for every pixel a display transform makes: plain atomics, no lock.
+    std::atomic<int> _mode{1};
+    std::atomic<float> _gamma{1.0f / 2.2f};
+    std::atomic<bool> _dithering{true};
+    mutable std::mutex _ditherMutex;
     osg::ImagePtr _ditherImage;
 };

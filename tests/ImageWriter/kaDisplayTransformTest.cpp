@@ -17,12 +17,18 @@ protected:
     void SetUp() override {
         post->setDithering(false);
         savedMode = post->getMode();
+        forgetProfiles();
+    }
+    // Points $KALO_DATA somewhere else and makes the transform look again.
+    void useDataFolder(const QString& folder) {
+        kaFile::setPathVariable("KALO_DATA", folder);
+        forgetProfiles();
     }
     void TearDown() override {
         post->setMode(savedMode);
         post->setDithering(true);
         post->setDitherImage(dither);
-        kaFile::setPathVariable("KALO_DATA", kaPlatform::getDataDir());
+        useDataFolder(kaPlatform::getDataDir());
     }
     kaImagePostprocessor* post = kaImagePostprocessor::getImagePostprocessor();
     osg::ImagePtr dither = post->getDitherImage();
@@ -90,7 +96,7 @@ TEST_F(DisplayTransform, ProfilePathUsesTheLastTableEntryForOne) {
 
 TEST_F(DisplayTransform, SRGBModeWithoutProfileFallsBackToTheCurve) {
     katest::TempDir empty;
-    kaFile::setPathVariable("KALO_DATA", empty.path());
+    useDataFolder(empty.path());
     post->setMode(1);
     float in[4] = {0.5f, 0.001f, 1.0f, 1.0f}, out[4];
     displayTransformPixel(in, 1.0f, out);
@@ -100,7 +106,7 @@ TEST_F(DisplayTransform, SRGBModeWithoutProfileFallsBackToTheCurve) {
 
 TEST_F(DisplayTransform, AdobeModeWithoutProfileUsesThePublishedMatrices) {
     katest::TempDir empty;
-    kaFile::setPathVariable("KALO_DATA", empty.path());
+    useDataFolder(empty.path());
     post->setMode(2);
     const float c[3] = {0.2f, 0.5f, 0.8f};
     float in[4] = {c[0], c[1], c[2], 0.5f}, out[4];
@@ -119,7 +125,7 @@ TEST_F(DisplayTransform, AdobeModeWithProfileAgreesWithTheFormula) {
     float in[4] = {0.2f, 0.5f, 0.8f, 1.0f}, viaProfile[4], viaFormula[4];
     displayTransformPixel(in, 1.0f, viaProfile);
     katest::TempDir empty;
-    kaFile::setPathVariable("KALO_DATA", empty.path());
+    useDataFolder(empty.path());
     displayTransformPixel(in, 1.0f, viaFormula);
     for (int k = 0; k < 3; ++k)
         EXPECT_NEAR(viaProfile[k], viaFormula[k], 4e-3f) << k;

@@ -4,6 +4,7 @@
 #include "kaTestSupport.h"
 
 #include <QFile>
+#include <QThread>
 
 #include <gtest/gtest.h>
 
@@ -42,5 +43,6 @@ TEST_F(kaColorTest, AProfileFileThatChangesIsReadAgain) {
     EXPECT_EQ(kaColor::getImageICCProfile()->getDescription(), "sRGB IEC61966-2.1");
     QFile::remove(path);
     ASSERT_TRUE(QFile::copy(kaColor::getAdobeRGBProfileFileName(), path));
+    QThread::msleep(1100); // files are looked at again after a second
     EXPECT_EQ(kaColor::getImageICCProfile()->getDescription(), "Adobe RGB (1998)");
 }
