@@ -3,13 +3,19 @@
 
 #include "QImageConverter.h"
 #include "kaAnimManager.h"
+#include "kaCameraService.h"
 #include "kaFile.h"
 #include "kaFileIO.h"
 #include "kaImage.h"
 #include "kaImageMetaData.h"
+#include "kaKernelServiceFactory.h"
 #include "kaLog.h"
+#include "kaNodeUtils.h"
 #include "kaPlatform.h"
 #include "kaPreferences.h"
+#include "kaQRPCConverter.h"
+#include "kaRTSceneHandler.h"
+#include "kaRenderPasses.h"
 
 #include <QDateTime>
 #include <QPainter>
@@ -59,11 +65,42 @@ void kaImageWriter::storeMetaData(const osg::ImagePtr& image, const char* format
     bool stored =
         _metaData->storeGeneralInformation(kaFileIO::getFilename().toUtf8().toStdString(),
                                            kaPlatform::getAppVersionName().toUtf8().toStdString());
+    if (_metaDataFlags & 64)
+        stored = _metaData->storeRaytracingSettings(
+                     kaRTSceneHandler::getRaytracingSettingsAttachment()) ||
+                 stored;
     if (_metaDataFlags & 8)
         stored = _metaData->storeFileOutputImageSettings() || stored;
     if (_metaDataFlags & 16)
         stored =
             _metaData->storeFileOutputAnimationSettings(kaAnimManager::getCurrentFrame()) || stored;
+    if (_metaDataFlags & 32) {
+        std::vector<std::string> passes;
+        const std::vector<bool>& active = kaImageRenderWidget::getActiveRenderPasses();
+        for (size_t i = 0; i < active.size() && i < kaRenderPassCount; ++i)
+            if (active[i])
+                passes.push_back(kaRenderPassNames[i]);
+        _metaData->setFileOutputRenderPasses(passes);
+        stored = _metaData->storeFileOutputRenderPasses() || stored;
+    }
+    if (_metaDataFlags & 1) {
+        if (auto cameras = kaKernelServiceFactory::get<kaCameraService>("kaCameraService")) {
+            const osg::NodePtr camera =
+                kaQRPCConverter::idToNode(cameras->getActiveCamera().getId());
+            stored = _metaData->storeCamera(camera) || stored;
+        }
+    }
+    if (_metaDataFlags & (2 | 4)) {
+        const std::vector<osg::NodePtr> nodes = kaNodeUtils::getSceneNodes();
+        if (_metaDataFlags & 2)
+            stored = _metaData->storeNodesVisibility(nodes) || stored;
+        if (_metaDataFlags & 4)
+            stored = _metaData->storeSwitchNodesChoice(nodes) || stored;
+    }
+    // Computed, but deliberately not counted: switch material choices alone never make a
+    // record.
+    if (_metaDataFlags & 128)
+        _metaData->storeSwitchMaterialsChoice();
 
     std::string text;
     if (stored && _metaData->getString(text))

@@ -65,7 +65,8 @@ void BM_SaveImagePngVersusPlainWrite(benchmark::State& state) {
     QTemporaryDir dir;
     kaPreferences::getData().set("ImageExport show image", false);
     kaImageWriter writer;
-    osg::ImagePtr image = noiseImage(osg::Image::OSG_RGB_PF, osg::Image::OSG_UINT8_IMAGEDATA, size, 7);
+    osg::ImagePtr image =
+        noiseImage(osg::Image::OSG_RGB_PF, osg::Image::OSG_UINT8_IMAGEDATA, size, 7);
     const std::string plainName = dir.filePath("plain.png").toStdString();
     double library = 0.0, plain = 0.0;
     for (auto _ : state) {

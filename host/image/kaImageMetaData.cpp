@@ -1,6 +1,8 @@
 #include "kaImageMetaData.h"
 
 #include "OSGImageFileType.h"
+#include "OSGMaterial.h"
+#include "OSGNodeCores.h"
 
 #include <QDateTime>
 
@@ -49,7 +51,26 @@ struct kaImageMetaData::Record {
         return set(name, std::string(value ? "True" : "False"));
     }
     bool set(const char* name, float value) { return set(name, number(value)); }
+    // An ordered list of text items, replacing any list of that name.
+    bool setList(const char* name, const std::vector<std::string>& items) {
+        if (!xmp || items.empty())
+            return false;
+        xmp_delete_property(xmp, kaImageMetaData::kNamespace, name);
+        bool ok = true;
+        for (const std::string& item : items)
+            ok = xmp_append_array_item(xmp, kaImageMetaData::kNamespace, name,
+                                       XMP_PROP_VALUE_IS_ARRAY | XMP_PROP_ARRAY_IS_ORDERED,
+                                       item.c_str(), 0) &&
+                 ok;
+        return ok;
+    }
 };
+
+namespace {
+std::string triple(float x, float y, float z) {
+    return number(x) + " " + number(y) + " " + number(z);
+}
+} // namespace
 
 kaImageMetaData::kaImageMetaData()
     : _record(std::make_unique<Record>()) {}
@@ -163,6 +184,75 @@ bool kaImageMetaData::storeFileOutputAnimationSettings(int currentFrame) {
     return ok;
 }
 
+bool kaImageMetaData::storeCamera(const osg::NodePtr& cameraNode) {
+    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    if (!cameraNode)
+        return false;
+    const osg::Matrix world = cameraNode->getToWorld();
+    const osg::Pnt3f position = world.transformPoint({0.0f, 0.0f, 0.0f});
+    const osg::Vec3f direction = osg::normalize(world.transformVector({0.0f, 0.0f, -1.0f}));
+    const osg::Vec3f up = osg::normalize(world.transformVector({0.0f, 1.0f, 0.0f}));
+    bool ok = _record->set("CameraName", cameraNode->getName());
+    ok = _record->set("CameraPosition", triple(position.x, position.y, position.z)) && ok;
+    ok = _record->set("CameraDirection", triple(direction.x, direction.y, direction.z)) && ok;
+    ok = _record->set("CameraUp", triple(up.x, up.y, up.z)) && ok;
+    if (auto* camera = dynamic_cast<const osg::CameraCore*>(cameraNode->getCore().get())) {
+        ok = _record->set("CameraFieldOfView", camera->getFov()) && ok;
+        ok = _record->set("CameraNear", camera->getNear()) && ok;
+        ok = _record->set("CameraFar", camera->getFar()) && ok;
+    }
+    return ok;
+}
+
+bool kaImageMetaData::storeNodesVisibility(const std::vector<osg::NodePtr>& nodes) {
+    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::vector<std::string> items;
+    for (const osg::NodePtr& node : nodes)
+        if (node && !node->getName().empty())
+            items.push_back(node->getName() + "=" + (node->getActive() ? "1" : "0"));
+    return _record->setList("NodeVisibility", items);
+}
+
+bool kaImageMetaData::storeSwitchNodesChoice(const std::vector<osg::NodePtr>& nodes) {
+    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::vector<std::string> items;
+    for (const osg::NodePtr& node : nodes)
+        if (node && !node->getName().empty())
+            if (auto* choice = dynamic_cast<const osg::Switch*>(node->getCore().get()))
+                items.push_back(node->getName() + "=" + std::to_string(choice->getChoice()));
+    return _record->setList("SwitchChoices", items);
+}
+
+bool kaImageMetaData::storeRaytracingSettings(const osg::StringAttributeMapPtr& settings) {
+    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    if (!settings)
+        return false;
+    std::vector<std::string> items;
+    for (const auto& [key, value] : settings->getAttributes())
+        items.push_back(key + "=" + value);
+    return _record->setList("RaytracingSettings", items);
+}
+
+void kaImageMetaData::setFileOutputRenderPasses(const std::vector<std::string>& passNames) {
+    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    _renderPasses = passNames;
+}
+
+bool kaImageMetaData::storeFileOutputRenderPasses() {
+    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    return _record->setList("RenderPasses", _renderPasses);
+}
+
+bool kaImageMetaData::storeSwitchMaterialsChoice() {
+    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::vector<std::string> items;
+    for (const osg::SwitchMaterialPtr& material :
+         osg::FieldContainerFactory::the().getContainersOfType<osg::SwitchMaterial>())
+        if (!material->getName().empty())
+            items.push_back(material->getName() + "=" + std::to_string(material->getChoice()));
+    return _record->setList("SwitchMaterialChoices", items);
+}
+
 bool kaImageMetaData::getString(std::string& text) const {
     std::lock_guard<std::recursive_mutex> guard(_mutex);
     if (!_record->xmp)
@@ -184,6 +274,7 @@ void kaImageMetaData::reset(bool all) {
         _hasImageSettings = false;
         _animationSettings = AnimationSettings();
         _hasAnimationSettings = false;
+        _renderPasses.clear();
     }
 }
 

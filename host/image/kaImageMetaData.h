@@ -1,11 +1,15 @@
 #pragma once
 
+#include "OSGNode.h"
+#include "OSGStringAttributeMap.h"
+
 #include <QString>
 
 #include <memory>
 #include <mutex>
 #include <set>
 #include <string>
+#include <vector>
 
 // The metadata record that exports put into image files, as an XMP packet: general
 // information (Dublin Core and XMP basics: source scene, creator tool, date) and the export's
@@ -74,6 +78,21 @@ public:
     // The settings given to setFileOutputAnimationSettings, with the frame being written.
     bool storeFileOutputAnimationSettings(int currentFrame);
 
+    // The camera node: name, position, viewing direction and up vector in world space, and
+    // field of view, near and far planes when its core is a camera.
+    bool storeCamera(const osg::NodePtr& cameraNode);
+    // "name=1" (shown) or "name=0" for every named node.
+    bool storeNodesVisibility(const std::vector<osg::NodePtr>& nodes);
+    // "name=choice" for every named node whose core is a switch.
+    bool storeSwitchNodesChoice(const std::vector<osg::NodePtr>& nodes);
+    // "key=value" for every raytracing setting.
+    bool storeRaytracingSettings(const osg::StringAttributeMapPtr& settings);
+    // The render passes the export writes, by name, as given to setFileOutputRenderPasses.
+    void setFileOutputRenderPasses(const std::vector<std::string>& passNames);
+    bool storeFileOutputRenderPasses();
+    // "name=choice" for every switch material in the scene graph.
+    bool storeSwitchMaterialsChoice();
+
     // The packet of the current record; false when XMP is not supported.
     bool getString(std::string& text) const;
     void reset(bool all);
@@ -90,5 +109,6 @@ private:
     bool _hasImageSettings = false;
     AnimationSettings _animationSettings;
     bool _hasAnimationSettings = false;
+    std::vector<std::string> _renderPasses;
     unsigned _resetCount = 0;
 };

@@ -1,7 +1,7 @@
 #include "OSGFieldContainer.h"
 
+#include <map>
 #include <mutex>
-#include <unordered_map>
 
 namespace osg {
 
@@ -10,8 +10,8 @@ std::mutex& registryMutex() {
     static std::mutex m;
     return m;
 }
-std::unordered_map<uint32_t, FieldContainer*>& registry() {
-    static std::unordered_map<uint32_t, FieldContainer*> r;
+std::map<uint32_t, FieldContainer*>& registry() {
+    static std::map<uint32_t, FieldContainer*> r;
     return r;
 }
 // Id 0 stays free so that it can mean "none".
@@ -64,6 +64,18 @@ FieldContainerPtr FieldContainerFactory::getContainer(uint32_t id) const {
     FieldContainerPtr handle(it->second);
     it->second->subRef(); // the handle holds its own reference now
     return handle;
+}
+
+std::vector<FieldContainerPtr> FieldContainerFactory::getContainers() const {
+    std::vector<FieldContainerPtr> result;
+    std::lock_guard<std::mutex> lock(registryMutex());
+    for (auto& [id, container] : registry()) {
+        if (!container->tryAddRef())
+            continue; // on its way out
+        result.emplace_back(container);
+        container->subRef(); // the handle holds its own reference now
+    }
+    return result;
 }
 
 size_t FieldContainerFactory::getNumContainers() const {

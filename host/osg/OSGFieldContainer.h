@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <vector>
 
 namespace osg {
 
@@ -16,6 +17,8 @@ public:
     FieldContainer& operator=(const FieldContainer&) = delete;
 
     uint32_t getId() const { return _id; }
+    // The class name, for messages and type checks in tests.
+    virtual const char* getTypeName() const = 0;
     void addRef() const { _refCount.fetch_add(1, std::memory_order_relaxed); }
     void subRef() const;
     int getRefCount() const { return _refCount.load(std::memory_order_relaxed); }
@@ -41,6 +44,16 @@ public:
     static FieldContainerFactory& the();
     // Null when no live container has that id.
     FieldContainerPtr getContainer(uint32_t id) const;
+    // Every live container of class T (or derived from it), in id order.
+    template <typename T>
+    std::vector<RefPtr<T>> getContainersOfType() const {
+        std::vector<RefPtr<T>> result;
+        for (const FieldContainerPtr& c : getContainers())
+            if (auto* typed = dynamic_cast<T*>(c.get()))
+                result.push_back(RefPtr<T>(typed));
+        return result;
+    }
+    std::vector<FieldContainerPtr> getContainers() const;
     size_t getNumContainers() const;
 
 private:

@@ -39,6 +39,7 @@ public:
     enum ResUnit { OSG_RESUNIT_INVALID = 0, OSG_RESUNIT_NONE = 1, OSG_RESUNIT_INCH = 2 };
 
     static ImagePtr create();
+    const char* getTypeName() const override { return "Image"; }
 
     // (Re)creates the storage. 'data', when given, is copied (it must hold getSize() bytes of
     // the new layout); without it the pixels are zero when 'allocMemory', else the image has

@@ -1,10 +1,16 @@
 #include "kaImageWriter.h"
 #include "kaImageWriterTestAccess.h"
 
+#include "OSGMaterial.h"
+#include "OSGNodeCores.h"
+#include "kaCameraService.h"
 #include "kaFileIO.h"
 #include "kaImageMetaData.h"
+#include "kaKernelServiceFactory.h"
+#include "kaNodeUtils.h"
 #include "kaPlatform.h"
 #include "kaPreferences.h"
+#include "kaRTSceneHandler.h"
 #include "kaTestSupport.h"
 
 #include <OpenImageIO/imageio.h>
@@ -264,4 +270,78 @@ TEST_F(kaImageWriterSignature, SavingAn8BitImageDrawsTheSignatureIntoTheFile) {
     for (size_t i = 0; i < pixels.size(); i += 3)
         yellow += pixels[i] == 255 && pixels[i + 1] == 255 && pixels[i + 2] == 0;
     EXPECT_GT(yellow, 50);
+}
+
+namespace {
+// A small scene: a named camera, a hidden node, a switch, a switch material.
+struct TestScene {
+    osg::NodePtr root = osg::Node::create(osg::Group::create(), "Scene");
+    osg::NodePtr camera = osg::Node::create(osg::CameraCore::create(35.0f, 0.5f, 500.0f), "Front");
+    osg::NodePtr hidden = osg::Node::create(osg::Group::create(), "Roof");
+    osg::NodePtr variants = osg::Node::create(osg::Switch::create(1), "Wheels");
+    osg::SwitchMaterialPtr paint = osg::SwitchMaterial::create("Paint");
+    std::shared_ptr<kaCameraService> cameras = std::make_shared<kaCameraService>();
+
+    TestScene() {
+        osg::NodePtr cameraPlace =
+            osg::Node::create(osg::Transform::create(osg::Matrix::translation(0, 2, 10)), "");
+        root->addChild(cameraPlace);
+        cameraPlace->addChild(camera);
+        root->addChild(hidden);
+        root->addChild(variants);
+        hidden->setActive(false);
+        paint->addMaterial(osg::SimpleMaterial::create("red"));
+        paint->addMaterial(osg::SimpleMaterial::create("blue"));
+        paint->setChoice(1);
+        kaNodeUtils::setSceneRoot(root);
+        cameras->setActiveCamera(camera);
+        kaKernelServiceFactory::registerService("kaCameraService", cameras);
+        osg::StringAttributeMapPtr rt = osg::StringAttributeMap::create();
+        rt->setAttribute("Samples", "256");
+        rt->setAttribute("Bounces", "8");
+        kaRTSceneHandler::setRaytracingSettingsAttachment(rt);
+        std::vector<bool> passes(47, false);
+        passes[0] = passes[33] = true;
+        kaImageRenderWidget::setActiveRenderPasses(passes);
+    }
+    ~TestScene() {
+        kaNodeUtils::setSceneRoot(nullptr);
+        kaKernelServiceFactory::registerService("kaCameraService", nullptr);
+        kaRTSceneHandler::setRaytracingSettingsAttachment(nullptr);
+        kaImageRenderWidget::setActiveRenderPasses({});
+    }
+};
+} // namespace
+
+TEST_F(kaImageWriterMetaData, ScenePartsOfTheRecordAreReadBackWithExiv2) {
+    TestScene scene;
+    writer.setMetaDataFlags(1 | 2 | 4 | 32 | 64 | 128);
+    osg::ImagePtr image = Image::create();
+    image->set(Image::OSG_RGB_PF, 16, 16);
+    const QString path = dir.file("scene.tif");
+    ASSERT_TRUE(writer.saveImage(image, path.toUtf8(), "TIF", false, false, true, 72, false, false,
+                                 nullptr));
+    const QString xmp = exiv2Xmp(path);
+    auto has = [&](const char* pattern) { return xmp.contains(QRegularExpression(pattern)); };
+    EXPECT_TRUE(has(R"(Xmp\.kaExport\.CameraName\s+XmpText\s+\d+\s+Front)")) << xmp.toStdString();
+    EXPECT_TRUE(has(R"(Xmp\.kaExport\.CameraPosition\s+XmpText\s+\d+\s+0 2 10)"));
+    EXPECT_TRUE(has(R"(Xmp\.kaExport\.CameraDirection\s+XmpText\s+\d+\s+0 0 -1)"));
+    EXPECT_TRUE(has(R"(Xmp\.kaExport\.CameraFieldOfView\s+XmpText\s+\d+\s+35)"));
+    EXPECT_TRUE(has(
+        R"(Xmp\.kaExport\.NodeVisibility\s+XmpSeq\s+\d+\s+Scene=1, Front=1, Roof=0, Wheels=1)"));
+    EXPECT_TRUE(has(R"(Xmp\.kaExport\.SwitchChoices\s+XmpSeq\s+\d+\s+Wheels=1)"));
+    EXPECT_TRUE(has(R"(Xmp\.kaExport\.RenderPasses\s+XmpSeq\s+\d+\s+beauty, depth)"));
+    EXPECT_TRUE(
+        has(R"(Xmp\.kaExport\.RaytracingSettings\s+XmpSeq\s+\d+\s+Bounces=8, Samples=256)"));
+    EXPECT_TRUE(has(R"(Xmp\.kaExport\.SwitchMaterialChoices\s+XmpSeq\s+\d+\s+.*Paint=1)"));
+}
+
+TEST_F(kaImageWriterMetaData, CameraFlagWithoutACameraServiceStoresOnlyTheRest) {
+    writer.setMetaDataFlags(1);
+    osg::ImagePtr image = Image::create();
+    image->set(Image::OSG_RGB_PF, 2, 2);
+    access.storeMetaData(image, "png");
+    const std::string* packet = image->findAttachmentField(kaImageMetaData::getAttachmentKey());
+    ASSERT_NE(packet, nullptr) << "the general information still makes a record";
+    EXPECT_EQ(packet->find("CameraName"), std::string::npos);
 }

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "OSGBaseTypes.h"
+#include "OSGChangeList.h"
+#include "OSGFieldContainer.h"
+
+#include <string>
+#include <vector>
+
+namespace osg {
+
+// How a surface looks. Materials have names users know them by.
+class Material : public FieldContainer {
+public:
+    enum : BitVector { NameFieldMask = 1 << 0 };
+    const std::string& getName() const { return _name; }
+    void setName(const std::string& name);
+
+private:
+    std::string _name;
+};
+using MaterialPtr = RefPtr<Material>;
+
+// A physically based surface: base colour, metallic, roughness, emission, opacity.
+class SimpleMaterial : public Material {
+public:
+    static RefPtr<SimpleMaterial> create(const std::string& name = "");
+    const char* getTypeName() const override { return "SimpleMaterial"; }
+    Color3f baseColor{0.8f, 0.8f, 0.8f};
+    float metallic = 0.0f;
+    float roughness = 0.5f;
+    // Emitted radiance; may exceed 1.
+    Color3f emission{0.0f, 0.0f, 0.0f};
+    float opacity = 1.0f;
+
+private:
+    SimpleMaterial() = default;
+};
+using SimpleMaterialPtr = RefPtr<SimpleMaterial>;
+
+// One of several materials, chosen by index (a product's colour variants).
+class SwitchMaterial : public Material {
+public:
+    enum : BitVector { ChoiceFieldMask = 1 << 1, MaterialsFieldMask = 1 << 2 };
+    static RefPtr<SwitchMaterial> create(const std::string& name = "");
+    const char* getTypeName() const override { return "SwitchMaterial"; }
+    void addMaterial(const MaterialPtr& material);
+    size_t getNMaterials() const { return _materials.size(); }
+    const MaterialPtr& getMaterial(size_t index) const { return _materials.at(index); }
+    // -1 when none is chosen.
+    int getChoice() const { return _choice; }
+    void setChoice(int choice);
+    // Null when the choice is outside the list.
+    MaterialPtr getCurrentMaterial() const;
+
+private:
+    SwitchMaterial() = default;
+    std::vector<MaterialPtr> _materials;
+    int _choice = -1;
+};
+using SwitchMaterialPtr = RefPtr<SwitchMaterial>;
+
+} // namespace osg
