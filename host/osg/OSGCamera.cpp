@@ -74,6 +74,9 @@ NodePtr CameraDecorator::getBeacon() const {
 float CameraDecorator::getNear() const {
     return _decoratee ? _decoratee->getNear() : 0.1f;
 }
+FieldContainerPtr CameraDecorator::getTonemappingSettings() const {
+    return _decoratee ? _decoratee->getTonemappingSettings() : FieldContainerPtr();
+}
 float CameraDecorator::getFar() const {
     return _decoratee ? _decoratee->getFar() : 1000.0f;
 }

@@ -23,6 +23,14 @@ public:
     virtual NodePtr getBeacon() const = 0;
     virtual float getNear() const = 0;
     virtual float getFar() const = 0;
+
+    // The tone-mapping settings of this camera; null when it has none. Decorators answer with
+    // their decoratee's.
+    virtual FieldContainerPtr getTonemappingSettings() const { return _tonemapping; }
+    void setTonemappingSettings(const FieldContainerPtr& settings) { _tonemapping = settings; }
+
+private:
+    FieldContainerPtr _tonemapping;
 };
 
 // The OpenGL projection of the frustum (l, r, b, t at the near plane, n, f).
@@ -72,6 +80,7 @@ public:
     NodePtr getBeacon() const override;
     float getNear() const override;
     float getFar() const override;
+    FieldContainerPtr getTonemappingSettings() const override;
 
 private:
     CameraPtr _decoratee;

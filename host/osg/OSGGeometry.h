@@ -1,0 +1,90 @@
+#pragma once
+
+#include "OSGBaseTypes.h"
+#include "OSGMaterial.h"
+#include "OSGNode.h"
+
+#include <vector>
+
+namespace osg {
+
+// A triangle mesh: positions with optional normals, texture coordinates and colours (one per
+// position), triangles as index triples, and the material it is drawn with. Renderers keep
+// their copies up to date through getVersion(), which grows with every edit.
+class Geometry : public NodeCore {
+public:
+    enum : BitVector { MeshFieldMask = 1 << 0, MaterialFieldMask = 1 << 1 };
+    static RefPtr<Geometry> create();
+    const char* getTypeName() const override { return "Geometry"; }
+
+    struct Mesh {
+        std::vector<Pnt3f> positions;
+        std::vector<Vec3f> normals;
+        std::vector<float> texCoords; // two per position
+        std::vector<Color4f> colors;
+        std::vector<uint32_t> indices; // three per triangle
+    };
+    const Mesh& getMesh() const { return _mesh; }
+    // Replaces the mesh; normals are computed (smooth) when none are given.
+    void setMesh(Mesh mesh);
+    const MaterialPtr& getMaterial() const { return _material; }
+    void setMaterial(const MaterialPtr& material);
+    uint64_t getVersion() const { return _version; }
+
+private:
+    Geometry() = default;
+    Mesh _mesh;
+    MaterialPtr _material;
+    uint64_t _version = 0;
+};
+using GeometryPtr = RefPtr<Geometry>;
+
+// Shapes made as geometry, centred at the origin.
+GeometryPtr makeBox(float sizeX, float sizeY, float sizeZ, const MaterialPtr& material);
+GeometryPtr makeSphere(float radius, int segments, const MaterialPtr& material);
+GeometryPtr makePlane(float sizeX, float sizeZ, const MaterialPtr& material);
+
+// Lights; the node's world pose places them (directional lights shine down their -Z).
+class Light : public NodeCore {
+public:
+    enum : BitVector { ColorFieldMask = 1 << 0, IntensityFieldMask = 1 << 1 };
+    const Color3f& getColor() const { return _color; }
+    void setColor(const Color3f& color);
+    float getIntensity() const { return _intensity; }
+    void setIntensity(float intensity);
+
+private:
+    Color3f _color{1.0f, 1.0f, 1.0f};
+    float _intensity = 1.0f;
+};
+using LightPtr = RefPtr<Light>;
+
+class DirectionalLight : public Light {
+public:
+    static RefPtr<DirectionalLight> create();
+    const char* getTypeName() const override { return "DirectionalLight"; }
+
+private:
+    DirectionalLight() = default;
+};
+
+class PointLight : public Light {
+public:
+    static RefPtr<PointLight> create();
+    const char* getTypeName() const override { return "PointLight"; }
+
+private:
+    PointLight() = default;
+};
+
+// Light from every direction (the sky): its colour times intensity lights every surface.
+class EnvironmentLight : public Light {
+public:
+    static RefPtr<EnvironmentLight> create();
+    const char* getTypeName() const override { return "EnvironmentLight"; }
+
+private:
+    EnvironmentLight() = default;
+};
+
+} // namespace osg

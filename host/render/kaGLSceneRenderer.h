@@ -1,0 +1,40 @@
+#pragma once
+
+#include "OSGViewport.h"
+
+#include <string>
+#include <vector>
+
+// Draws a viewport's scene with OpenGL into a float RGBA buffer. Every pixel is the mean of
+// 'samples' jittered sub-pixel samples, sample k always at the same sub-pixel offset of the
+// target's pixel grid, so that rendering a picture in tiles gives the same pixels as rendering
+// it whole. Targets larger than the piece limit are drawn piece by piece. GUI thread only.
+class kaGLSceneRenderer {
+public:
+    static kaGLSceneRenderer& the();
+
+    // Renders pixels [x0, x0 + width) x [y0, y0 + height) of a picture of fullWidth x
+    // fullHeight seen through 'camera' into 'rgba' (width * height * 4 floats, rows
+    // bottom-up). The region is drawn with the full picture's projection and an integer
+    // viewport offset, so that every region's pixels come out exactly as in the whole picture.
+    // With 'onlySample' >= 0 only that sample is made. The viewport's event-processing callback
+    // is called after every sample; when it returns false the render stops and false is
+    // returned with an empty 'error'.
+    bool render(const osg::UberViewport& viewport, const osg::Camera& camera, int fullWidth,
+                int fullHeight, int x0, int y0, int width, int height, int samples, int onlySample,
+                std::vector<float>& rgba, std::string& error);
+
+    // Sub-pixel offset of sample k, each coordinate in [-0.5, 0.5); sample 0 is the centre.
+    static void sampleOffset(int k, float& dx, float& dy);
+
+    // The largest piece drawn at once, in pixels per side (the GL limit; tests lower it).
+    int getMaxPieceSize();
+    void setMaxPieceSize(int size);
+    int getMaxTextureSize();
+
+private:
+    kaGLSceneRenderer() = default;
+    struct Impl;
+    Impl* _impl = nullptr;
+    int _pieceLimit = 0;
+};

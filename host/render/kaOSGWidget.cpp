@@ -1,0 +1,87 @@
+#include "kaOSGWidget.h"
+
+#include "OSGNodeCores.h"
+#include "kaColor.h"
+
+#include <atomic>
+
+namespace {
+kaOSGWidget* g_mainView = nullptr;
+std::atomic<bool> g_raytracing{false};
+std::atomic<bool> g_gpuRaytracing{false};
+} // namespace
+
+kaOSGWidget::kaOSGWidget()
+    : _window(osg::Window::create())
+    , _viewport(osg::UberViewport::create())
+    , _camera(osg::PerspectiveCamera::create())
+    , _background(osg::Gradient2Background::create())
+    , _root(osg::Node::create(osg::Group::create(), "Root"))
+    , _sceneRoot(osg::Node::create(osg::Group::create(), "Scene"))
+    , _beacon(osg::Node::create(osg::Transform::create(), "CameraBeacon")) {
+    _root->addChild(_sceneRoot);
+    _root->addChild(_beacon);
+    _camera->setBeacon(_beacon);
+    _background->setColors({0.25f, 0.25f, 0.28f}, {0.62f, 0.66f, 0.72f});
+    _viewport->setCamera(_camera);
+    _viewport->setBackground(_background);
+    _viewport->setRoot(_root);
+    _window->addViewport(_viewport);
+}
+
+kaOSGWidget::~kaOSGWidget() {
+    if (g_mainView == this)
+        g_mainView = nullptr;
+}
+
+kaOSGWidget* kaOSGWidget::getMGLW(int index) {
+    return index == -1 || index == 0 ? g_mainView : nullptr;
+}
+void kaOSGWidget::setMainView(kaOSGWidget* view) {
+    g_mainView = view;
+}
+
+void kaOSGWidget::setSceneRoot(const osg::NodePtr& scene) {
+    _root->subChild(_sceneRoot);
+    _sceneRoot = scene ? scene : osg::Node::create(osg::Group::create(), "Scene");
+    _root->addChild(_sceneRoot);
+}
+
+int kaOSGWidget::width() const {
+    return int(_window->getWidth());
+}
+int kaOSGWidget::height() const {
+    return int(_window->getHeight());
+}
+void kaOSGWidget::setSize(int width, int height) {
+    _window->setSize(uint32_t(width), uint32_t(height));
+}
+
+void kaOSGWidget::getPowerwallWindow(osg::Pnt3f (&corners)[4]) const {
+    for (int i = 0; i < 4; ++i)
+        corners[i] = _powerwallCorners[i];
+}
+void kaOSGWidget::setPowerwallWindow(const osg::Pnt3f (&corners)[4]) {
+    for (int i = 0; i < 4; ++i)
+        _powerwallCorners[i] = corners[i];
+}
+
+bool kaOSGWidget::getRaytracing() {
+    return g_raytracing;
+}
+void kaOSGWidget::setRaytracing(bool on) {
+    g_raytracing = on;
+}
+bool kaOSGWidget::getGpuRaytracing() {
+    return g_gpuRaytracing;
+}
+void kaOSGWidget::setGpuRaytracing(bool on) {
+    g_gpuRaytracing = on;
+}
+
+unsigned int kaOSGWidget::getDisplayColorspace() const {
+    return kaColor::getActiveColorSpace();
+}
+void kaOSGWidget::setDisplayColorspace(unsigned int colorSpace) {
+    kaColor::setActiveColorSpace(colorSpace);
+}

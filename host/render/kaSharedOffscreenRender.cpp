@@ -1,0 +1,80 @@
+#include "kaSharedOffscreenRender.h"
+
+#include "OSGCameraDecorators.h"
+#include "kaGLSceneRenderer.h"
+#include "kaLog.h"
+#include "kaOSGWidget.h"
+
+#include <cmath>
+
+kaSharedOffscreenRender::kaSharedOffscreenRender(kaOSGWidget* view,
+                                                 const std::vector<osg::ImagePtr>& tileImages,
+                                                 int sampleQuality)
+    : _view(view)
+    , _tileImages(tileImages)
+    , _sampleQuality(sampleQuality) {}
+
+bool kaSharedOffscreenRender::updateGL() {
+    const osg::ImagePtr* first = nullptr;
+    for (const osg::ImagePtr& image : _tileImages)
+        if (image && image->getData()) {
+            first = &image;
+            break;
+        }
+    if (!_view || !first)
+        return false;
+    const int imageWidth = (*first)->getWidth(), imageHeight = (*first)->getHeight();
+    const osg::WindowPtr& window = _view->getWindow();
+    bool ok = true;
+    std::vector<float> rgba;
+    for (size_t v = 0; v < window->getNViewports() && ok; ++v) {
+        const osg::UberViewport& viewport = *window->getViewport(v);
+        if (!viewport.getCamera())
+            continue;
+        // The viewport's rectangle of the image is the picture its camera sees.
+        const int x0 = int(std::lround(viewport.getLeft() * imageWidth));
+        const int y0 = int(std::lround(viewport.getBottom() * imageHeight));
+        int width = int(std::lround(viewport.getRight() * imageWidth)) - x0;
+        int height = int(std::lround(viewport.getTop() * imageHeight)) - y0;
+        const osg::Camera* camera = viewport.getCamera().get();
+        int fullWidth = width, fullHeight = height, regionX = 0, regionY = 0;
+        if (auto* tile = dynamic_cast<const osg::TileCameraDecorator*>(camera)) {
+            // A tile is its region of the decoratee's whole picture, at the pixel size it has
+            // there: a clamped last tile is drawn narrower, not stretched.
+            if (!tile->getDecoratee())
+                continue;
+            camera = tile->getDecoratee().get();
+            fullWidth = int(tile->getFullWidth());
+            fullHeight = int(tile->getFullHeight());
+            regionX = int(std::lround(tile->getLeft() * float(fullWidth)));
+            regionY = int(std::lround(tile->getBottom() * float(fullHeight)));
+            width =
+                std::min(width, int(std::lround(tile->getRight() * float(fullWidth))) - regionX);
+            height =
+                std::min(height, int(std::lround(tile->getTop() * float(fullHeight))) - regionY);
+        }
+        if (width <= 0 || height <= 0)
+            continue;
+        std::string error;
+        const int samples = viewport.getSamples(_sampleQuality);
+        ok = kaGLSceneRenderer::the().render(viewport, *camera, fullWidth, fullHeight, regionX,
+                                             regionY, width, height, samples, _rtSample, rgba,
+                                             error);
+        if (!ok && !error.empty()) {
+            kaLog::error("kaSharedOffscreenRender: %s", error.c_str());
+            break;
+        }
+        // A render stopped by the callback still delivers the samples it made.
+        // OpenGL rows are bottom-up, as the images' are.
+        for (const osg::ImagePtr& image : _tileImages) {
+            if (!image || !image->getData())
+                continue;
+            for (int y = 0; y < height && y + y0 < image->getHeight(); ++y)
+                for (int x = 0; x < width && x + x0 < image->getWidth(); ++x) {
+                    const float* p = rgba.data() + (size_t(y) * size_t(width) + size_t(x)) * 4;
+                    image->setPixel(x + x0, y + y0, {p[0], p[1], p[2], p[3]});
+                }
+        }
+    }
+    return ok;
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "OSGImage.h"
+
+#include <vector>
+
+class kaOSGWidget;
+
+// Renders the main view's viewports, with their current (decorated) cameras, into every
+// existing tile image (one per render pass; null entries are skipped), in each image's pixel
+// format and data type. A tile camera's region is drawn at the pixel size it has in the whole
+// picture, in the lower-left corner of the tile image, so a clamped last tile is not
+// stretched. GUI thread only; the images must outlive the renderer's use of them.
+class kaSharedOffscreenRender {
+public:
+    kaSharedOffscreenRender(kaOSGWidget* view, const std::vector<osg::ImagePtr>& tileImages,
+                            int sampleQuality);
+
+    // The one sample to make on the next updateGL (-1: all of the viewport's samples).
+    void setRtSample(int sample) { _rtSample = sample; }
+    // Renders. False when rendering failed (logged) or was stopped by the viewport's callback.
+    bool updateGL();
+
+private:
+    kaOSGWidget* _view;
+    std::vector<osg::ImagePtr> _tileImages;
+    int _sampleQuality;
+    int _rtSample = -1;
+};

@@ -1,0 +1,267 @@
+// Real OpenGL renders through headless EGL: tiled renders equal the untiled render, eyes
+// differ, alpha and values above 1 survive, more samples converge.
+#include "OSGCameraDecorators.h"
+#include "OSGChangeList.h"
+#include "OSGGeometry.h"
+#include "OSGNodeCores.h"
+#include "kaGLInfo.h"
+#include "kaGLSceneRenderer.h"
+#include "kaOSGWidget.h"
+#include "kaSharedOffscreenRender.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using osg::Image;
+
+namespace {
+
+osg::NodePtr child(const osg::NodePtr& parent, const osg::NodeCorePtr& core, const char* name) {
+    osg::NodePtr node = osg::Node::create(core, name);
+    parent->addChild(node);
+    return node;
+}
+
+// A ground, a box, a bright emissive sphere and three kinds of light.
+struct TestView {
+    kaOSGWidget view;
+    osg::NodePtr emissive;
+    TestView() {
+        osg::NodePtr scene = osg::Node::create(osg::Group::create(), "Scene");
+        auto grey = osg::SimpleMaterial::create("ground");
+        auto red = osg::SimpleMaterial::create("red");
+        red->baseColor = {0.8f, 0.1f, 0.1f};
+        red->roughness = 0.3f;
+        auto glow = osg::SimpleMaterial::create("glow");
+        glow->baseColor = {0.1f, 0.1f, 0.1f};
+        glow->emission = {4.0f, 3.0f, 1.0f};
+        child(scene, osg::makePlane(10, 10, grey), "Ground");
+        osg::NodePtr boxPlace =
+            child(scene, osg::Transform::create(osg::Matrix::translation(-0.8f, 0.5f, 0)), "");
+        child(boxPlace, osg::makeBox(1, 1, 1, red), "Box");
+        osg::NodePtr spherePlace =
+            child(scene, osg::Transform::create(osg::Matrix::translation(0.9f, 0.6f, 0.3f)), "");
+        emissive = child(spherePlace, osg::makeSphere(0.6f, 32, glow), "Lamp");
+        osg::NodePtr sun =
+            child(scene,
+                  osg::Transform::create(osg::Matrix::lookAt({3, 5, 2}, {0, 0, 0}, {0, 1, 0})), "");
+        child(sun, osg::DirectionalLight::create(), "Sun");
+        osg::NodePtr bulbPlace =
+            child(scene, osg::Transform::create(osg::Matrix::translation(-2, 2, 2)), "");
+        auto bulb = osg::PointLight::create();
+        bulb->setIntensity(4.0f);
+        child(bulbPlace, bulb, "Bulb");
+        auto sky = osg::EnvironmentLight::create();
+        sky->setIntensity(0.2f);
+        child(scene, sky, "Sky");
+        view.setSceneRoot(scene);
+        osg::dynamic_pointer_cast<osg::Transform>(view.getCameraBeacon()->getCore())
+            ->setMatrix(osg::Matrix::lookAt({0.5f, 2.5f, 5.0f}, {0, 0.4f, 0}, {0, 1, 0}));
+        view.getCamera()->setFov(45.0f);
+        view.setSize(64, 48);
+    }
+};
+
+osg::ImagePtr newImage(int w, int h, uint32_t format, int32_t type) {
+    osg::ImagePtr image = Image::create();
+    image->set(format, w, h, 1, 1, 1, 0.0, nullptr, type);
+    return image;
+}
+
+// Renders the view in columns x rows tiles the way the export does and pastes them together.
+osg::ImagePtr renderTiled(kaOSGWidget& view, int W, int H, int columns, int rows, uint32_t format,
+                          int32_t type, int quality) {
+    const osg::CameraPtr camera = view.getViewport()->getCamera();
+    osg::TileCameraDecoratorPtr tile = osg::TileCameraDecorator::create();
+    tile->setDecoratee(camera);
+    tile->setFullSize(uint32_t(W), uint32_t(H));
+    view.getViewport()->setCamera(tile);
+    const int tileW = (W + columns - 1) / columns, tileH = (H + rows - 1) / rows;
+    osg::ImagePtr result = newImage(W, H, format, type);
+    osg::ImagePtr tileImage = newImage(tileW, tileH, format, type);
+    kaSharedOffscreenRender renderer(&view, {tileImage}, quality);
+    const float fx = float(tileW) * (1.0f / float(W)), fy = float(tileH) * (1.0f / float(H));
+    int py = 0;
+    for (double y = 0.0; y < 1.0; y += fy, py += tileH) {
+        int px = 0;
+        for (double x = 0.0; x < 1.0; x += fx, px += tileW) {
+            tile->setSize(float(x), float(y), std::min(float(x) + fx, 1.0f),
+                          std::min(float(y) + fy, 1.0f));
+            EXPECT_TRUE(renderer.updateGL());
+            result->setSubData(px, py, 0, tileW, tileH, 1, tileImage->getData());
+        }
+    }
+    view.getViewport()->setCamera(camera);
+    return result;
+}
+
+float maxDifference(const osg::ImagePtr& a, const osg::ImagePtr& b) {
+    float worst = 0.0f;
+    for (int y = 0; y < a->getHeight(); ++y)
+        for (int x = 0; x < a->getWidth(); ++x) {
+            const osg::Color4f p = a->getPixel(x, y), q = b->getPixel(x, y);
+            worst = std::max({worst, std::fabs(p.r - q.r), std::fabs(p.g - q.g),
+                              std::fabs(p.b - q.b), std::fabs(p.a - q.a)});
+        }
+    return worst;
+}
+
+class OffscreenRender : public testing::Test {
+protected:
+    void TearDown() override {
+        kaGLSceneRenderer::the().setMaxPieceSize(0);
+        osg::ChangeList::getCurrent()->clear();
+    }
+    TestView scene;
+};
+
+} // namespace
+
+TEST_F(OffscreenRender, OpenGLIsThere) {
+    EXPECT_GE(kaGLInfo::getMaxTextureSize(), 4096);
+    EXPECT_GE(kaGLInfo::getVideoMemorySizeMB(), 0);
+}
+
+struct TileCase {
+    uint32_t format;
+    int32_t type;
+    int quality;
+    const char* name;
+};
+
+class TiledEqualsUntiled : public OffscreenRender, public testing::WithParamInterface<TileCase> {};
+
+TEST_P(TiledEqualsUntiled, AtMostOneOf255Apart) {
+    const TileCase& c = GetParam();
+    osg::ImagePtr whole = renderTiled(scene.view, 64, 48, 1, 1, c.format, c.type, c.quality);
+    for (auto [columns, rows] : {std::pair{2, 2}, {3, 5}}) {
+        osg::ImagePtr tiled =
+            renderTiled(scene.view, 64, 48, columns, rows, c.format, c.type, c.quality);
+        EXPECT_LE(maxDifference(whole, tiled), 1.0f / 255.0f + 1e-6f)
+            << c.name << " " << columns << "x" << rows;
+    }
+    // Not a blank picture: the red box is there.
+    bool red = false;
+    for (int y = 0; y < 48; ++y)
+        for (int x = 0; x < 64; ++x) {
+            osg::Color4f p = whole->getPixel(x, y);
+            red = red || (p.r > 0.3f && p.r > 2 * p.g && p.r > 2 * p.b);
+        }
+    EXPECT_TRUE(red) << c.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    FormatsAndSamples, TiledEqualsUntiled,
+    testing::Values(TileCase{Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 0, "rgb8"},
+                    TileCase{Image::OSG_RGBA_PF, Image::OSG_UINT8_IMAGEDATA, 0, "rgba8"},
+                    TileCase{Image::OSG_RGB_PF, Image::OSG_FLOAT32_IMAGEDATA, 0, "rgbFloat"},
+                    TileCase{Image::OSG_RGBA_PF, Image::OSG_FLOAT32_IMAGEDATA, 2, "rgbaFloat4x"},
+                    TileCase{Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 3, "rgb8x9"}),
+    [](const testing::TestParamInfo<TileCase>& info) { return std::string(info.param.name); });
+
+TEST_F(OffscreenRender, BackgroundAlphaZeroCarriesTheAlphaColour) {
+    scene.view.getBackground()->setAlpha(0.0f);
+    scene.view.getBackground()->setAlphaColor({0.2f, 0.4f, 0.6f});
+    osg::ImagePtr image =
+        renderTiled(scene.view, 64, 48, 1, 1, Image::OSG_RGBA_PF, Image::OSG_FLOAT32_IMAGEDATA, 0);
+    const osg::Color4f sky = image->getPixel(2, 46); // top left: background
+    EXPECT_FLOAT_EQ(sky.a, 0.0f);
+    EXPECT_NEAR(sky.r, 0.2f, 1e-5f);
+    EXPECT_NEAR(sky.b, 0.6f, 1e-5f);
+    EXPECT_FLOAT_EQ(image->getPixel(32, 5).a, 1.0f) << "the ground is opaque";
+}
+
+TEST_F(OffscreenRender, FloatRendersKeepValuesAboveOne) {
+    osg::ImagePtr image =
+        renderTiled(scene.view, 64, 48, 1, 1, Image::OSG_RGB_PF, Image::OSG_FLOAT32_IMAGEDATA, 0);
+    float brightest = 0.0f;
+    for (int y = 0; y < 48; ++y)
+        for (int x = 0; x < 64; ++x)
+            brightest = std::max(brightest, image->getPixel(x, y).r);
+    EXPECT_GT(brightest, 3.0f);
+    osg::ImagePtr bytes =
+        renderTiled(scene.view, 64, 48, 1, 1, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 0);
+    EXPECT_EQ(*std::max_element(bytes->getData(), bytes->getData() + bytes->getSize()), 255);
+}
+
+TEST_F(OffscreenRender, MoreSamplesLowerTheEdgeError) {
+    auto render = [&](int quality) {
+        return renderTiled(scene.view, 48, 36, 1, 1, Image::OSG_RGB_PF,
+                           Image::OSG_FLOAT32_IMAGEDATA, quality);
+    };
+    // Quality 4 (16 samples) as the reference.
+    osg::ImagePtr reference = render(4);
+    auto error = [&](const osg::ImagePtr& image) {
+        double sum = 0.0;
+        for (int y = 0; y < 36; ++y)
+            for (int x = 0; x < 48; ++x) {
+                osg::Color4f p = image->getPixel(x, y), q = reference->getPixel(x, y);
+                sum += std::min(std::fabs(p.r - q.r), 1.0f) + std::min(std::fabs(p.g - q.g), 1.0f);
+            }
+        return sum;
+    };
+    const double one = error(render(0)), four = error(render(2)), nine = error(render(3));
+    EXPECT_GT(one, four);
+    EXPECT_GT(four, nine);
+}
+
+TEST_F(OffscreenRender, TilesBeyondTheLimitAreDrawnInPieces) {
+    osg::ImagePtr whole =
+        renderTiled(scene.view, 64, 48, 1, 1, Image::OSG_RGBA_PF, Image::OSG_FLOAT32_IMAGEDATA, 2);
+    kaGLSceneRenderer::the().setMaxPieceSize(13);
+    EXPECT_EQ(kaGLSceneRenderer::the().getMaxPieceSize(), 13);
+    osg::ImagePtr pieces =
+        renderTiled(scene.view, 64, 48, 1, 1, Image::OSG_RGBA_PF, Image::OSG_FLOAT32_IMAGEDATA, 2);
+    EXPECT_LE(maxDifference(whole, pieces), 1e-4f);
+}
+
+TEST_F(OffscreenRender, StereoEyesDifferAndTheCentreEyeIsTheCamera) {
+    const osg::CameraPtr camera = scene.view.getViewport()->getCamera();
+    osg::MultiStereoCameraDecoratorPtr stereo = osg::MultiStereoCameraDecorator::create();
+    stereo->setDecoratee(camera);
+    stereo->setEyeSeparation(0.3f);
+    stereo->setZeroParallaxDistance(5.0f);
+    scene.view.getViewport()->setCamera(stereo);
+    auto eye = [&](float offset) {
+        stereo->setEyeOffset(offset);
+        return renderTiled(scene.view, 64, 48, 1, 1, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA,
+                           0);
+    };
+    osg::ImagePtr left = eye(-0.5f), right = eye(0.5f), centre = eye(0.0f);
+    scene.view.getViewport()->setCamera(camera);
+    osg::ImagePtr plain =
+        renderTiled(scene.view, 64, 48, 1, 1, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 0);
+    EXPECT_GT(maxDifference(left, right), 0.2f);
+    EXPECT_LE(maxDifference(centre, plain), 1.0f / 255.0f + 1e-6f);
+}
+
+namespace {
+struct CallbackLog {
+    int calls = 0;
+    int stopAfter = 1000;
+};
+bool countSamples(int, int, bool advance, void* context) {
+    auto* log = static_cast<CallbackLog*>(context);
+    if (advance)
+        ++log->calls;
+    return log->calls < log->stopAfter;
+}
+} // namespace
+
+TEST_F(OffscreenRender, CallbackOncePerSampleAndFalseStops) {
+    CallbackLog log;
+    scene.view.getViewport()->setEventProcessingCB(countSamples, &log);
+    osg::ImagePtr image = newImage(32, 24, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA);
+    kaSharedOffscreenRender renderer(&scene.view, {image}, 3);
+    EXPECT_TRUE(renderer.updateGL());
+    EXPECT_EQ(log.calls, 9);
+    log = CallbackLog{0, 2};
+    EXPECT_FALSE(renderer.updateGL()) << "stopped after two samples";
+    EXPECT_EQ(log.calls, 2);
+    log = CallbackLog{};
+    renderer.setRtSample(5);
+    EXPECT_TRUE(renderer.updateGL());
+    EXPECT_EQ(log.calls, 1) << "only the given sample";
+    scene.view.getViewport()->setEventProcessingCB(nullptr, nullptr);
+}
