@@ -11,6 +11,7 @@
 #include <atomic>
 #include <map>
 #include <mutex>
+#include <vector>
 
 namespace {
 std::mutex g_progressMutex;
@@ -75,4 +76,97 @@ bool kaController::playSoundOnExport() {
     boost::any value = kaPreferences::getData().get("Play Sound On Export");
     const bool* play = boost::any_cast<bool>(&value);
     return play && *play;
+}
+
+namespace {
+struct Hooks {
+    std::mutex mutex;
+    int nextId = 1;
+    std::map<int, kaController::Hook> loop, behavior, render;
+};
+Hooks& hooks() {
+    static Hooks h;
+    return h;
+}
+std::atomic<uint64_t> g_frameId{0};
+std::atomic<int> g_forcedRenders{0};
+std::atomic<int> g_scenegraphChanges{0};
+std::atomic<bool> g_simulation{true};
+std::atomic<bool> g_snapshotRendering{false};
+
+int addTo(std::map<int, kaController::Hook>& table, kaController::Hook hook) {
+    std::lock_guard<std::mutex> lock(hooks().mutex);
+    int id = hooks().nextId++;
+    table[id] = std::move(hook);
+    return id;
+}
+
+void runAll(std::map<int, kaController::Hook>& table, bool argument) {
+    std::vector<kaController::Hook> calls;
+    {
+        std::lock_guard<std::mutex> lock(hooks().mutex);
+        for (auto& [id, hook] : table)
+            calls.push_back(hook);
+    }
+    for (auto& hook : calls)
+        hook(argument);
+}
+} // namespace
+
+uint64_t kaController::getFrameId() {
+    return g_frameId;
+}
+void kaController::increaseFrameId() {
+    ++g_frameId;
+}
+
+int kaController::addLoopCallback(Hook hook) {
+    return addTo(hooks().loop, std::move(hook));
+}
+int kaController::addBehavior(Hook hook) {
+    return addTo(hooks().behavior, std::move(hook));
+}
+int kaController::addRenderHook(Hook hook) {
+    return addTo(hooks().render, std::move(hook));
+}
+
+void kaController::removeHook(int id) {
+    std::lock_guard<std::mutex> lock(hooks().mutex);
+    hooks().loop.erase(id);
+    hooks().behavior.erase(id);
+    hooks().render.erase(id);
+}
+
+void kaController::callLoopCBs() {
+    runAll(hooks().loop, false);
+}
+void kaController::updateBehavior(bool force) {
+    runAll(hooks().behavior, force);
+}
+void kaController::forceRender(bool wait) {
+    ++g_forcedRenders;
+    increaseFrameId();
+    runAll(hooks().render, wait);
+}
+int kaController::getForcedRenderCount() {
+    return g_forcedRenders;
+}
+
+bool kaController::isSimulationEnable() {
+    return g_simulation;
+}
+void kaController::enableSimulation(bool on) {
+    g_simulation = on;
+}
+bool kaController::isSnapshotRendering() {
+    return g_snapshotRendering;
+}
+void kaController::setSnapshotRendering(bool on) {
+    g_snapshotRendering = on;
+}
+void kaController::changeScenegraph() {
+    ++g_scenegraphChanges;
+}
+int kaController::getScenegraphChangeCount() {
+    return g_scenegraphChanges;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 
 class QWidget;
@@ -31,4 +32,31 @@ public:
 
     // Whether the user wants a beep when an export has finished ("Play Sound On Export").
     static bool playSoundOnExport();
+
+    // A number that grows with every frame the host draws.
+    static uint64_t getFrameId();
+    static void increaseFrameId();
+
+    // The host's main loop, run by exports frame by frame: loop callbacks, behaviour updates
+    // (simulations stepping to the simulation time) and a render of the view. Other modules
+    // register what they do; each call runs every registered function in registration order.
+    using Hook = std::function<void(bool)>;
+    static int addLoopCallback(Hook hook);
+    static int addBehavior(Hook hook);
+    static int addRenderHook(Hook hook);
+    static void removeHook(int id);
+    static void callLoopCBs();
+    static void updateBehavior(bool force);
+    static void forceRender(bool wait);
+    static int getForcedRenderCount();
+
+    // Whether simulations run.
+    static bool isSimulationEnable();
+    static void enableSimulation(bool on);
+    // Set while a snapshot renders (the view then skips interactive helpers).
+    static bool isSnapshotRendering();
+    static void setSnapshotRendering(bool on);
+    // Tells the host that the scene graph changed as a whole.
+    static void changeScenegraph();
+    static int getScenegraphChangeCount();
 };

@@ -9,6 +9,29 @@ std::atomic<int> g_frame{0};
 int kaAnimManager::getCurrentFrame() {
     return g_frame;
 }
-void kaAnimManager::setCurrentFrame(int frame) {
+
+void kaAnimManager::setCurrentFrame(int frame, bool evaluate, bool notify) {
     g_frame = frame;
+    if (!evaluate)
+        return;
+    for (const osg::AnimNodeBasePtr& animation :
+         osg::FieldContainerFactory::the().getContainersOfType<osg::AnimNodeBase>()) {
+        animation->setCurrentFrameNoEvaluation(frame, notify);
+        animation->evaluate(float(frame));
+    }
+}
+
+void kaAnimManager::evaluateByFrame(const osg::AnimNodeBasePtr& node, int frame, bool evaluate,
+                                    bool notify, bool) {
+    if (!node)
+        return;
+    g_frame = frame;
+    node->setCurrentFrameNoEvaluation(frame, notify);
+    if (evaluate)
+        node->evaluate(float(frame));
+}
+
+void kaAnimManager::updateCameraShotCurves(const osg::AnimNodeBasePtr& node) {
+    if (node)
+        node->updateCurves();
 }

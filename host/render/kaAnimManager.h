@@ -1,8 +1,18 @@
 #pragma once
 
-// The host's animation clock: the frame the scene shows. Thread-safe reads.
+#include "OSGAnimNodeBase.h"
+
+// The host's animation clock: the frame the scene shows, and the animations it evaluates.
+// GUI thread only (getCurrentFrame may be read from any thread).
 class kaAnimManager {
 public:
     static int getCurrentFrame();
-    static void setCurrentFrame(int frame);
+    // Sets the frame; with 'evaluate' every live animation is evaluated at it; 'notify'
+    // records the change of each animation's frame.
+    static void setCurrentFrame(int frame, bool evaluate = false, bool notify = false);
+    // Evaluates one animation at 'frame'.
+    static void evaluateByFrame(const osg::AnimNodeBasePtr& node, int frame, bool evaluate,
+                                bool notify, bool reserved);
+    // Recomputes the curves of an animation after its keys or evaluation time changed.
+    static void updateCameraShotCurves(const osg::AnimNodeBasePtr& node);
 };

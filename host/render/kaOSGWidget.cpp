@@ -2,6 +2,8 @@
 
 #include "OSGNodeCores.h"
 #include "kaColor.h"
+#include "kaController.h"
+#include "kaSharedOffscreenRender.h"
 
 #include <atomic>
 
@@ -27,9 +29,23 @@ kaOSGWidget::kaOSGWidget()
     _viewport->setBackground(_background);
     _viewport->setRoot(_root);
     _window->addViewport(_viewport);
+    _renderHook = kaController::addRenderHook([this](bool) {
+        if (getMGLW(-1) == this && _redraw)
+            render();
+    });
+}
+
+bool kaOSGWidget::render() {
+    if (!_screen || _screen->getWidth() != width() || _screen->getHeight() != height()) {
+        _screen = osg::Image::create();
+        _screen->set(osg::Image::OSG_RGBA_PF, width(), height());
+    }
+    kaSharedOffscreenRender renderer(this, {_screen}, 0);
+    return renderer.updateGL();
 }
 
 kaOSGWidget::~kaOSGWidget() {
+    kaController::removeHook(_renderHook);
     if (g_mainView == this)
         g_mainView = nullptr;
 }

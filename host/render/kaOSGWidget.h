@@ -2,6 +2,7 @@
 
 #include "OSGBaseTypes.h"
 #include "OSGCamera.h"
+#include "OSGImage.h"
 #include "OSGViewport.h"
 
 // The host's main 3D view, usable without any display: a window of a size in pixels with its
@@ -78,6 +79,11 @@ public:
     // The render cluster's window; none until a cluster is connected.
     void* getClusterWindow() const { return nullptr; }
 
+    // Draws the view at its window size into the screen image, as a window would show it
+    // (kaController::forceRender does this for the main view).
+    bool render();
+    const osg::ImagePtr& getScreenImage() const { return _screen; }
+
 private:
     osg::WindowPtr _window;
     osg::UberViewportPtr _viewport;
@@ -91,4 +97,6 @@ private:
     bool _isolateOverlay = false, _lightsVisible = false, _camerasVisible = false;
     bool _snapshotMode = false, _redraw = true, _occlusionCulling = false;
     bool _backplate = false, _sceneplate = false;
+    osg::ImagePtr _screen;
+    int _renderHook = 0;
 };

@@ -63,3 +63,31 @@ TEST(kaController, MainWindowIsForgottenWhenDeleted) {
     delete window;
     EXPECT_EQ(kaController::getMainWindow(), nullptr);
 }
+
+TEST(kaController, HooksRunInOrderUntilRemoved) {
+    std::vector<std::string> calls;
+    int a = kaController::addLoopCallback([&](bool) { calls.push_back("loop a"); });
+    int b = kaController::addLoopCallback([&](bool) { calls.push_back("loop b"); });
+    int c = kaController::addBehavior(
+        [&](bool force) { calls.push_back(force ? "behavior!" : "behavior"); });
+    kaController::callLoopCBs();
+    kaController::updateBehavior(true);
+    kaController::removeHook(a);
+    kaController::callLoopCBs();
+    kaController::removeHook(b);
+    kaController::removeHook(c);
+    kaController::callLoopCBs();
+    EXPECT_EQ(calls, (std::vector<std::string>{"loop a", "loop b", "behavior!", "loop b"}));
+}
+
+TEST(kaController, ForcedRendersAdvanceTheFrameId) {
+    const uint64_t frame = kaController::getFrameId();
+    int renders = 0;
+    int hook = kaController::addRenderHook([&](bool) { ++renders; });
+    kaController::forceRender(true);
+    kaController::removeHook(hook);
+    EXPECT_EQ(renders, 1);
+    EXPECT_EQ(kaController::getFrameId(), frame + 1);
+    kaController::increaseFrameId();
+    EXPECT_EQ(kaController::getFrameId(), frame + 2);
+}

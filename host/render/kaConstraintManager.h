@@ -1,0 +1,17 @@
+#pragma once
+
+#include "OSGNode.h"
+#include "OSGNodeCores.h"
+
+#include <vector>
+
+// Rules that keep scene objects related (a spotlight aimed at a car): evaluated after the
+// animation has moved things. GUI thread only.
+class kaConstraintManager {
+public:
+    // Keeps 'follower' (whose core must be a transform) at its place, turned so that its -Z
+    // axis points at 'target'. Returns an id for removeConstraint.
+    static int addLookAtConstraint(const osg::NodePtr& follower, const osg::NodePtr& target);
+    static void removeConstraint(int id);
+    static void evaluateConstraints();
+};

@@ -1,0 +1,160 @@
+#include "kaSceneImport.h"
+
+#include "OSGGeometry.h"
+#include "OSGNodeCores.h"
+
+#include <QFileInfo>
+
+#include <assimp/Importer.hpp>
+#include <assimp/postprocess.h>
+#include <assimp/scene.h>
+
+#include <cmath>
+#include <map>
+#include <string>
+
+namespace {
+
+osg::Matrix toMatrix(const aiMatrix4x4& m) {
+    // Both are row-major for column vectors.
+    osg::Matrix r;
+    const float* values = &m.a1;
+    for (int i = 0; i < 4; ++i)
+        for (int j = 0; j < 4; ++j)
+            r.m[i][j] = values[i * 4 + j];
+    return r;
+}
+
+osg::MaterialPtr toMaterial(const aiMaterial* source) {
+    aiString name;
+    source->Get(AI_MATKEY_NAME, name);
+    auto material = osg::SimpleMaterial::create(name.C_Str());
+    aiColor4D color;
+    if (source->Get(AI_MATKEY_BASE_COLOR, color) == AI_SUCCESS ||
+        source->Get(AI_MATKEY_COLOR_DIFFUSE, color) == AI_SUCCESS)
+        material->baseColor = {color.r, color.g, color.b};
+    aiColor3D emission;
+    if (source->Get(AI_MATKEY_COLOR_EMISSIVE, emission) == AI_SUCCESS) {
+        float intensity = 1.0f;
+        source->Get(AI_MATKEY_EMISSIVE_INTENSITY, intensity);
+        material->emission = {emission.r * intensity, emission.g * intensity,
+                              emission.b * intensity};
+    }
+    float value = 0.0f;
+    if (source->Get(AI_MATKEY_METALLIC_FACTOR, value) == AI_SUCCESS)
+        material->metallic = value;
+    if (source->Get(AI_MATKEY_ROUGHNESS_FACTOR, value) == AI_SUCCESS)
+        material->roughness = value;
+    if (source->Get(AI_MATKEY_OPACITY, value) == AI_SUCCESS)
+        material->opacity = value;
+    return material;
+}
+
+osg::GeometryPtr toGeometry(const aiMesh* mesh, const osg::MaterialPtr& material) {
+    osg::Geometry::Mesh data;
+    for (unsigned v = 0; v < mesh->mNumVertices; ++v) {
+        const aiVector3D& p = mesh->mVertices[v];
+        data.positions.push_back({p.x, p.y, p.z});
+        if (mesh->HasNormals())
+            data.normals.push_back({mesh->mNormals[v].x, mesh->mNormals[v].y, mesh->mNormals[v].z});
+        if (mesh->HasTextureCoords(0)) {
+            data.texCoords.push_back(mesh->mTextureCoords[0][v].x);
+            data.texCoords.push_back(mesh->mTextureCoords[0][v].y);
+        }
+        if (mesh->HasVertexColors(0)) {
+            const aiColor4D& c = mesh->mColors[0][v];
+            data.colors.push_back({c.r, c.g, c.b, c.a});
+        }
+    }
+    for (unsigned f = 0; f < mesh->mNumFaces; ++f)
+        if (mesh->mFaces[f].mNumIndices == 3)
+            for (int k = 0; k < 3; ++k)
+                data.indices.push_back(mesh->mFaces[f].mIndices[k]);
+    osg::GeometryPtr geometry = osg::Geometry::create();
+    geometry->setMesh(std::move(data));
+    geometry->setMaterial(material);
+    return geometry;
+}
+
+struct Converter {
+    const aiScene* scene;
+    bool gltfFov;
+    std::vector<osg::MaterialPtr> materials;
+    std::map<std::string, const aiCamera*> cameras;
+    std::map<std::string, const aiLight*> lights;
+
+    osg::NodePtr convert(const aiNode* source) {
+        osg::NodePtr node = osg::Node::create(
+            osg::Transform::create(toMatrix(source->mTransformation)), source->mName.C_Str());
+        for (unsigned i = 0; i < source->mNumMeshes; ++i) {
+            const aiMesh* mesh = scene->mMeshes[source->mMeshes[i]];
+            const osg::MaterialPtr& material = mesh->mMaterialIndex < materials.size()
+                                                   ? materials[mesh->mMaterialIndex]
+                                                   : osg::MaterialPtr();
+            node->addChild(osg::Node::create(toGeometry(mesh, material), mesh->mName.C_Str()));
+        }
+        auto camera = cameras.find(source->mName.C_Str());
+        if (camera != cameras.end()) {
+            const aiCamera* c = camera->second;
+            // Assimp keeps half the horizontal angle; its glTF reader instead stores the file's
+            // vertical angle times the aspect ratio. Ours is the whole vertical angle.
+            const float aspect = c->mAspect > 0.0f ? c->mAspect : 1.0f;
+            const float vertical = gltfFov ? c->mHorizontalFOV / aspect
+                                           : 2.0f * std::atan(std::tan(c->mHorizontalFOV) / aspect);
+            node->addChild(
+                osg::Node::create(osg::CameraCore::create(vertical * 180.0f / float(M_PI),
+                                                          c->mClipPlaneNear, c->mClipPlaneFar),
+                                  c->mName.C_Str()));
+        }
+        auto light = lights.find(source->mName.C_Str());
+        if (light != lights.end()) {
+            const aiLight* l = light->second;
+            osg::LightPtr core;
+            if (l->mType == aiLightSource_DIRECTIONAL)
+                core = osg::DirectionalLight::create();
+            else if (l->mType == aiLightSource_AMBIENT)
+                core = osg::EnvironmentLight::create();
+            else
+                core = osg::PointLight::create();
+            const aiColor3D& c = l->mColorDiffuse;
+            const float strength = std::max({c.r, c.g, c.b, 1e-6f});
+            core->setColor({c.r / strength, c.g / strength, c.b / strength});
+            core->setIntensity(strength);
+            node->addChild(osg::Node::create(core, l->mName.C_Str()));
+        }
+        for (unsigned i = 0; i < source->mNumChildren; ++i)
+            node->addChild(convert(source->mChildren[i]));
+        return node;
+    }
+};
+
+} // namespace
+
+osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error) {
+    if (!QFileInfo(fileName).isFile()) {
+        error = QString("The scene file '%1' doesn't exist.").arg(fileName);
+        return osg::NodePtr();
+    }
+    Assimp::Importer importer;
+    const aiScene* scene =
+        importer.ReadFile(fileName.toStdString(),
+                          aiProcess_Triangulate | aiProcess_GenSmoothNormals |
+                              aiProcess_JoinIdenticalVertices | aiProcess_ValidateDataStructure);
+    if (!scene || !scene->mRootNode || (scene->mFlags & AI_SCENE_FLAGS_INCOMPLETE)) {
+        error = QString("Couldn't read the scene file '%1': %2")
+                    .arg(fileName, QString::fromUtf8(importer.GetErrorString()));
+        return osg::NodePtr();
+    }
+    const QString suffix = QFileInfo(fileName).suffix().toLower();
+    Converter converter{scene, suffix == "gltf" || suffix == "glb", {}, {}, {}};
+    for (unsigned i = 0; i < scene->mNumMaterials; ++i)
+        converter.materials.push_back(toMaterial(scene->mMaterials[i]));
+    for (unsigned i = 0; i < scene->mNumCameras; ++i)
+        converter.cameras[scene->mCameras[i]->mName.C_Str()] = scene->mCameras[i];
+    for (unsigned i = 0; i < scene->mNumLights; ++i)
+        converter.lights[scene->mLights[i]->mName.C_Str()] = scene->mLights[i];
+    osg::NodePtr root =
+        osg::Node::create(osg::Group::create(), QFileInfo(fileName).fileName().toStdString());
+    root->addChild(converter.convert(scene->mRootNode));
+    return root;
+}

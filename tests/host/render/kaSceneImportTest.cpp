@@ -1,0 +1,97 @@
+#include "kaSceneImport.h"
+
+#include "OSGGeometry.h"
+#include "OSGNodeCores.h"
+#include "kaTestSupport.h"
+
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+// One triangle named "Panel" with a brass material, and a named camera.
+QByteArray gltf() {
+    const float positions[9] = {0, 0, 0, 1, 0, 0, 0, 1, 0};
+    const uint16_t indices[3] = {0, 1, 2};
+    QByteArray buffer(reinterpret_cast<const char*>(positions), sizeof positions);
+    buffer.append(reinterpret_cast<const char*>(indices), sizeof indices);
+    return QByteArray(R"({
+  "asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0, 1]}],
+  "nodes": [{"name": "Panel", "mesh": 0, "translation": [1, 2, 3]},
+            {"name": "Front View", "camera": 0, "translation": [0, 0, 10]}],
+  "meshes": [{"name": "PanelMesh", "primitives": [{"attributes": {"POSITION": 0}, "indices": 1, "material": 0}]}],
+  "materials": [{"name": "Brass", "pbrMetallicRoughness": {"baseColorFactor": [0.8, 0.6, 0.2, 1],
+                 "metallicFactor": 1.0, "roughnessFactor": 0.3}, "emissiveFactor": [0.5, 0, 0]}],
+  "cameras": [{"type": "perspective", "perspective": {"yfov": 0.7, "znear": 0.1, "zfar": 100, "aspectRatio": 1.5}}],
+  "buffers": [{"byteLength": 42, "uri": "data:application/octet-stream;base64,)") +
+           buffer.toBase64() + R"("}],
+  "bufferViews": [{"buffer": 0, "byteOffset": 0, "byteLength": 36}, {"buffer": 0, "byteOffset": 36, "byteLength": 6}],
+  "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3", "min": [0, 0, 0], "max": [1, 1, 0]},
+                {"bufferView": 1, "componentType": 5123, "count": 3, "type": "SCALAR"}]
+})";
+}
+
+osg::NodePtr find(const osg::NodePtr& root, const std::string& name) {
+    for (const osg::NodePtr& node : osg::collectNodes(root))
+        if (node->getName() == name)
+            return node;
+    return osg::NodePtr();
+}
+
+} // namespace
+
+TEST(kaSceneImport, GltfLoadsWithNamesMaterialsAndCameras) {
+    katest::TempDir dir;
+    QFile file(dir.file("panel.gltf"));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(gltf());
+    file.close();
+    QString error;
+    osg::NodePtr root = kaSceneImport::load(dir.file("panel.gltf"), error);
+    ASSERT_TRUE(root) << error.toStdString();
+    EXPECT_EQ(root->getName(), "panel.gltf");
+
+    osg::NodePtr panel = find(root, "Panel");
+    ASSERT_TRUE(panel);
+    osg::Pnt3f where = panel->getToWorld().transformPoint({0, 0, 0});
+    EXPECT_NEAR(where.y, 2.0f, 1e-5f);
+    osg::GeometryPtr geometry;
+    for (const osg::NodePtr& node : osg::collectNodes(panel))
+        if (auto g = osg::dynamic_pointer_cast<osg::Geometry>(node->getCore()))
+            geometry = g;
+    ASSERT_TRUE(geometry);
+    EXPECT_EQ(geometry->getMesh().indices.size(), 3u);
+    auto brass = osg::dynamic_pointer_cast<osg::SimpleMaterial>(geometry->getMaterial());
+    ASSERT_TRUE(brass);
+    EXPECT_EQ(brass->getName(), "Brass");
+    EXPECT_NEAR(brass->baseColor.g, 0.6f, 1e-5f);
+    EXPECT_NEAR(brass->metallic, 1.0f, 1e-5f);
+    EXPECT_NEAR(brass->roughness, 0.3f, 1e-5f);
+    EXPECT_NEAR(brass->emission.r, 0.5f, 1e-5f);
+
+    osg::CameraCorePtr camera;
+    for (const osg::NodePtr& node : osg::collectNodes(find(root, "Front View")))
+        if (auto c = osg::dynamic_pointer_cast<osg::CameraCore>(node->getCore()))
+            camera = c;
+    ASSERT_TRUE(camera);
+    EXPECT_NEAR(camera->getFov(), 0.7f * 180.0f / float(M_PI), 1e-3f);
+    EXPECT_NEAR(camera->getNear(), 0.1f, 1e-5f);
+}
+
+TEST(kaSceneImport, MissingAndBrokenFilesSayWhy) {
+    katest::TempDir dir;
+    QString error;
+    EXPECT_FALSE(kaSceneImport::load(dir.file("none.gltf"), error));
+    EXPECT_TRUE(error.contains("doesn't exist")) << error.toStdString();
+    QFile broken(dir.file("broken.gltf"));
+    ASSERT_TRUE(broken.open(QIODevice::WriteOnly));
+    broken.write("{ \"asset\": ");
+    broken.close();
+    error.clear();
+    EXPECT_FALSE(kaSceneImport::load(dir.file("broken.gltf"), error));
+    EXPECT_TRUE(error.startsWith("Couldn't read the scene file")) << error.toStdString();
+}
