@@ -1,6 +1,7 @@
 #include "kaImageRenderWidget.h"
 
 #include "QImageConverter.h"
+#include "kaOSGWidget.h"
 
 #include <QCoreApplication>
 

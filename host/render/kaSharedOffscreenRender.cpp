@@ -12,7 +12,23 @@ kaSharedOffscreenRender::kaSharedOffscreenRender(kaOSGWidget* view,
                                                  int sampleQuality)
     : _view(view)
     , _tileImages(tileImages)
-    , _sampleQuality(sampleQuality) {}
+    , _sampleQuality(sampleQuality) {
+    if (_view)
+        for (size_t v = 0; v < _view->getWindow()->getNViewports(); ++v)
+            _viewCameras.push_back(_view->getWindow()->getViewport(v)->getCamera());
+}
+
+kaSharedOffscreenRender::~kaSharedOffscreenRender() {
+    if (!_view || kaOSGWidget::getMGLW(-1) != _view)
+        return;
+    const osg::WindowPtr& window = _view->getWindow();
+    for (size_t v = 0; v < _viewCameras.size() && v < window->getNViewports(); ++v) {
+        if (window->getViewport(v)->getCamera() != _viewCameras[v]) {
+            window->getViewport(v)->setCamera(_viewCameras[v]);
+            osg::recordChange(window->getViewport(v), osg::UberViewport::CameraFieldMask);
+        }
+    }
+}
 
 bool kaSharedOffscreenRender::updateGL() {
     const osg::ImagePtr* first = nullptr;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "OSGCamera.h"
 #include "OSGImage.h"
 
 #include <vector>
@@ -13,8 +14,13 @@ class kaOSGWidget;
 // stretched. GUI thread only; the images must outlive the renderer's use of them.
 class kaSharedOffscreenRender {
 public:
+    // Remembers the view's viewport cameras, and puts them back when it goes: exports decorate
+    // them while they render.
     kaSharedOffscreenRender(kaOSGWidget* view, const std::vector<osg::ImagePtr>& tileImages,
                             int sampleQuality);
+    ~kaSharedOffscreenRender();
+    kaSharedOffscreenRender(const kaSharedOffscreenRender&) = delete;
+    kaSharedOffscreenRender& operator=(const kaSharedOffscreenRender&) = delete;
 
     // The one sample to make on the next updateGL (-1: all of the viewport's samples).
     void setRtSample(int sample) { _rtSample = sample; }
@@ -26,4 +32,5 @@ private:
     std::vector<osg::ImagePtr> _tileImages;
     int _sampleQuality;
     int _rtSample = -1;
+    std::vector<osg::CameraPtr> _viewCameras;
 };
