@@ -104,3 +104,7 @@ void kaImageRenderWidget::convertToOSGImage(osg::ImagePtr& out, const QImage& im
     if (QImageConverter::convertToOSGImage(out, image))
         out->reformat(_pixel_format);
 }
+
+bool kaImageRenderWidget::hasActiveRenderPasses() {
+    return !_activePasses.empty() && kaOSGWidget::getRaytracing();
+}

@@ -67,9 +67,10 @@ kaBuiltinScene::kaBuiltinScene(kaOSGWidget& view)
     // The box travels along a curve and turns, frames 0 to 100.
     auto boxMotion = osg::dynamic_pointer_cast<osg::Transform>(boxPlace->getCore());
     _animation = osg::TransformAnimation::create(boxMotion, "BoxAnimation");
-    _animation->addKey({0.0f, {-2.0f, 0.6f, 0.5f}, 0.0f});
-    _animation->addKey({50.0f, {-0.5f, 0.6f, 1.5f}, 90.0f});
-    _animation->addKey({100.0f, {1.0f, 0.6f, 0.5f}, 180.0f});
+    // 5 mm above the ground: a face lying in the ground plane would flicker between the two.
+    _animation->addKey({0.0f, {-2.0f, 0.605f, 0.5f}, 0.0f});
+    _animation->addKey({50.0f, {-0.5f, 0.605f, 1.5f}, 90.0f});
+    _animation->addKey({100.0f, {1.0f, 0.605f, 0.5f}, 180.0f});
     _animation->evaluate(0.0f);
 
     for (int i = 0; i < 3; ++i) {

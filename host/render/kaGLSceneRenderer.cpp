@@ -429,6 +429,8 @@ bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Cam
         return false;
     }
 
+    if (_listener)
+        _listener(fullWidth, fullHeight, x0, y0, width, height);
     std::vector<DrawItem> items;
     Lights lights;
     collect(viewport.getRoot(), osg::Matrix(), items, lights);

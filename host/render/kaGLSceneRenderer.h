@@ -2,6 +2,7 @@
 
 #include "OSGViewport.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -32,9 +33,16 @@ public:
     void setMaxPieceSize(int size);
     int getMaxTextureSize();
 
+    // Told of every region rendered (full picture size, region offset and size), before it is
+    // drawn: for diagnostics. An empty function removes it.
+    using RegionListener =
+        std::function<void(int fullWidth, int fullHeight, int x0, int y0, int width, int height)>;
+    void setRegionListener(RegionListener listener) { _listener = std::move(listener); }
+
 private:
     kaGLSceneRenderer() = default;
     struct Impl;
     Impl* _impl = nullptr;
     int _pieceLimit = 0;
+    RegionListener _listener;
 };
