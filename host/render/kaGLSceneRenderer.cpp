@@ -403,8 +403,9 @@ int kaGLSceneRenderer::getMaxTextureSize() {
 
 int kaGLSceneRenderer::getMaxPieceSize() {
     const int gl = getMaxTextureSize();
-    // Pieces stay moderate, so that the framebuffer of one piece never takes gigabytes.
-    const int limit = std::min(gl > 0 ? gl : 4096, 4096);
+    // Pieces stay small, so that a render needs little memory besides its images: a piece's
+    // framebuffer, read-back and sum take 36 bytes a pixel.
+    const int limit = std::min(gl > 0 ? gl : 1024, 1024);
     return _pieceLimit > 0 ? std::min(_pieceLimit, limit) : limit;
 }
 
@@ -413,8 +414,8 @@ void kaGLSceneRenderer::setMaxPieceSize(int size) {
 }
 
 bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Camera& camera,
-                               int fullWidth, int fullHeight, int x0, int y0, int width, int height,
-                               int samples, int onlySample, std::vector<float>& rgba,
+                               int fullWidth, int fullHeight, int x0, int y0, int width,
+                               int height, int samples, int onlySample, const PieceSink& sink,
                                std::string& error) {
     error.clear();
     kaGLPlatform* platform = kaGLPlatform::instance(error);
@@ -428,9 +429,9 @@ bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Cam
         error = "nothing to render (empty target)";
         return false;
     }
-
     if (_listener)
         _listener(fullWidth, fullHeight, x0, y0, width, height);
+
     std::vector<DrawItem> items;
     Lights lights;
     collect(viewport.getRoot(), osg::Matrix(), items, lights);
@@ -449,58 +450,57 @@ bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Cam
     const int first = onlySample >= 0 ? onlySample : 0;
     const int last = onlySample >= 0 ? onlySample + 1 : std::max(samples, 1);
     const int piece = getMaxPieceSize();
-    std::vector<double> sum(size_t(width) * size_t(height) * 4, 0.0);
-    std::vector<float> pixels;
-    int made = 0;
+    std::vector<float> sum, pixels;
+    auto callback = viewport.getEventProcessingCB();
     bool stopped = false;
-    for (int k = first; k < last && !stopped; ++k) {
-        float dx, dy;
-        sampleOffset(k, dx, dy);
-        // The sample's offset in pixels of the whole picture, the same for every region.
-        const osg::Matrix jitter = osg::Matrix::translation(2.0f * dx / float(fullWidth),
-                                                            2.0f * dy / float(fullHeight), 0.0f);
-        const osg::Matrix viewProjection = jitter * projection * viewing;
-        for (int py = 0; py < height; py += piece) {
-            for (int px = 0; px < width; px += piece) {
-                const int pw = std::min(piece, width - px), ph = std::min(piece, height - py);
-                const int left = x0 + px, bottom = y0 + py; // in the full picture
-                if (!_impl->target(pw, ph, error))
-                    return false;
+    for (int py = 0; py < height && !stopped; py += piece) {
+        for (int px = 0; px < width && !stopped; px += piece) {
+            const int pw = std::min(piece, width - px), ph = std::min(piece, height - py);
+            const bool lastPiece = py + piece >= height && px + piece >= width;
+            const int left = x0 + px, bottom = y0 + py; // in the full picture
+            if (!_impl->target(pw, ph, error))
+                return false;
+            osg::Matrix toPiece;
+            if (!shiftViewport) {
+                toPiece.m[0][0] = float(fullWidth) / float(pw);
+                toPiece.m[0][3] = float(fullWidth - 2 * left - pw) / float(pw);
+                toPiece.m[1][1] = float(fullHeight) / float(ph);
+                toPiece.m[1][3] = float(fullHeight - 2 * bottom - ph) / float(ph);
+            }
+            sum.assign(size_t(pw) * size_t(ph) * 4, 0.0f);
+            pixels.resize(sum.size());
+            int made = 0;
+            for (int k = first; k < last && !stopped; ++k) {
+                float dx, dy;
+                sampleOffset(k, dx, dy);
+                // The sample's offset in pixels of the whole picture, the same for every region.
+                const osg::Matrix jitter = osg::Matrix::translation(
+                    2.0f * dx / float(fullWidth), 2.0f * dy / float(fullHeight), 0.0f);
                 glBindFramebuffer(GL_FRAMEBUFFER, _impl->framebuffer);
-                osg::Matrix toPiece;
-                if (shiftViewport) {
+                if (shiftViewport)
                     glViewport(-left, -bottom, fullWidth, fullHeight);
-                } else {
+                else
                     glViewport(0, 0, pw, ph);
-                    toPiece.m[0][0] = float(fullWidth) / float(pw);
-                    toPiece.m[0][3] = float(fullWidth - 2 * left - pw) / float(pw);
-                    toPiece.m[1][1] = float(fullHeight) / float(ph);
-                    toPiece.m[1][3] = float(fullHeight - 2 * bottom - ph) / float(ph);
-                }
                 glClearColor(0, 0, 0, 0);
                 glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
                 // Fragment rows count in the framebuffer, which starts at the piece's bottom row.
                 _impl->drawBackground(viewport, float(bottom) / float(fullHeight),
                                       1.0f / float(fullHeight));
-                _impl->drawScene(items, lights, toPiece * viewProjection, eye);
-                pixels.resize(size_t(pw) * size_t(ph) * 4);
+                _impl->drawScene(items, lights, toPiece * jitter * projection * viewing, eye);
                 glPixelStorei(GL_PACK_ALIGNMENT, 1);
                 glReadPixels(0, 0, pw, ph, GL_RGBA, GL_FLOAT, pixels.data());
-                for (int y = 0; y < ph; ++y) {
-                    const float* src = pixels.data() + size_t(y) * size_t(pw) * 4;
-                    double* dst = sum.data() + (size_t(py + y) * size_t(width) + size_t(px)) * 4;
-                    for (int i = 0; i < pw * 4; ++i)
-                        dst[i] += src[i];
-                }
+                for (size_t i = 0; i < sum.size(); ++i)
+                    sum[i] += pixels[i];
+                ++made;
+                if (callback)
+                    stopped = !callback(0, 0, lastPiece, viewport.getEventProcessingContext());
             }
+            const float scale = 1.0f / float(std::max(made, 1));
+            for (float& v : sum)
+                v *= scale;
+            sink(px, py, pw, ph, sum.data());
         }
-        ++made;
-        if (auto callback = viewport.getEventProcessingCB())
-            stopped = !callback(0, 0, true, viewport.getEventProcessingContext());
     }
     _impl->prune();
-    rgba.resize(sum.size());
-    for (size_t i = 0; i < sum.size(); ++i)
-        rgba[i] = float(sum[i] / double(made));
     return !stopped;
 }

@@ -14,16 +14,22 @@ class kaGLSceneRenderer {
 public:
     static kaGLSceneRenderer& the();
 
+    // Receives one finished piece: its offset in the region, its size, and its pixels
+    // (pw * ph * 4 floats, rows bottom-up).
+    using PieceSink = std::function<void(int px, int py, int pw, int ph, const float* rgba)>;
+
     // Renders pixels [x0, x0 + width) x [y0, y0 + height) of a picture of fullWidth x
-    // fullHeight seen through 'camera' into 'rgba' (width * height * 4 floats, rows
-    // bottom-up). The region is drawn with the full picture's projection and an integer
-    // viewport offset, so that every region's pixels come out exactly as in the whole picture.
-    // With 'onlySample' >= 0 only that sample is made. The viewport's event-processing callback
-    // is called after every sample; when it returns false the render stops and false is
-    // returned with an empty 'error'.
+    // fullHeight seen through 'camera', piece by piece (at most getMaxPieceSize() a side), each
+    // piece handed to 'sink' when all its samples are in. A region is drawn with the full
+    // picture's projection and an integer viewport offset, so that every region's pixels come
+    // out as in the whole picture. With 'onlySample' >= 0 only that sample is made. The
+    // viewport's event-processing callback is told of each sample (advance = true) once per
+    // render, on the last piece, and asked without advancing on the others; when it returns
+    // false the render stops, the current piece is still handed over, and false is returned
+    // with an empty 'error'.
     bool render(const osg::UberViewport& viewport, const osg::Camera& camera, int fullWidth,
-                int fullHeight, int x0, int y0, int width, int height, int samples, int onlySample,
-                std::vector<float>& rgba, std::string& error);
+                int fullHeight, int x0, int y0, int width, int height, int samples,
+                int onlySample, const PieceSink& sink, std::string& error);
 
     // Sub-pixel offset of sample k, each coordinate in [-0.5, 0.5); sample 0 is the centre.
     static void sampleOffset(int k, float& dx, float& dy);

@@ -42,7 +42,6 @@ bool kaSharedOffscreenRender::updateGL() {
     const int imageWidth = (*first)->getWidth(), imageHeight = (*first)->getHeight();
     const osg::WindowPtr& window = _view->getWindow();
     bool ok = true;
-    std::vector<float> rgba;
     for (size_t v = 0; v < window->getNViewports() && ok; ++v) {
         const osg::UberViewport& viewport = *window->getViewport(v);
         if (!viewport.getCamera())
@@ -73,24 +72,23 @@ bool kaSharedOffscreenRender::updateGL() {
             continue;
         std::string error;
         const int samples = viewport.getSamples(_sampleQuality);
+        // Each finished piece goes straight into every tile image (rows bottom-up in both).
+        auto sink = [&](int px, int py, int pw, int ph, const float* rgba) {
+            for (const osg::ImagePtr& image : _tileImages) {
+                if (!image || !image->getData())
+                    continue;
+                for (int y = 0; y < ph && y0 + py + y < image->getHeight(); ++y)
+                    for (int x = 0; x < pw && x0 + px + x < image->getWidth(); ++x) {
+                        const float* p = rgba + (size_t(y) * size_t(pw) + size_t(x)) * 4;
+                        image->setPixel(x0 + px + x, y0 + py + y, {p[0], p[1], p[2], p[3]});
+                    }
+            }
+        };
         ok = kaGLSceneRenderer::the().render(viewport, *camera, fullWidth, fullHeight, regionX,
-                                             regionY, width, height, samples, _rtSample, rgba,
+                                             regionY, width, height, samples, _rtSample, sink,
                                              error);
-        if (!ok && !error.empty()) {
+        if (!ok && !error.empty())
             kaLog::error("kaSharedOffscreenRender: %s", error.c_str());
-            break;
-        }
-        // A render stopped by the callback still delivers the samples it made.
-        // OpenGL rows are bottom-up, as the images' are.
-        for (const osg::ImagePtr& image : _tileImages) {
-            if (!image || !image->getData())
-                continue;
-            for (int y = 0; y < height && y + y0 < image->getHeight(); ++y)
-                for (int x = 0; x < width && x + x0 < image->getWidth(); ++x) {
-                    const float* p = rgba.data() + (size_t(y) * size_t(width) + size_t(x)) * 4;
-                    image->setPixel(x + x0, y + y0, {p[0], p[1], p[2], p[3]});
-                }
-        }
     }
     return ok;
 }
