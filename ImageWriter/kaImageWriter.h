@@ -2,6 +2,8 @@
 
 #include "ImageWriterExport.h"
 
+#include "OSGViewport.h"
+#include "kaDisplay.h"
 #include "kaImageRenderWidget.h"
 
 #include <QString>
@@ -154,6 +156,31 @@ public:
     // Attaches the ICC profile of the host's active colour space to 'image' (nothing when the
     // profile file is missing).
     static void embedColorProfile(osg::ImagePtr& image);
+
+    // --- Exports ---
+
+    // A snapshot of the main view into 'filename' (one file per stereo eye, or one per render
+    // pass with 'exportRenderPasses'). Negative width, height, supersampling, alpha and dpi take
+    // the preferences; see the export's rules. Refusals show a warning box (written to the log
+    // without a GUI); wasExportCanceled() tells whether the user aborted.
+    void exportImage(const QString& filename, int width, int height, int superSampling, int alpha,
+                     float dpi, bool exportRenderPasses, const QString& clusterSetup,
+                     bool appendRenderTime, bool tonemapHDR);
+
+    // Repeated captures at one resolution: init builds the render dialog once (a negative
+    // supersampling factor selects fast mode with its magnitude), each exportImageFast renders
+    // and saves one picture (or returns it as PNG bytes), terminate drops the dialog.
+    void exportImageFastInit(int width, int height, int superSampling);
+    void exportImageFast(const QString& filename);
+    std::string exportImageFast();
+    void exportImageFastTerminate();
+    // The viewport's display, HDR reference white and deep-learning supersampling.
+    void setupViewport(osg::UberViewportPtr viewport, kaDisplay display, float hdrReferenceWhite,
+                       int deepLearningSS);
+    // The viewport background's backplate mode (backplate and alpha) and its alpha colour
+    // (r, g, b, and a when 'alpha', else 1).
+    void setupBackground(osg::UberViewportPtr viewport, float r, float g, float b, float a,
+                         bool backplate, bool alpha) const;
 
 private:
     friend class kaImageWriterTestAccess;

@@ -1,5 +1,6 @@
 #include "kaexportApp.h"
 
+#include "kaexportHost.h"
 #include "kaexportOptions.h"
 
 #include "kaMessage.h"
@@ -12,11 +13,20 @@
 namespace kaexport {
 
 int commandFiles(const QStringList& args, Streams& io);
+int commandSnapshot(const QStringList& args, Streams& io, Host& host);
+int commandFast(const QStringList& args, Streams& io, Host& host);
 extern const char* const kFilesUsage;
+extern const char* const kSnapshotUsage;
+extern const char* const kFastUsage;
 
 const std::vector<Command>& commands() {
     static const std::vector<Command> table = {
-        {"files", "list the files an export writes", kFilesUsage, commandFiles},
+        {"snapshot", "render the scene into an image file", kSnapshotUsage, true,
+         [](const QStringList& a, Streams& io, Host* h) { return commandSnapshot(a, io, *h); }},
+        {"fast", "capture the scene repeatedly (files or PNG bytes)", kFastUsage, true,
+         [](const QStringList& a, Streams& io, Host* h) { return commandFast(a, io, *h); }},
+        {"files", "list the files an export writes", kFilesUsage, false,
+         [](const QStringList& a, Streams& io, Host*) { return commandFiles(a, io); }},
     };
     return table;
 }
@@ -24,11 +34,13 @@ const std::vector<Command>& commands() {
 namespace {
 
 void printUsage(std::ostream& out) {
-    out << "Usage: kaexport [--prefs FILE] [--set \"Key=value\"]... COMMAND [ARGS]\n"
+    out << "Usage: kaexport [--scene FILE] [--prefs FILE] [--set \"Key=value\"]... COMMAND [ARGS]\n"
            "\n"
            "Turns the 3D view into image files.\n"
            "\n"
            "Options:\n"
+           "  --scene FILE       the scene to render (glTF, OBJ, FBX, ...); the built-in scene\n"
+           "                     when left out\n"
            "  --prefs FILE       read the preferences from FILE (JSON) over the defaults\n"
            "  --set \"Key=value\"  set one preference for this run; may be repeated\n"
            "  --help             this text; COMMAND --help explains a command\n"
@@ -54,7 +66,7 @@ int run(const QStringList& args, Streams& io) {
         return UsageError;
     };
 
-    QString prefsFile;
+    QString prefsFile, sceneFile;
     QStringList assignments;
     while (!reader.atEnd()) {
         QString arg = reader.next();
@@ -68,6 +80,11 @@ int run(const QStringList& args, Streams& io) {
         }
         if (arg == "--prefs") {
             if (!reader.value(arg, prefsFile))
+                return usageError(reader.error);
+            continue;
+        }
+        if (arg == "--scene") {
+            if (!reader.value(arg, sceneFile))
                 return usageError(reader.error);
             continue;
         }
@@ -103,7 +120,15 @@ int run(const QStringList& args, Streams& io) {
                 io.out << command.usage;
                 return Done;
             }
-            return command.run(rest, io);
+            if (!command.rendersScene)
+                return command.run(rest, io, nullptr);
+            Host host;
+            QString error;
+            if (!host.loadScene(sceneFile, error)) {
+                io.err << "kaexport: " << error.toStdString() << "\n";
+                return Failed;
+            }
+            return command.run(rest, io, &host);
         }
         return usageError(QString("unknown command '%1'").arg(arg));
     }

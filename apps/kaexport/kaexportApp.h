@@ -15,12 +15,16 @@ struct Streams {
     std::ostream& err;
 };
 
-// One sub-command: its name, one line for the command list, its usage text and its body.
+class Host;
+
+// One sub-command: its name, one line for the command list, its usage text and its body;
+// commands that render get the host with its scene loaded.
 struct Command {
     const char* name;
     const char* summary;
     const char* usage;
-    std::function<int(const QStringList& args, Streams& io)> run;
+    bool rendersScene;
+    std::function<int(const QStringList& args, Streams& io, Host* host)> run;
 };
 
 const std::vector<Command>& commands();

@@ -8,8 +8,26 @@
 
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
+
+namespace {
+QtMessageHandler g_qtHandler = nullptr;
+
+// The offscreen platform reports window features it lacks; nothing a user can act on.
+void filterQtMessages(QtMsgType type, const QMessageLogContext& context, const QString& text) {
+    if (text.contains("does not support propagateSizeHints"))
+        return;
+    if (g_qtHandler) {
+        g_qtHandler(type, context, text);
+    } else {
+        std::fprintf(stderr, "%s\n",
+                     qFormatLogMessage(type, context, text).toLocal8Bit().constData());
+        std::fflush(stderr);
+    }
+}
+} // namespace
 
 int main(int argc, char** argv) {
     // kaexport runs without a display: its dialogs and viewers live offscreen.
@@ -25,6 +43,7 @@ int main(int argc, char** argv) {
                                                                    QFileDevice::ExeOwner);
         qputenv("XDG_RUNTIME_DIR", runtime);
     }
+    g_qtHandler = qInstallMessageHandler(filterQtMessages);
     QApplication app(argc, argv);
     QApplication::setApplicationName("kaexport");
     kaController::setNoGUI(true);

@@ -22,7 +22,7 @@ const std::vector<Key>& all() {
         {"ImageExport width", kInt, "export width in pixels"},
         {"ImageExport height", kInt, "export height in pixels"},
         {"MovieExport ssfactor", kInt, "supersampling level 0..3"},
-        {"ImageExport ignore aspect", kBool, "do not correct the view's aspect ratio"},
+        {"ImageExport ignore aspect", kBool, "keep the picture's shape (false: match the view's)"},
         {"MovieExport alpha", kBool, "export an alpha channel"},
         {"MovieExport start frame", kInt, "first frame of a sequence"},
         {"MovieExport stop frame", kInt, "last frame of a sequence"},
@@ -64,7 +64,8 @@ kaMessage defaults() {
     m.set("ImageExport width", 800);
     m.set("ImageExport height", 600);
     m.set("MovieExport ssfactor", 1);
-    m.set("ImageExport ignore aspect", false);
+    // Pictures keep their own shape unless the host wants them matched to its window.
+    m.set("ImageExport ignore aspect", true);
     m.set("MovieExport alpha", false);
     m.set("MovieExport start frame", 0);
     m.set("MovieExport stop frame", 100);

@@ -13,6 +13,20 @@ void SolidBackground::setColor(const Color3f& color) {
     _color = color;
     recordChange(BackgroundPtr(this), ColorFieldMask);
 }
+void SolidBackground::setAlphaColor(const Color3f& color, float alpha) {
+    _alphaColor = color;
+    _alpha = alpha;
+    recordChange(BackgroundPtr(this), ColorFieldMask);
+}
+void SolidBackground::setBackplateMode(bool on) {
+    _backplate = on;
+    recordChange(BackgroundPtr(this), ColorFieldMask);
+}
+Color4f SolidBackground::colorAt(float) const {
+    const float a = _alpha;
+    return {_color.r * a + _alphaColor.r * (1 - a), _color.g * a + _alphaColor.g * (1 - a),
+            _color.b * a + _alphaColor.b * (1 - a), a};
+}
 
 RefPtr<Gradient2Background> Gradient2Background::create() {
     return RefPtr<Gradient2Background>(new Gradient2Background());

@@ -26,11 +26,19 @@ public:
     const char* getTypeName() const override { return "SolidBackground"; }
     void setColor(const Color3f& color);
     const Color3f& getColor() const { return _color; }
-    Color4f colorAt(float) const override { return {_color.r, _color.g, _color.b, 1.0f}; }
+    // With an alpha below 1 the background shows the alpha colour, weighted by the alpha.
+    void setAlphaColor(const Color3f& color, float alpha);
+    const Color3f& getAlphaColor() const { return _alphaColor; }
+    float getAlpha() const { return _alpha; }
+    void setBackplateMode(bool on);
+    bool getBackplateMode() const { return _backplate; }
+    Color4f colorAt(float) const override;
 
 private:
     SolidBackground() = default;
-    Color3f _color;
+    Color3f _color, _alphaColor{1, 1, 1};
+    float _alpha = 1.0f;
+    bool _backplate = false;
 };
 
 // A vertical gradient from a bottom to a top colour. With alpha below 1 the background shows
@@ -124,6 +132,8 @@ public:
     void setHdrReferenceWhite(float white);
     int getDeepLearningSS() const { return _deepLearningSS; }
     void setDeepLearningSS(int level);
+    // Sets the level without recording a change (renderers see it at their next full update).
+    void setDeepLearningSSUnrecorded(int level) { _deepLearningSS = level; }
 
     // Samples per pixel for a sample-quality index: 1, 2, 4, 9, 16 for 0..4 (16 above).
     int getSamples(int quality) const;

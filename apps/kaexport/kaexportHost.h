@@ -1,0 +1,29 @@
+#pragma once
+
+#include <QString>
+
+#include <memory>
+
+class kaOSGWidget;
+class kaBuiltinScene;
+
+namespace kaexport {
+
+// The host a render command runs in: the main view with the built-in scene or a scene file,
+// a progress display on standard error, and Ctrl-C turned into an abort of the running render.
+class Host {
+public:
+    Host();
+    ~Host();
+    // Loads 'sceneFile' (empty: the built-in scene); false with the reason in 'error'.
+    bool loadScene(const QString& sceneFile, QString& error);
+    // Whether Ctrl-C was pressed since the host was made.
+    static bool interrupted();
+
+private:
+    std::unique_ptr<kaOSGWidget> _view;
+    std::unique_ptr<kaBuiltinScene> _builtin;
+    int _progressListener = 0;
+};
+
+} // namespace kaexport
