@@ -36,6 +36,8 @@ public:
         w.addImageText(image, text, position, size, color);
     }
 
+    kaImageRenderWidget* fastWidget() const { return w._fastRenderWidget.get(); }
+
 private:
     kaImageWriter& w;
 };

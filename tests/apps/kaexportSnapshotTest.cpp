@@ -1,0 +1,210 @@
+// kaexport as users run it: a separate process rendering the built-in scene, its files read
+// back with OpenImageIO and exiv2, its exit codes and messages.
+#include "kaTestSupport.h"
+
+#include <OpenImageIO/imageio.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace {
+
+struct Result {
+    int code;
+    QString out, err;
+    QByteArray bytes; // standard output as it came
+};
+
+Result kaexport(const QStringList& args, int timeoutMs = 120000) {
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove("QT_QPA_PLATFORM");
+    process.setProcessEnvironment(env);
+    process.start(KAEXPORT_PATH, args);
+    process.waitForFinished(timeoutMs);
+    const QByteArray out = process.readAllStandardOutput();
+    return {process.exitCode(), QString::fromUtf8(out),
+            QString::fromUtf8(process.readAllStandardError()), out};
+}
+
+std::unique_ptr<OIIO::ImageInput> open(const QString& path) {
+    return OIIO::ImageInput::open(path.toStdString());
+}
+
+} // namespace
+
+class kaexportSnapshot : public testing::Test {
+protected:
+    katest::TempDir dir;
+};
+
+TEST_F(kaexportSnapshot, WritesTheBuiltInSceneWithEverythingInIt) {
+    Result r = kaexport({"--set",
+                         "ImageExport sig color=255,0,255",
+                         "--set",
+                         "ImageExport sig comment=HHHHHHHH",
+                         "--set",
+                         "ImageExport sig font size=20",
+                         "snapshot",
+                         dir.file("shot.png"),
+                         "--width",
+                         "320",
+                         "--height",
+                         "180",
+                         "--ss",
+                         "1",
+                         "--dpi",
+                         "300",
+                         "--metadata",
+                         "8",
+                         "--signature",
+                         "--icc",
+                         "2"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.startsWith("Wrote " + dir.file("shot.png"))) << r.out.toStdString();
+    auto in = open(dir.file("shot.png"));
+    ASSERT_TRUE(in);
+    const OIIO::ImageSpec& spec = in->spec();
+    EXPECT_EQ(spec.width, 320);
+    EXPECT_EQ(spec.height, 180);
+    EXPECT_EQ(spec.nchannels, 3);
+    EXPECT_EQ(spec.format, OIIO::TypeDesc::UINT8);
+    EXPECT_NEAR(spec.get_float_attribute("XResolution"), 300.0f, 0.1f);
+    EXPECT_EQ(spec.get_string_attribute("ICCProfile:profile_description"), "Adobe RGB (1998)");
+    std::vector<uint8_t> pixels(320 * 180 * 3);
+    ASSERT_TRUE(in->read_image(0, 0, 0, 3, OIIO::TypeDesc::UINT8, pixels.data()));
+    int magenta = 0;
+    for (size_t i = 0; i < pixels.size(); i += 3)
+        magenta += pixels[i] == 255 && pixels[i + 1] == 0 && pixels[i + 2] == 255;
+    EXPECT_GT(magenta, 30) << "the signature is drawn";
+
+    QProcess exiv2;
+    exiv2.start("exiv2", {"-PX", dir.file("shot.png")});
+    exiv2.waitForFinished(30000);
+    EXPECT_TRUE(
+        QString::fromUtf8(exiv2.readAllStandardOutput()).contains("Xmp.kaExport.ImageWidth"));
+}
+
+TEST_F(kaexportSnapshot, FloatAlphaExrAndStereoNames) {
+    Result r = kaexport({"--set", "ImageExport stereo mode=1", "snapshot", dir.file("eyes.exr"),
+                         "--width", "96", "--height", "64", "--alpha"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    for (const char* name : {"eyes-left.exr", "eyes-right.exr"}) {
+        auto in = open(dir.file(name));
+        ASSERT_TRUE(in) << name;
+        EXPECT_EQ(in->spec().nchannels, 4);
+        EXPECT_EQ(in->spec().format, OIIO::TypeDesc::FLOAT);
+    }
+}
+
+TEST_F(kaexportSnapshot, PassesAsFilesAndAsOneLayeredExr) {
+    Result files = kaexport(
+        {"snapshot", dir.file("p.png"), "--width", "64", "--height", "48", "--passes", "beauty"});
+    ASSERT_EQ(files.code, 0) << files.err.toStdString();
+    EXPECT_TRUE(open(dir.file("p-beauty.png")));
+    Result layered =
+        kaexport({"--set", "ImageExport multi layer exr=true", "snapshot", dir.file("l.exr"),
+                  "--width", "64", "--height", "48", "--passes", "beauty"});
+    ASSERT_EQ(layered.code, 0) << layered.err.toStdString();
+    auto in = open(dir.file("l.exr"));
+    ASSERT_TRUE(in);
+    EXPECT_EQ(in->spec().channelnames[0].substr(0, 7), "beauty.");
+}
+
+TEST_F(kaexportSnapshot, FastToFilesAndToMemory) {
+    Result files =
+        kaexport({"fast", dir.file("f.png"), "--count", "3", "--width", "64", "--height", "48"});
+    ASSERT_EQ(files.code, 0) << files.err.toStdString();
+    for (const char* name : {"f-00000.png", "f-00001.png", "f-00002.png"})
+        EXPECT_TRUE(open(dir.file(name))) << name;
+    Result memory = kaexport({"fast", "-", "--count", "2", "--width", "64", "--height", "48"});
+    ASSERT_EQ(memory.code, 0);
+    EXPECT_EQ(memory.bytes.count(QByteArray("\x89"
+                                            "PNG\r\n")),
+              2)
+        << "two PNG files one after the other";
+}
+
+TEST_F(kaexportSnapshot, ExistingFilesNeedForce) {
+    QFile existing(dir.file("taken.png"));
+    ASSERT_TRUE(existing.open(QIODevice::WriteOnly));
+    existing.write("old");
+    existing.close();
+    Result refused =
+        kaexport({"snapshot", dir.file("taken.png"), "--width", "32", "--height", "32"});
+    EXPECT_EQ(refused.code, 1);
+    EXPECT_TRUE(refused.err.contains("exists; not overwriting it (use --force)"));
+    EXPECT_EQ(QFileInfo(dir.file("taken.png")).size(), 3);
+    Result forced =
+        kaexport({"snapshot", dir.file("taken.png"), "--width", "32", "--height", "32", "--force"});
+    EXPECT_EQ(forced.code, 0) << forced.err.toStdString();
+    EXPECT_TRUE(open(dir.file("taken.png")));
+}
+
+TEST_F(kaexportSnapshot, BadInputGetsAClearMessageAndNoFile) {
+    struct Case {
+        QStringList args;
+        int code;
+        const char* says;
+    };
+    QFile broken(dir.file("broken.gltf"));
+    ASSERT_TRUE(broken.open(QIODevice::WriteOnly));
+    broken.write("{ nonsense");
+    broken.close();
+    const Case cases[] = {
+        {{"snapshot", "/proc/self/x.png", "--width", "32", "--height", "32"},
+         1,
+         "nothing was written"},
+        {{"snapshot", dir.file("a.jpg"), "--alpha", "--width", "32", "--height", "32"},
+         1,
+         "doesn't support an alpha channel"},
+        {{"snapshot", dir.file("a.png"), "--width", "0"}, 2, "--width must be 1 or more"},
+        {{"snapshot", dir.file("a.png"), "--height", "-4"}, 2, "--height must be 1 or more"},
+        {{"snapshot", dir.file("a.xyz")}, 2, "no image file type writes '.xyz' files"},
+        {{"snapshot", dir.file("a.png"), "--width", "2000000", "--height", "2000000"},
+         1,
+         "Couldn't allocate enough memory"},
+        {{"--scene", dir.file("broken.gltf"), "snapshot", dir.file("a.png")},
+         1,
+         "Couldn't read the scene file"},
+        {{"snapshot", dir.file("a.png"), "--raytracing"}, 1, "needs the raytracer"},
+    };
+    for (const Case& c : cases) {
+        Result r = kaexport(c.args);
+        EXPECT_EQ(r.code, c.code) << c.args.join(' ').toStdString() << "\n" << r.err.toStdString();
+        EXPECT_TRUE(r.err.contains(c.says)) << c.args.join(' ').toStdString() << "\n"
+                                            << r.err.toStdString();
+    }
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"broken.gltf"})
+        << "no image file, not even half of one";
+}
+
+TEST_F(kaexportSnapshot, CtrlCCancelsCleanly) {
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove("QT_QPA_PLATFORM");
+    process.setProcessEnvironment(env);
+    process.start(KAEXPORT_PATH,
+                  {"--set", "Image Export Max Framebuffer Memory=4", "snapshot",
+                   dir.file("long.png"), "--width", "3000", "--height", "3000", "--ss", "3"});
+    ASSERT_TRUE(process.waitForStarted());
+    // Wait until the render shows progress, then interrupt it.
+    QByteArray err;
+    while (!err.contains("progress") && process.state() == QProcess::Running) {
+        process.waitForReadyRead(200);
+        err += process.readAllStandardError();
+    }
+    ::kill(pid_t(process.processId()), SIGINT);
+    ASSERT_TRUE(process.waitForFinished(60000));
+    err += process.readAllStandardError();
+    EXPECT_EQ(process.exitCode(), 3) << err.toStdString();
+    EXPECT_TRUE(err.contains("cancelled"));
+    EXPECT_TRUE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).isEmpty())
+        << "nothing written, not even a temporary file";
+}
