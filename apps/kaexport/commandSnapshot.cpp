@@ -68,8 +68,9 @@ bool positive(OptionReader& reader, const QString& name, int& value, int minimum
     return true;
 }
 
-QString megabytes(qint64 bytes) {
-    return QString::number(double(bytes) / 1048576.0, 'f', 1) + " MB";
+QString sizeText(qint64 bytes) {
+    return bytes >= 1048576 ? QString::number(double(bytes) / 1048576.0, 'f', 1) + " MB"
+                            : QString::number(double(bytes) / 1024.0, 'f', 1) + " kB";
 }
 
 } // namespace
@@ -208,7 +209,7 @@ int commandSnapshot(const QStringList& args, Streams& io, Host& host) {
     }
     for (const QString& file : written)
         io.out << "Wrote " << file.toStdString() << " ("
-               << megabytes(QFileInfo(file).size()).toStdString() << ")\n";
+               << sizeText(QFileInfo(file).size()).toStdString() << ")\n";
     io.out << "Render " << QString::number(kaImageWriter::getLastRenderTime(), 'f', 2).toStdString()
            << " s, export " << QString::number(seconds, 'f', 2).toStdString() << " s\n";
     return Done;
