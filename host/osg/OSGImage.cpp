@@ -8,6 +8,8 @@
 #include <new>
 #include <stdexcept>
 
+#include <unistd.h>
+
 namespace osg {
 
 ImagePtr Image::create() {
@@ -130,6 +132,11 @@ bool Image::set(uint32_t pixelFormat, int32_t width, int32_t height, int32_t dep
     if (_frameSize != 0 && units > std::numeric_limits<size_t>::max() / _frameSize)
         return makeEmpty();
     size_t total = _frameSize * units;
+    // More than the machine has can never work; trying would let the kernel's overcommit accept
+    // it and kill the process when the pixels are first touched.
+    static const size_t physical = size_t(sysconf(_SC_PHYS_PAGES)) * size_t(sysconf(_SC_PAGESIZE));
+    if ((data || allocMemory) && physical > 0 && total > physical)
+        return makeEmpty();
 
     try {
         std::vector<uint8_t>().swap(_pixel);
