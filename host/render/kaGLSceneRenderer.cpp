@@ -34,7 +34,7 @@ void main() {
 )";
 
 // Lambert diffuse and normalised Blinn-Phong highlights from the lights, the environment as
-// ambient light, plus emission (which may exceed 1).
+// ambient light on diffuse and specular colour, plus emission (which may exceed 1).
 const char* const kSurfaceFragment = R"(#version 450 core
 in vec3 worldPosition;
 in vec3 worldNormal;
@@ -63,7 +63,8 @@ void main() {
     vec3 specular = mix(vec3(0.04), albedo, metallic);
     float shininess = max(2.0 / max(pow(roughness, 4.0), 1e-4) - 2.0, 1.0);
     vec3 v = normalize(eye - worldPosition);
-    vec3 color = emission + ambient * diffuse;
+    // The environment lights diffuse surfaces and is mirrored by glossy ones (metals).
+    vec3 color = emission + ambient * (diffuse + specular);
     for (int i = 0; i < directionalCount; ++i) {
         vec3 l = -directionalDirection[i];
         float ndl = max(dot(n, l), 0.0);
@@ -414,8 +415,8 @@ void kaGLSceneRenderer::setMaxPieceSize(int size) {
 }
 
 bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Camera& camera,
-                               int fullWidth, int fullHeight, int x0, int y0, int width,
-                               int height, int samples, int onlySample, const PieceSink& sink,
+                               int fullWidth, int fullHeight, int x0, int y0, int width, int height,
+                               int samples, int onlySample, const PieceSink& sink,
                                std::string& error) {
     error.clear();
     kaGLPlatform* platform = kaGLPlatform::instance(error);
