@@ -10,6 +10,8 @@
 #include "kaOSGWidget.h"
 #include "kaSharedOffscreenRender.h"
 
+#include "benchMeasure.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QTemporaryDir>
@@ -18,25 +20,10 @@
 #include <fstream>
 #include <string>
 
+using benchMeasure::memoryOf;
+using benchMeasure::seconds;
+
 namespace {
-
-double seconds(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-double memoryOf(const std::string& field) {
-    std::ifstream status("/proc/self/status");
-    std::string key;
-    double kilobytes = 0.0;
-    while (status >> key) {
-        if (key == field + ":") {
-            status >> kilobytes;
-            return kilobytes * 1024.0;
-        }
-        status.ignore(1 << 16, '\n');
-    }
-    return 0.0;
-}
 
 // The picture as the renderer alone makes it: one region, the same samples.
 double plainRender(kaOSGWidget& view, int size, int quality) {
@@ -87,7 +74,8 @@ void BM_FastCapturesPerSecond(benchmark::State& state) {
     for (auto _ : state)
         bytes += writer.exportImageFast().size();
     writer.exportImageFastTerminate();
-    state.counters["captures_per_s"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
+    state.counters["captures_per_s"] =
+        benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
     state.counters["png_kB"] = double(bytes) / double(state.iterations()) / 1024.0;
     kaOSGWidget::setMainView(nullptr);
 }

@@ -8,32 +8,18 @@
 #include "kaOSGWidget.h"
 #include "kaPreferences.h"
 
+#include "benchMeasure.h"
+
 #include <benchmark/benchmark.h>
 
 #include <chrono>
 #include <fstream>
 #include <string>
 
+using benchMeasure::memoryOf;
+using benchMeasure::seconds;
+
 namespace {
-
-double seconds(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
-
-// VmHWM or VmRSS of this process, in bytes.
-double memoryOf(const std::string& field) {
-    std::ifstream status("/proc/self/status");
-    std::string key;
-    double kilobytes = 0.0;
-    while (status >> key) {
-        if (key == field + ":") {
-            status >> kilobytes;
-            return kilobytes * 1024.0;
-        }
-        status.ignore(1 << 16, '\n');
-    }
-    return 0.0;
-}
 
 double renderOnce(int size, int budget, int* tiles = nullptr) {
     kaPreferences::getData().set("Image Export Max Framebuffer Memory", budget);

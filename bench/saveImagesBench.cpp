@@ -8,17 +8,17 @@
 
 #include <OpenImageIO/imageio.h>
 
+#include "benchMeasure.h"
+
 #include <benchmark/benchmark.h>
 
 #include <QTemporaryDir>
 
 #include <chrono>
 
-namespace {
+using benchMeasure::seconds;
 
-double seconds(std::chrono::steady_clock::time_point start) {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
+namespace {
 
 osg::ImagePtr noiseImage(uint32_t format, int32_t type, int size, uint32_t seed) {
     osg::ImagePtr image = osg::Image::create();

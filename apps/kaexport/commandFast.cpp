@@ -46,12 +46,8 @@ int commandFast(const QStringList& args, Streams& io, Host&) {
             if (*target < (arg == "--ss" ? 0 : 1))
                 return usageError(
                     QString("%1 must be %2 or more").arg(arg).arg(arg == "--ss" ? 0 : 1));
-        } else if (arg.startsWith("--")) {
-            return usageError(QString("unknown option '%1'").arg(arg));
-        } else if (out.isEmpty()) {
-            out = arg;
-        } else {
-            return usageError(QString("one output name only, not also '%1'").arg(arg));
+        } else if (!reader.outputName(arg, out)) {
+            return usageError(reader.error);
         }
     }
     if (out.isEmpty())

@@ -48,12 +48,8 @@ int commandFiles(const QStringList& args, Streams& io) {
             if (!reader.intValue(arg, target))
                 return usageError(reader.error);
             sequence = true;
-        } else if (arg.startsWith("--")) {
-            return usageError(QString("unknown option '%1'").arg(arg));
-        } else if (out.isEmpty()) {
-            out = arg;
-        } else {
-            return usageError(QString("one output name only, not also '%1'").arg(arg));
+        } else if (!reader.outputName(arg, out)) {
+            return usageError(reader.error);
         }
     }
     if (out.isEmpty())

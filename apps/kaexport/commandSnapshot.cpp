@@ -126,12 +126,8 @@ int commandSnapshot(const QStringList& args, Streams& io, Host& host) {
             o.appendRenderTime = true;
         else if (arg == "--force")
             o.force = true;
-        else if (arg.startsWith("--"))
-            return usageError(QString("unknown option '%1'").arg(arg));
-        else if (o.out.isEmpty())
-            o.out = arg;
         else
-            return usageError(QString("one output name only, not also '%1'").arg(arg));
+            ok = reader.outputName(arg, o.out);
         if (!ok)
             return usageError(reader.error);
     }

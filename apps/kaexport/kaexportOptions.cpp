@@ -26,6 +26,19 @@ bool OptionReader::intValue(const QString& name, int& out) {
     return ok;
 }
 
+bool OptionReader::outputName(const QString& arg, QString& out) {
+    if (arg.startsWith("--")) {
+        error = QString("unknown option '%1'").arg(arg);
+        return false;
+    }
+    if (!out.isEmpty()) {
+        error = QString("one output name only, not also '%1'").arg(arg);
+        return false;
+    }
+    out = arg;
+    return true;
+}
+
 bool parsePassList(const QString& text, std::vector<unsigned int>& passes, QString& error) {
     passes.clear();
     if (text == "all") {

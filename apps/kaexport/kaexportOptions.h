@@ -20,6 +20,9 @@ public:
     // The value of option 'name' (the next argument); false with an error when it is missing.
     bool value(const QString& name, QString& out);
     bool intValue(const QString& name, int& out);
+    // An argument no option of the command took: the one output name; false with an error for
+    // an unknown option or a second name.
+    bool outputName(const QString& arg, QString& out);
 
     QString error;
 
