@@ -37,6 +37,17 @@ void Geometry::setMaterial(const MaterialPtr& material) {
     recordChange(RefPtr<Geometry>(this), MaterialFieldMask);
 }
 
+namespace {
+
+GeometryPtr geometryOf(Geometry::Mesh mesh, const MaterialPtr& material) {
+    GeometryPtr geometry = Geometry::create();
+    geometry->setMesh(std::move(mesh));
+    geometry->setMaterial(material);
+    return geometry;
+}
+
+} // namespace
+
 GeometryPtr makeBox(float sx, float sy, float sz, const MaterialPtr& material) {
     Geometry::Mesh mesh;
     const float hx = sx / 2, hy = sy / 2, hz = sz / 2;
@@ -62,10 +73,7 @@ GeometryPtr makeBox(float sx, float sy, float sz, const MaterialPtr& material) {
         for (int k = 0; k < 6; ++k)
             mesh.indices.push_back(base + (flip ? order[5 - k] : order[k]));
     }
-    GeometryPtr geometry = Geometry::create();
-    geometry->setMesh(std::move(mesh));
-    geometry->setMaterial(material);
-    return geometry;
+    return geometryOf(std::move(mesh), material);
 }
 
 GeometryPtr makeSphere(float radius, int segments, const MaterialPtr& material) {
@@ -89,10 +97,7 @@ GeometryPtr makeSphere(float radius, int segments, const MaterialPtr& material) 
             const uint32_t a = uint32_t(r) * row + uint32_t(s), b = a + row;
             mesh.indices.insert(mesh.indices.end(), {a, a + 1, b, a + 1, b + 1, b});
         }
-    GeometryPtr geometry = Geometry::create();
-    geometry->setMesh(std::move(mesh));
-    geometry->setMaterial(material);
-    return geometry;
+    return geometryOf(std::move(mesh), material);
 }
 
 GeometryPtr makePlane(float sx, float sz, const MaterialPtr& material) {
@@ -102,10 +107,7 @@ GeometryPtr makePlane(float sx, float sz, const MaterialPtr& material) {
     mesh.normals.assign(4, Vec3f{0, 1, 0});
     mesh.texCoords = {0, 0, 1, 0, 1, 1, 0, 1};
     mesh.indices = {0, 1, 2, 0, 2, 3};
-    GeometryPtr geometry = Geometry::create();
-    geometry->setMesh(std::move(mesh));
-    geometry->setMaterial(material);
-    return geometry;
+    return geometryOf(std::move(mesh), material);
 }
 
 void Light::setColor(const Color3f& color) {
