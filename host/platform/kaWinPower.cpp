@@ -2,6 +2,7 @@
 
 #ifndef _WIN32
 
+#include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusInterface>
 #include <QDBusReply>
@@ -25,8 +26,12 @@ int takeInhibitor() {
                           "org.freedesktop.login1.Manager", bus);
     if (!logind.isValid())
         return -1;
+    // logind shows "who" to the user (e.g. in "systemd-inhibit --list"): name the program.
+    QString who = QCoreApplication::applicationName();
+    if (who.isEmpty())
+        who = "image export";
     QDBusReply<QDBusUnixFileDescriptor> reply =
-        logind.call("Inhibit", "sleep:idle", "kaexport", "Image export in progress", "block");
+        logind.call("Inhibit", "sleep:idle", who, "Image export in progress", "block");
     if (!reply.isValid() || !reply.value().isValid())
         return -1;
     return ::dup(reply.value().fileDescriptor());
