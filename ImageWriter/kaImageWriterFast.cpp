@@ -21,10 +21,26 @@ void setSnapshotMode(bool on) {
     if (kaOSGWidget* view = kaOSGWidget::getMGLW(-1))
         view->setSnapshotMode(on);
 }
-bool mainViewShowsStereo() {
+
+// Fast captures are single images: a view in stereo mode is refused with a warning.
+bool refusedForStereo() {
     kaOSGWidget* view = kaOSGWidget::getMGLW(-1);
-    return view && view->isStereoEnabled();
+    if (!view || !view->isStereoEnabled())
+        return false;
+    QMessageBox::warning(nullptr, kaPlatform::getAppVersionName(),
+                         QObject::tr("Please disable stereo rendering!"), QMessageBox::Ok);
+    return true;
 }
+
+osg::ImagePtr captureOnce(kaImageRenderWidget& widget, bool showProgress) {
+    std::vector<osg::ImagePtr> images = widget.render(nullptr, 0, false, showProgress);
+    if (images.empty() || !images[0]) {
+        kaLog::error("kaImageWriter::exportImageFast: created empty or no image!");
+        return nullptr;
+    }
+    return images[0];
+}
+
 } // namespace
 
 void kaImageWriter::exportImageFastInit(int width, int height, int superSampling) {
@@ -49,11 +65,8 @@ void kaImageWriter::exportImageFastInit(int width, int height, int superSampling
 }
 
 void kaImageWriter::exportImageFast(const QString& filename) {
-    if (mainViewShowsStereo()) {
-        QMessageBox::warning(nullptr, kaPlatform::getAppVersionName(),
-                             QObject::tr("Please disable stereo rendering!"), QMessageBox::Ok);
+    if (refusedForStereo())
         return;
-    }
     if (!_fastRenderWidget) {
         kaLog::error("Missing exportImageFastInit() call!");
         return;
@@ -67,30 +80,21 @@ void kaImageWriter::exportImageFast(const QString& filename) {
     format = format.toUpper();
     if (format.compare("JPG", Qt::CaseInsensitive) == 0)
         format = "JPEG";
-    std::vector<osg::ImagePtr> images = _fastRenderWidget->render(nullptr, 0, false, !_noProgress);
-    if (images.empty() || !images[0]) {
-        kaLog::error("kaImageWriter::exportImageFast: created empty or no image!");
+    osg::ImagePtr image = captureOnce(*_fastRenderWidget, !_noProgress);
+    if (!image)
         return;
-    }
-    saveImage(images[0], name.toUtf8().constData(), format.toUtf8().constData(), false, false,
+    saveImage(image, name.toUtf8().constData(), format.toUtf8().constData(), false, false,
               _noShowImage, -1.0f, false, false, nullptr);
 }
 
 std::string kaImageWriter::exportImageFast() {
-    if (mainViewShowsStereo()) {
-        QMessageBox::warning(nullptr, kaPlatform::getAppVersionName(),
-                             QObject::tr("Please disable stereo rendering!"), QMessageBox::Ok);
+    if (refusedForStereo())
         return std::string();
-    }
     if (!_fastRenderWidget)
         return std::string();
-    std::vector<osg::ImagePtr> images = _fastRenderWidget->render(nullptr, 0, false, !_noProgress);
-    if (images.empty() || !images[0]) {
-        kaLog::error("kaImageWriter::exportImageFast: created empty or no image!");
-        return std::string();
-    }
+    osg::ImagePtr image = captureOnce(*_fastRenderWidget, !_noProgress);
     std::vector<uint8_t> bytes;
-    if (!osg::ImageFileHandler::the().store(images[0], "image/png", bytes))
+    if (!image || !osg::ImageFileHandler::the().store(image, "image/png", bytes))
         return std::string();
     return std::string(bytes.begin(), bytes.end());
 }
