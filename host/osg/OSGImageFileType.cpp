@@ -2,7 +2,30 @@
 
 #include "kaLog.h"
 
+#include <mutex>
+
 namespace osg {
+
+namespace {
+std::mutex g_providerMutex;
+ImageFileType::LayeredAttributesProvider g_provider;
+} // namespace
+
+void ImageFileType::setLayeredAttributesProvider(LayeredAttributesProvider provider) {
+    std::lock_guard<std::mutex> lock(g_providerMutex);
+    g_provider = std::move(provider);
+}
+
+std::vector<std::pair<std::string, std::string>>
+ImageFileType::layeredAttributes(const std::vector<std::string>& layerNames) {
+    LayeredAttributesProvider provider;
+    {
+        std::lock_guard<std::mutex> lock(g_providerMutex);
+        provider = g_provider;
+    }
+    // Called unlocked: a provider may take its own locks or replace itself.
+    return provider ? provider(layerNames) : std::vector<std::pair<std::string, std::string>>();
+}
 
 ImageFileType::ImageFileType(std::string mimeType, std::list<std::string> suffixes, uint32_t flags)
     : _mimeType(std::move(mimeType))

@@ -2,8 +2,10 @@
 
 #include "OSGImage.h"
 
+#include <functional>
 #include <list>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace osg {
@@ -46,6 +48,17 @@ public:
     // The file's bytes in memory instead of a file.
     virtual bool store(const ImagePtr& image, std::vector<uint8_t>& buffer);
     virtual bool restore(ImagePtr& image, const uint8_t* data, size_t size);
+
+    // Extra string attributes for the header of layered files, given the names of the layers
+    // written (the renderer's Cryptomatte metadata comes this way without this library
+    // depending on the renderer). One provider per process; an empty one removes it.
+    using LayeredAttributesProvider =
+        std::function<std::vector<std::pair<std::string, std::string>>(
+            const std::vector<std::string>& layerNames)>;
+    static void setLayeredAttributesProvider(LayeredAttributesProvider provider);
+    // The provider's attributes for 'layerNames'; empty without a provider.
+    static std::vector<std::pair<std::string, std::string>>
+    layeredAttributes(const std::vector<std::string>& layerNames);
 
 protected:
     ImageFileType(std::string mimeType, std::list<std::string> suffixes, uint32_t flags);

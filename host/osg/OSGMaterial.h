@@ -21,7 +21,9 @@ private:
 };
 using MaterialPtr = RefPtr<Material>;
 
-// A physically based surface: base colour, metallic, roughness, emission, opacity.
+// A physically based surface: base colour, metallic, roughness, emission, opacity, and
+// translucency (the share of the diffuse light that comes through from the back, as in paper
+// or leaves).
 class SimpleMaterial : public Material {
 public:
     static RefPtr<SimpleMaterial> create(const std::string& name = "");
@@ -32,6 +34,7 @@ public:
     // Emitted radiance; may exceed 1.
     Color3f emission{0.0f, 0.0f, 0.0f};
     float opacity = 1.0f;
+    float translucency = 0.0f;
 
 private:
     SimpleMaterial() = default;

@@ -1,6 +1,7 @@
 #include "kaBuiltinScene.h"
 
 #include "OSGGeometry.h"
+#include "OSGSceneEffects.h"
 #include "kaCameraService.h"
 #include "kaKernelServiceFactory.h"
 #include "kaNodeUtils.h"
@@ -15,6 +16,22 @@ osg::NodePtr add(const osg::NodePtr& parent, const osg::NodeCorePtr& core,
 }
 osg::NodePtr placed(const osg::NodePtr& parent, const osg::Matrix& m, const std::string& name) {
     return add(parent, osg::Transform::create(m), name);
+}
+// A small picture for the plates: a colour ramp whose alpha fades towards the top.
+osg::ImagePtr rampImage(const osg::Color3f& from, const osg::Color3f& to, float alphaFrom,
+                        float alphaTo) {
+    osg::ImagePtr image = osg::Image::create();
+    const int width = 64, height = 16;
+    image->set(osg::Image::OSG_RGBA_PF, width, height, 1, 1, 1, 0.0, nullptr,
+               osg::Image::OSG_FLOAT32_IMAGEDATA, true);
+    for (int y = 0; y < height; ++y)
+        for (int x = 0; x < width; ++x) {
+            const float t = float(x) / float(width - 1), a = float(y) / float(height - 1);
+            image->setPixel(x, y,
+                            {from.r + (to.r - from.r) * t, from.g + (to.g - from.g) * t,
+                             from.b + (to.b - from.b) * t, alphaFrom + (alphaTo - alphaFrom) * a});
+        }
+    return image;
 }
 } // namespace
 
@@ -39,6 +56,16 @@ kaBuiltinScene::kaBuiltinScene(kaOSGWidget& view)
     rubber->baseColor = {0.1f, 0.35f, 0.8f};
     rubber->roughness = 0.6f;
 
+    // A see-through and a back-lit material, so that every render pass has something to show.
+    auto glass = osg::SimpleMaterial::create("Frosted Glass");
+    glass->baseColor = {0.75f, 0.85f, 0.95f};
+    glass->roughness = 0.1f;
+    glass->opacity = 0.35f;
+    auto paper = osg::SimpleMaterial::create("Paper");
+    paper->baseColor = {0.95f, 0.9f, 0.75f};
+    paper->roughness = 0.85f;
+    paper->translucency = 0.6f;
+
     add(_root, osg::makePlane(20, 20, ground), "Ground");
     osg::NodePtr boxPlace = placed(_root, osg::Matrix(), "Box Place");
     add(boxPlace, osg::makeBox(1.2f, 1.2f, 1.2f, paint), "Box");
@@ -46,6 +73,26 @@ kaBuiltinScene::kaBuiltinScene(kaOSGWidget& view)
         osg::makeSphere(0.8f, 48, chrome), "Chrome Sphere");
     add(placed(_root, osg::Matrix::translation(-1.8f, 2.6f, -1.5f), ""),
         osg::makeSphere(0.35f, 24, lamp), "Lamp");
+
+    add(placed(_root, osg::Matrix::translation(0.2f, 0.45f, 2.2f), ""),
+        osg::makeSphere(0.45f, 32, glass), "Glass Ball");
+    // Between the camera and the lamp, so the lamp shines through it.
+    add(placed(_root,
+               osg::Matrix::translation(-2.3f, 0.8f, -0.4f) *
+                   osg::Matrix::rotation({0, 1, 0}, 0.35f),
+               ""),
+        osg::makeBox(1.4f, 1.6f, 0.02f, paper), "Paper Screen");
+
+    add(_root, osg::Fog::create({0.75f, 0.78f, 0.85f}, 0.02f), "Haze");
+    auto backplate = osg::ImagePlate::create(
+        rampImage({0.35f, 0.5f, 0.8f}, {0.8f, 0.6f, 0.45f}, 0.6f, 0.0f), false);
+    backplate->setRect(0.0f, 0.7f, 1.0f, 1.0f);
+    add(_root, backplate, "Sky Plate");
+    auto frontplate =
+        osg::ImagePlate::create(rampImage({1, 1, 1}, {0.9f, 0.7f, 0.2f}, 0.7f, 0.3f), true);
+    frontplate->setRect(0.02f, 0.02f, 0.22f, 0.07f);
+    add(_root, frontplate, "Caption Plate");
+    add(_root, osg::LensFlare::create(0.1f, 0.03f), "Lens Flare");
 
     auto sun = osg::DirectionalLight::create();
     sun->setColor({1.0f, 0.95f, 0.85f});

@@ -1,19 +1,191 @@
 #include "kaRTCryptomatte.h"
 
-#include <atomic>
+#include "OSGImageFileType.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <mutex>
 
 namespace {
-std::atomic<bool> g_static{false};
-std::atomic<bool> g_manifest{false};
+
+struct State {
+    std::mutex mutex;
+    bool isStatic = false;
+    bool withManifest = false;
+    // Kind -> sorted, unique names of the last render. Both kinds of the raytracer are always
+    // known, so that their passes get attributes even before the first render.
+    std::map<std::string, std::vector<std::string>> names{{"cryptoMaterial", {}},
+                                                          {"cryptoObject", {}}};
+};
+
+State& state() {
+    static State s;
+    return s;
+}
+
+uint32_t rotl(uint32_t x, int r) {
+    return (x << r) | (x >> (32 - r));
+}
+
+std::string hex8(uint32_t value) {
+    char text[9];
+    std::snprintf(text, sizeof text, "%08x", value);
+    return text;
+}
+
+uint32_t bitsOf(float value) {
+    uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
+void appendJsonString(std::string& out, const std::string& text) {
+    out += '"';
+    for (char c : text) {
+        const unsigned char u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u < 0x20) {
+            char escaped[7];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", u);
+            out += escaped;
+        } else {
+            // UTF-8 passes through: JSON text is UTF-8.
+            out += c;
+        }
+    }
+    out += '"';
+}
+
+// The manifest maps each name to the hex of its id's bits: readers match pass values against
+// these, so a hash whose exponent was moved is listed as moved.
+std::string manifestOf(const std::vector<std::string>& names) {
+    std::string json = "{";
+    for (const std::string& name : names) {
+        if (json.size() > 1)
+            json += ',';
+        appendJsonString(json, name);
+        json += ':';
+        json += '"' + hex8(bitsOf(kaRTCryptomatte::idOfName(name))) + '"';
+    }
+    json += '}';
+    return json;
+}
+
 } // namespace
 
 void kaRTCryptomatte::setStaticMetadata(bool isStatic, bool withManifest) {
-    g_static = isStatic;
-    g_manifest = withManifest;
+    {
+        State& s = state();
+        std::lock_guard<std::mutex> lock(s.mutex);
+        s.isStatic = isStatic;
+        s.withManifest = withManifest;
+    }
+    // Installing the same function again changes nothing; it answers nothing while the
+    // metadata isn't static, so turning that off needn't remove it.
+    if (isStatic)
+        osg::ImageFileType::setLayeredAttributesProvider(&kaRTCryptomatte::headerAttributes);
 }
+
 bool kaRTCryptomatte::isStaticMetadata() {
-    return g_static;
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return s.isStatic;
 }
+
 bool kaRTCryptomatte::hasManifest() {
-    return g_manifest;
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    return s.withManifest;
+}
+
+uint32_t kaRTCryptomatte::hashName(const std::string& name) {
+    const uint32_t c1 = 0xcc9e2d51, c2 = 0x1b873593;
+    const auto* data = reinterpret_cast<const uint8_t*>(name.data());
+    const size_t size = name.size();
+    const size_t blocks = size / 4;
+    uint32_t h = 0;
+    for (size_t i = 0; i < blocks; ++i) {
+        // Little-endian blocks whatever the machine, so that ids match other renderers'.
+        const uint8_t* p = data + i * 4;
+        uint32_t k =
+            uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
+        k *= c1;
+        k = rotl(k, 15);
+        k *= c2;
+        h ^= k;
+        h = rotl(h, 13);
+        h = h * 5 + 0xe6546b64;
+    }
+    const uint8_t* tail = data + blocks * 4;
+    uint32_t k = 0;
+    switch (size & 3) {
+    case 3:
+        k ^= uint32_t(tail[2]) << 16;
+        [[fallthrough]];
+    case 2:
+        k ^= uint32_t(tail[1]) << 8;
+        [[fallthrough]];
+    case 1:
+        k ^= tail[0];
+        k *= c1;
+        k = rotl(k, 15);
+        k *= c2;
+        h ^= k;
+    }
+    h ^= uint32_t(size);
+    h ^= h >> 16;
+    h *= 0x85ebca6b;
+    h ^= h >> 13;
+    h *= 0xc2b2ae35;
+    h ^= h >> 16;
+    return h;
+}
+
+float kaRTCryptomatte::idOf(uint32_t hash) {
+    const uint32_t exponent = (hash >> 23) & 0xff;
+    if (exponent == 0 || exponent == 255)
+        hash ^= 1u << 23;
+    float id;
+    std::memcpy(&id, &hash, sizeof id);
+    return id;
+}
+
+float kaRTCryptomatte::idOfName(const std::string& name) {
+    return idOf(hashName(name));
+}
+
+std::string kaRTCryptomatte::manifestKey(const std::string& kind) {
+    return hex8(hashName(kind)).substr(0, 7);
+}
+
+void kaRTCryptomatte::setRenderedNames(const std::string& kind, std::vector<std::string> names) {
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    s.names[kind] = std::move(names);
+}
+
+std::vector<std::pair<std::string, std::string>>
+kaRTCryptomatte::headerAttributes(const std::vector<std::string>& layerNames) {
+    std::vector<std::pair<std::string, std::string>> attributes;
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    if (!s.isStatic)
+        return attributes;
+    for (const auto& [kind, names] : s.names) {
+        if (std::find(layerNames.begin(), layerNames.end(), kind + "00") == layerNames.end())
+            continue;
+        const std::string prefix = "cryptomatte/" + manifestKey(kind) + "/";
+        attributes.emplace_back(prefix + "name", kind);
+        attributes.emplace_back(prefix + "hash", "MurmurHash3_32");
+        attributes.emplace_back(prefix + "conversion", "uint32_to_float32");
+        if (s.withManifest)
+            attributes.emplace_back(prefix + "manifest", manifestOf(names));
+    }
+    return attributes;
 }

@@ -1,8 +1,14 @@
 #include "kaRaytracer.h"
 
+#include "kaRenderParameter.h"
+
+#include <algorithm>
+#include <atomic>
+
 namespace {
 int g_quality = 0, g_applied = 0, g_pending = 0;
 bool g_premultiply = true;
+std::atomic<int> g_threads{0};
 } // namespace
 
 int kaRaytracer::getQuality() {
@@ -27,4 +33,15 @@ bool kaRaytracer::getPremultiply() {
 }
 void kaRaytracer::setPremultiply(bool premultiply) {
     g_premultiply = premultiply;
+}
+int kaRaytracer::getThreadCount() {
+    return g_threads;
+}
+void kaRaytracer::setThreadCount(int threads) {
+    g_threads = std::max(threads, 0);
+}
+int kaRaytracer::getSamples(const osg::UberViewport& viewport, int quality) {
+    return std::max(viewport.getSamples(quality), 1) *
+           std::max(kaRenderParameter::getImageSamples(), 1) *
+           std::max(kaRenderParameter::getStillFrameSupersampling(), 1);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "OSGViewport.h"
+
 // The raytracer's settings that exports change and read. Quality 1 is the full render quality
 // (interactive quality is lower). Changes take effect when the change list is applied.
 // GUI thread only.
@@ -14,4 +16,10 @@ public:
     // Whether alpha is premultiplied into the colours of raytraced images.
     static bool getPremultiply();
     static void setPremultiply(bool premultiply);
+    // Threads a render uses; 0 (the default) uses every core of the machine.
+    static int getThreadCount();
+    static void setThreadCount(int threads);
+    // Samples a pixel gets at a sample-quality index: the viewport's samples for it, times the
+    // image samples and the still-frame supersampling of the render parameters.
+    static int getSamples(const osg::UberViewport& viewport, int quality);
 };

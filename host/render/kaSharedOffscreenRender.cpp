@@ -4,6 +4,8 @@
 #include "kaGLSceneRenderer.h"
 #include "kaLog.h"
 #include "kaOSGWidget.h"
+#include "kaRTRenderer.h"
+#include "kaRaytracer.h"
 
 #include <cmath>
 
@@ -71,6 +73,24 @@ bool kaSharedOffscreenRender::updateGL() {
         if (width <= 0 || height <= 0)
             continue;
         std::string error;
+        if (kaOSGWidget::getRaytracing()) {
+            kaRTRenderer::Region region;
+            region.fullWidth = fullWidth;
+            region.fullHeight = fullHeight;
+            region.x = regionX;
+            region.y = regionY;
+            region.width = width;
+            region.height = height;
+            region.imageX = x0;
+            region.imageY = y0;
+            const int only = _rtSample >= 0 ? _rtSample : viewport.getRtSample();
+            ok = kaRTRenderer::the().render(viewport, *camera, region, _tileImages,
+                                            kaRaytracer::getSamples(viewport, _sampleQuality), only,
+                                            error);
+            if (!ok && !error.empty())
+                kaLog::error("kaSharedOffscreenRender: %s", error.c_str());
+            continue;
+        }
         const int samples = viewport.getSamples(_sampleQuality);
         // Each finished piece goes straight into every tile image (rows bottom-up in both).
         auto sink = [&](int px, int py, int pw, int ph, const float* rgba) {

@@ -9,9 +9,10 @@ class kaOSGWidget;
 
 // Renders the main view's viewports, with their current (decorated) cameras, into every
 // existing tile image (one per render pass; null entries are skipped), in each image's pixel
-// format and data type. A tile camera's region is drawn at the pixel size it has in the whole
-// picture, in the lower-left corner of the tile image, so a clamped last tile is not
-// stretched. GUI thread only; the images must outlive the renderer's use of them.
+// format and data type: with OpenGL (every image gets the picture), or with the raytracer
+// when the host raytraces (each image gets its own pass). A tile camera's region is drawn at the
+// pixel size it has in the whole picture, in the lower-left corner of the tile image, so a clamped
+// last tile is not stretched. GUI thread only; the images must outlive the renderer's use of them.
 class kaSharedOffscreenRender {
 public:
     // Remembers the view's viewport cameras, and puts them back when it goes: exports decorate

@@ -77,6 +77,7 @@ bool OIIOImageFileType::writeLayered(const ImagePtr& image, const std::string& f
     const int width = image->getWidth(), height = image->getHeight();
     OIIO::ImageSpec spec(width, height, 0, OIIO::TypeDesc::HALF);
     std::vector<Layer> used;
+    std::vector<std::string> usedNames;
     size_t pixelBytes = 0;
     for (size_t i = 0; i < layers.size(); ++i) {
         const ImagePtr& layer = layers[i];
@@ -93,12 +94,15 @@ bool OIIOImageFileType::writeLayered(const ImagePtr& image, const std::string& f
             pixelBytes += size_t(Image::componentSizeOf(entry.storedType));
         }
         used.push_back(entry);
+        usedNames.push_back(name);
     }
     if (used.empty())
         return fail("no layer to write");
     spec.nchannels = int(spec.channelnames.size());
     spec.alpha_channel = -1;
     oiio::addImageAttributes(*image, traits().oiioName, spec);
+    for (const auto& [key, value] : layeredAttributes(usedNames))
+        spec.attribute(key, value);
 
     try {
         ok = oiio::writeAtomically(

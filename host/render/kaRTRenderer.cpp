@@ -1,0 +1,270 @@
+#include "kaRTRenderer.h"
+
+#include "kaAnimManager.h"
+#include "kaRTCryptoAccumulator.h"
+#include "kaRTCryptomatte.h"
+#include "kaRTIntegrator.h"
+#include "kaRTScene.h"
+#include "kaRaytracer.h"
+#include "kaRenderParameter.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <set>
+#include <thread>
+
+using namespace kaRT;
+
+// The sums of the samples made so far for one region.
+struct kaRTRenderer::Accumulation {
+    const osg::Camera* camera = nullptr;
+    int fullWidth = 0, fullHeight = 0, x = 0, y = 0, width = 0, height = 0, frame = 0;
+    int samples = 0;
+    std::vector<Slot> slots;
+    std::vector<std::vector<float>> sums; // by slot, three floats a pixel
+    bool crypto = false;
+    kaRTCryptoAccumulator objects, materials;
+
+    bool matches(const osg::Camera* c, const Region& r, int f) const {
+        return c == camera && r.fullWidth == fullWidth && r.fullHeight == fullHeight && r.x == x &&
+               r.y == y && r.width == width && r.height == height && f == frame;
+    }
+};
+
+kaRTRenderer& kaRTRenderer::the() {
+    static kaRTRenderer renderer;
+    return renderer;
+}
+
+kaRTRenderer::kaRTRenderer()
+    : _scene(std::make_unique<kaRTScene>())
+    , _accumulation(std::make_unique<Accumulation>()) {}
+
+kaRTRenderer::~kaRTRenderer() = default;
+
+namespace {
+
+// The slots that the wanted passes read.
+std::vector<Slot> slotsFor(const std::vector<osg::ImagePtr>& images, bool& crypto, bool& raw) {
+    std::set<Slot> slots{kCoverage};
+    crypto = raw = false;
+    for (int pass = 0; pass < kPassCount && pass < int(images.size()); ++pass) {
+        if (!images[size_t(pass)])
+            continue;
+        const PassRule& rule = passRule(pass);
+        slots.insert(rule.slot);
+        if (rule.kind == PassKind::Illumination) {
+            slots.insert(rule.colour);
+            slots.insert(rule.raw);
+            raw = true;
+        }
+        crypto =
+            crypto || rule.kind == PassKind::CryptoObject || rule.kind == PassKind::CryptoMaterial;
+    }
+    return {slots.begin(), slots.end()};
+}
+
+osg::Color3f alphaColorOf(const osg::Background* background) {
+    if (auto* gradient = dynamic_cast<const osg::Gradient2Background*>(background))
+        return gradient->getAlphaColor();
+    if (auto* solid = dynamic_cast<const osg::SolidBackground*>(background))
+        return solid->getAlphaColor();
+    return {0, 0, 0};
+}
+
+} // namespace
+
+bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& camera,
+                          const Region& region, const std::vector<osg::ImagePtr>& images,
+                          int samples, int onlySample, std::string& error) {
+    error.clear();
+    _lastSamples = 0;
+    if (region.width <= 0 || region.height <= 0 || region.fullWidth <= 0 ||
+        region.fullHeight <= 0) {
+        error = "nothing to render (empty target)";
+        return false;
+    }
+    const int frame = kaAnimManager::getCurrentFrame();
+    if (!_scene->update(viewport.getRoot(), frame, error))
+        return false;
+
+    kaRTIntegrator::View view;
+    view.fullWidth = region.fullWidth;
+    view.fullHeight = region.fullHeight;
+    view.viewing =
+        M4::from(camera.getViewing(uint32_t(region.fullWidth), uint32_t(region.fullHeight)));
+    view.viewProjection =
+        M4::from(camera.getProjection(uint32_t(region.fullWidth), uint32_t(region.fullHeight))) *
+        view.viewing;
+    if (!view.viewProjection.invert(view.inverseViewProjection)) {
+        error = "the camera's projection cannot be inverted";
+        return false;
+    }
+
+    bool crypto = false, raw = false;
+    const std::vector<Slot> slots = slotsFor(images, crypto, raw);
+    const size_t pixels = size_t(region.width) * size_t(region.height);
+    Accumulation& acc = *_accumulation;
+    const bool restart =
+        onlySample <= 0 || !acc.matches(&camera, region, frame) || acc.slots != slots;
+    if (restart) {
+        acc.camera = &camera;
+        acc.fullWidth = region.fullWidth;
+        acc.fullHeight = region.fullHeight;
+        acc.x = region.x;
+        acc.y = region.y;
+        acc.width = region.width;
+        acc.height = region.height;
+        acc.frame = frame;
+        acc.samples = 0;
+        acc.slots = slots;
+        acc.sums.assign(size_t(kSlotCount), std::vector<float>());
+        for (Slot s : slots)
+            acc.sums[size_t(s)].assign(pixels * 3, 0.0f);
+        acc.crypto = crypto;
+        acc.objects.reset(crypto ? pixels : 0);
+        acc.materials.reset(crypto ? pixels : 0);
+    }
+
+    const kaRTIntegrator integrator(*_scene, view, viewport.getBackground().get(), raw, frame);
+    const bool timeLimit = onlySample < 0 && kaRenderParameter::getUseRenderTimeLimit();
+    const double limit = kaRenderParameter::getRenderTimeInSeconds();
+    const int offset = std::max(kaRenderParameter::getSampleOffset(), 0);
+    const int first = onlySample >= 0 ? onlySample : 0;
+    // A time limit renders as many samples as fit; the cap only keeps the count finite.
+    const int last = onlySample >= 0 ? onlySample + 1
+                     : timeLimit     ? (1 << 20)
+                                     : std::max(samples, 1);
+    int threads = kaRaytracer::getThreadCount();
+    if (threads <= 0)
+        threads = int(std::max(std::thread::hardware_concurrency(), 1u));
+    threads = std::min(threads, region.height);
+
+    const auto start = std::chrono::steady_clock::now();
+    auto callback = viewport.getEventProcessingCB();
+    bool stopped = false;
+    for (int k = first; k < last && !stopped; ++k) {
+        std::atomic<int> nextRow{0};
+        auto work = [&]() {
+            Sample sample;
+            for (int row = nextRow++; row < region.height; row = nextRow++) {
+                for (int column = 0; column < region.width; ++column) {
+                    float objectId = 0, materialId = 0;
+                    bool hit = false;
+                    integrator.sample(region.x + column, region.y + row, k + offset, sample,
+                                      objectId, materialId, hit);
+                    const size_t pixel = size_t(row) * size_t(region.width) + size_t(column);
+                    for (Slot s : slots) {
+                        float* sum = acc.sums[size_t(s)].data() + pixel * 3;
+                        sum[0] += sample.v[s][0];
+                        sum[1] += sample.v[s][1];
+                        sum[2] += sample.v[s][2];
+                    }
+                    if (crypto && hit) {
+                        acc.objects.add(pixel, objectId, 1.0f);
+                        acc.materials.add(pixel, materialId, 1.0f);
+                    }
+                }
+            }
+        };
+        std::vector<std::thread> helpers;
+        for (int t = 1; t < threads; ++t)
+            helpers.emplace_back(work);
+        work();
+        for (std::thread& t : helpers)
+            t.join();
+        ++acc.samples;
+        ++_lastSamples;
+        if (callback && !callback(0, 0, true, viewport.getEventProcessingContext()))
+            stopped = true;
+        if (timeLimit &&
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() > limit)
+            break;
+    }
+
+    // Hand the mean of the samples to every wanted pass image.
+    const float n = float(std::max(acc.samples, 1));
+    const bool premultiply = kaRaytracer::getPremultiply();
+    const osg::Color3f alphaColor = alphaColorOf(viewport.getBackground().get());
+    const std::vector<float>& coverage = acc.sums[kCoverage];
+    for (int pass = 0; pass < kPassCount && pass < int(images.size()); ++pass) {
+        const osg::ImagePtr& image = images[size_t(pass)];
+        if (!image || !image->getData())
+            continue;
+        const PassRule& rule = passRule(pass);
+        const std::vector<float>& sums = acc.sums[size_t(rule.slot)];
+        for (int row = 0; row < region.height; ++row) {
+            const int iy = region.imageY + row;
+            if (iy < 0 || iy >= int(image->getHeight()))
+                continue;
+            for (int column = 0; column < region.width; ++column) {
+                const int ix = region.imageX + column;
+                if (ix < 0 || ix >= int(image->getWidth()))
+                    continue;
+                const size_t pixel = size_t(row) * size_t(region.width) + size_t(column);
+                const float alpha = coverage[pixel * 3] / n;
+                const float hits = coverage[pixel * 3 + 1];
+                const float* s = sums.data() + pixel * 3;
+                osg::Color4f c{0, 0, 0, alpha};
+                switch (rule.kind) {
+                case PassKind::Light:
+                    c.r = s[0] / n;
+                    c.g = s[1] / n;
+                    c.b = s[2] / n;
+                    if (!premultiply) {
+                        if (alpha > 1e-6f) {
+                            c.r /= alpha;
+                            c.g /= alpha;
+                            c.b /= alpha;
+                        } else if (rule.slot == kBeauty || rule.slot == kBackground) {
+                            c.r = alphaColor.r;
+                            c.g = alphaColor.g;
+                            c.b = alphaColor.b;
+                        }
+                    }
+                    break;
+                case PassKind::Illumination: {
+                    const float* colour = acc.sums[size_t(rule.colour)].data() + pixel * 3;
+                    const float* rawSum = acc.sums[size_t(rule.raw)].data() + pixel * 3;
+                    const float weight = coverage[pixel * 3 + 2];
+                    float out[3];
+                    for (int i = 0; i < 3; ++i)
+                        out[i] = colour[i] > 1e-6f * n ? s[i] / colour[i]
+                                 : weight > 0          ? rawSum[i] / weight
+                                                       : 0.0f;
+                    c = {out[0], out[1], out[2], alpha};
+                    break;
+                }
+                case PassKind::Surface:
+                    if (hits > 0)
+                        c = {s[0] / hits, s[1] / hits, s[2] / hits, hits / n};
+                    else
+                        c = {rule.empty, rule.empty, rule.empty, 0.0f};
+                    break;
+                case PassKind::Mask:
+                    c = {hits / n, hits / n, hits / n, hits / n};
+                    break;
+                case PassKind::CryptoObject:
+                case PassKind::CryptoMaterial: {
+                    float rgba[4] = {0, 0, 0, 0};
+                    (rule.kind == PassKind::CryptoObject ? acc.objects : acc.materials)
+                        .resolve(pixel, rule.cryptoLayer, n, rgba);
+                    c = {rgba[0], rgba[1], rgba[2], rgba[3]};
+                    break;
+                }
+                }
+                image->setPixel(ix, iy, c);
+            }
+        }
+    }
+
+    std::vector<std::string> objects, materials;
+    for (const kaRTScene::Instance& instance : _scene->instances()) {
+        objects.push_back(instance.objectName);
+        materials.push_back(instance.material.name);
+    }
+    kaRTCryptomatte::setRenderedNames("cryptoObject", std::move(objects));
+    kaRTCryptomatte::setRenderedNames("cryptoMaterial", std::move(materials));
+    return !stopped;
+}

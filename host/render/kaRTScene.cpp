@@ -1,0 +1,230 @@
+#include "kaRTScene.h"
+
+#include "OSGNodeCores.h"
+#include "kaRTCryptomatte.h"
+
+#include <algorithm>
+#include <cmath>
+#include <mutex>
+
+using kaRT::V3;
+
+RTCDevice kaRTDevice(std::string& error) {
+    static std::once_flag once;
+    static RTCDevice device = nullptr;
+    static std::string why;
+    std::call_once(once, [] {
+        device = rtcNewDevice(nullptr);
+        if (!device)
+            why = "Embree could not start (error " +
+                  std::to_string(int(rtcGetDeviceError(nullptr))) + ")";
+    });
+    if (!device)
+        error = why;
+    return device;
+}
+
+namespace {
+
+const osg::SimpleMaterial* resolve(const osg::Material* material) {
+    for (int depth = 0; material && depth < 8; ++depth) {
+        if (auto* simple = dynamic_cast<const osg::SimpleMaterial*>(material))
+            return simple;
+        auto* choice = dynamic_cast<const osg::SwitchMaterial*>(material);
+        material = choice ? choice->getCurrentMaterial().get() : nullptr;
+    }
+    return nullptr;
+}
+
+// What users call the object: its node's name, or that of the nearest named ancestor.
+std::string objectNameOf(const osg::Node* node) {
+    for (const osg::Node* n = node; n; n = n->getParent())
+        if (!n->getName().empty())
+            return n->getName();
+    return "unnamed";
+}
+
+kaRTScene::Material materialOf(const osg::Geometry& geometry) {
+    kaRTScene::Material m;
+    if (const osg::SimpleMaterial* s = resolve(geometry.getMaterial().get())) {
+        m.base = kaRT::v3(s->baseColor);
+        m.emission = kaRT::v3(s->emission);
+        m.metallic = std::min(std::max(s->metallic, 0.0f), 1.0f);
+        m.roughness = std::min(std::max(s->roughness, 0.0f), 1.0f);
+        m.opacity = std::min(std::max(s->opacity, 0.0f), 1.0f);
+        m.translucency = std::min(std::max(s->translucency, 0.0f), 1.0f);
+        m.name = s->getName();
+    }
+    if (m.name.empty())
+        m.name = "default";
+    m.cryptoId = kaRTCryptomatte::idOfName(m.name);
+    const uint32_t bits = kaRTCryptomatte::hashName(m.name);
+    m.idColor = {0.2f + 0.8f * float(bits & 0xff) / 255.0f,
+                 0.2f + 0.8f * float((bits >> 8) & 0xff) / 255.0f,
+                 0.2f + 0.8f * float((bits >> 16) & 0xff) / 255.0f};
+    return m;
+}
+
+V3 toV3(const osg::Pnt3f& p) {
+    return {p.x, p.y, p.z};
+}
+
+} // namespace
+
+kaRTScene::kaRTScene() = default;
+
+kaRTScene::~kaRTScene() {
+    if (_scene)
+        rtcReleaseScene(_scene);
+}
+
+void kaRTScene::collect(const osg::NodePtr& node, const osg::Matrix& parent,
+                        std::vector<Found>& found) {
+    if (!node || !node->getActive())
+        return;
+    const osg::NodeCore* core = node->getCore().get();
+    const osg::Matrix world = core ? parent * core->getLocalMatrix() : parent;
+    if (auto* geometry = dynamic_cast<osg::Geometry*>(node->getCore().get()))
+        found.push_back({node.get(), osg::GeometryPtr(geometry), world});
+    if (auto* light = dynamic_cast<const osg::Light*>(core)) {
+        const V3 power = kaRT::v3(light->getColor()) * light->getIntensity();
+        if (dynamic_cast<const osg::DirectionalLight*>(light)) {
+            const osg::Vec3f d = osg::normalize(world.transformVector({0, 0, -1}));
+            _lights.push_back({true, {-d.x, -d.y, -d.z}, {}, power});
+        } else if (dynamic_cast<const osg::PointLight*>(light)) {
+            _lights.push_back({false, {}, toV3(world.transformPoint({0, 0, 0})), power});
+        } else {
+            _ambient += power;
+        }
+    }
+    if (auto* fog = dynamic_cast<const osg::Fog*>(core)) {
+        _fog.enabled = fog->getDensity() > 0;
+        _fog.color = kaRT::v3(fog->getColor());
+        _fog.density = fog->getDensity();
+    }
+    if (auto* plate = dynamic_cast<osg::ImagePlate*>(node->getCore().get()))
+        (plate->isFront() ? _frontplates : _backplates).push_back(osg::ImagePlatePtr(plate));
+    if (auto* flare = dynamic_cast<const osg::LensFlare*>(core)) {
+        _flareIntensity = flare->getIntensity();
+        _flareSize = flare->getSize();
+    }
+    const auto* choice = dynamic_cast<const osg::Switch*>(core);
+    for (size_t i = 0; i < node->getNChildren(); ++i)
+        if (!choice || choice->getChoice() == osg::Switch::ALL || choice->getChoice() == int(i))
+            collect(node->getChild(i), world, found);
+}
+
+bool kaRTScene::update(const osg::NodePtr& root, int frame, std::string& error) {
+    RTCDevice device = kaRTDevice(error);
+    if (!device)
+        return false;
+    _lights.clear();
+    _ambient = {};
+    _fog = {};
+    _backplates.clear();
+    _frontplates.clear();
+    _flareIntensity = 0;
+    std::vector<Found> found;
+    collect(root, osg::Matrix(), found);
+    // Meshes with broken indices are left out rather than read out of bounds.
+    found.erase(std::remove_if(found.begin(), found.end(),
+                               [](const Found& f) {
+                                   const osg::Geometry::Mesh& mesh = f.geometry->getMesh();
+                                   if (mesh.indices.size() < 3)
+                                       return true;
+                                   return std::any_of(
+                                       mesh.indices.begin(), mesh.indices.end(),
+                                       [&](uint32_t i) { return i >= mesh.positions.size(); });
+                               }),
+                found.end());
+
+    if (!_hasFrame || frame != _frame) {
+        _previousPlacements = _hasFrame ? _placements : std::map<const osg::Node*, osg::Matrix>();
+        _frame = frame;
+        _hasFrame = true;
+    }
+    _placements.clear();
+    for (const Found& f : found)
+        _placements[f.node] = f.world;
+
+    std::vector<std::pair<const osg::Geometry*, uint64_t>> from;
+    std::vector<osg::Matrix> placements;
+    for (const Found& f : found) {
+        from.emplace_back(f.geometry.get(), f.geometry->getVersion());
+        placements.push_back(f.world);
+    }
+    const bool same =
+        _scene && from == _builtFrom && placements.size() == _builtPlacements.size() &&
+        std::equal(placements.begin(), placements.end(), _builtPlacements.begin(),
+                   [](const osg::Matrix& a, const osg::Matrix& b) { return a.equals(b, 0.0f); });
+    if (!same) {
+        rebuild(found);
+        _builtFrom = std::move(from);
+        _builtPlacements = std::move(placements);
+    }
+    // Materials, names and previous placements are cheap: read on every update.
+    for (size_t i = 0; i < _instances.size(); ++i) {
+        Instance& instance = _instances[i];
+        instance.material = materialOf(*instance.geometry);
+        instance.objectName = objectNameOf(instance.node);
+        instance.cryptoId = kaRTCryptomatte::idOfName(instance.objectName);
+        auto previous = _previousPlacements.find(instance.node);
+        instance.previousWorld = previous != _previousPlacements.end()
+                                     ? kaRT::M4::from(previous->second)
+                                     : instance.world;
+    }
+    return true;
+}
+
+void kaRTScene::rebuild(const std::vector<Found>& found) {
+    std::string error;
+    RTCDevice device = kaRTDevice(error);
+    if (_scene)
+        rtcReleaseScene(_scene);
+    _scene = rtcNewScene(device);
+    // Robust traversal: rays through shared edges never slip between two triangles.
+    rtcSetSceneFlags(_scene, RTC_SCENE_FLAG_ROBUST);
+    _instances.clear();
+    V3 lo{1e30f, 1e30f, 1e30f}, hi{-1e30f, -1e30f, -1e30f};
+    for (const Found& f : found) {
+        const osg::Geometry::Mesh& mesh = f.geometry->getMesh();
+        Instance instance;
+        instance.node = f.node;
+        instance.geometry = f.geometry;
+        instance.world = kaRT::M4::from(f.world);
+        instance.world.invert(instance.worldInverse);
+        // Normals go by the inverse transpose, so that scaled objects keep them upright.
+        kaRT::M4 normalMatrix;
+        for (int r = 0; r < 3; ++r)
+            for (int c = 0; c < 3; ++c)
+                normalMatrix.m[r][c] = instance.worldInverse.m[c][r];
+        RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
+        auto* vertices = static_cast<float*>(
+            rtcSetNewGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
+                                    3 * sizeof(float), mesh.positions.size()));
+        instance.normals.resize(mesh.positions.size());
+        for (size_t v = 0; v < mesh.positions.size(); ++v) {
+            const V3 p = instance.world.transformPoint(toV3(mesh.positions[v]));
+            vertices[3 * v] = p.x;
+            vertices[3 * v + 1] = p.y;
+            vertices[3 * v + 2] = p.z;
+            lo = {std::min(lo.x, p.x), std::min(lo.y, p.y), std::min(lo.z, p.z)};
+            hi = {std::max(hi.x, p.x), std::max(hi.y, p.y), std::max(hi.z, p.z)};
+            const osg::Vec3f n = v < mesh.normals.size() ? mesh.normals[v] : osg::Vec3f{0, 1, 0};
+            instance.normals[v] = kaRT::normalize(normalMatrix.transformVector({n.x, n.y, n.z}));
+        }
+        if (mesh.colors.size() == mesh.positions.size())
+            for (const osg::Color4f& c : mesh.colors)
+                instance.colors.push_back({c.r, c.g, c.b});
+        const size_t triangles = mesh.indices.size() / 3;
+        auto* indices = static_cast<uint32_t*>(rtcSetNewGeometryBuffer(
+            geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 3 * sizeof(uint32_t), triangles));
+        std::copy(mesh.indices.begin(), mesh.indices.begin() + long(triangles * 3), indices);
+        rtcCommitGeometry(geometry);
+        rtcAttachGeometryByID(_scene, geometry, unsigned(_instances.size()));
+        rtcReleaseGeometry(geometry);
+        _instances.push_back(std::move(instance));
+    }
+    rtcCommitScene(_scene);
+    _extent = _instances.empty() ? 1.0f : std::max(kaRT::length(hi - lo) * 0.5f, 1e-3f);
+}

@@ -1,0 +1,97 @@
+#pragma once
+
+#include "OSGGeometry.h"
+#include "OSGSceneEffects.h"
+#include "kaRTMath.h"
+
+#include <embree3/rtcore.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+// The raytracer's copy of a scene: every shown mesh in world space in an Embree scene, with its
+// object and material, the lights, the environment and the frame effects (fog, plates, lens
+// flare). The meshes are rebuilt only when the geometry or its placement changed. Updated on
+// the GUI thread; read by the render threads while no update runs.
+class kaRTScene {
+public:
+    struct Material {
+        kaRT::V3 base{0.8f, 0.8f, 0.8f}, emission;
+        float metallic = 0, roughness = 0.5f, opacity = 1, translucency = 0;
+        std::string name;
+        float cryptoId = 0;
+        kaRT::V3 idColor; // a colour of its own, for the material-ID pass
+    };
+    struct Instance {
+        const osg::Node* node = nullptr;
+        osg::GeometryPtr geometry;
+        std::string objectName;
+        float cryptoId = 0;
+        Material material;
+        kaRT::M4 world, worldInverse, previousWorld;
+        std::vector<kaRT::V3> normals; // world space, one per vertex
+        std::vector<kaRT::V3> colors;  // empty without vertex colours
+    };
+    struct Light {
+        bool directional = false;
+        kaRT::V3 direction; // towards the light, for directional lights
+        kaRT::V3 position;
+        kaRT::V3 power;
+    };
+
+    kaRTScene();
+    ~kaRTScene();
+    kaRTScene(const kaRTScene&) = delete;
+    kaRTScene& operator=(const kaRTScene&) = delete;
+
+    // Reads the scene below 'root' as it is at animation frame 'frame'. Placements seen at the
+    // previously rendered frame become the previous placements (for motion vectors).
+    bool update(const osg::NodePtr& root, int frame, std::string& error);
+
+    RTCScene embree() const { return _scene; }
+    const std::vector<Instance>& instances() const { return _instances; }
+    const std::vector<Light>& lights() const { return _lights; }
+    kaRT::V3 ambient() const { return _ambient; }
+    bool hasFog() const { return _fog.enabled; }
+    kaRT::V3 fogColor() const { return _fog.color; }
+    float fogDensity() const { return _fog.density; }
+    const std::vector<osg::ImagePlatePtr>& backplates() const { return _backplates; }
+    const std::vector<osg::ImagePlatePtr>& frontplates() const { return _frontplates; }
+    bool hasLensFlare() const { return _flareIntensity > 0; }
+    float lensFlareIntensity() const { return _flareIntensity; }
+    float lensFlareSize() const { return _flareSize; }
+    // Half the size of the scene's bounds: the scale of ray offsets.
+    float extent() const { return _extent; }
+
+private:
+    struct Found {
+        const osg::Node* node;
+        osg::GeometryPtr geometry;
+        osg::Matrix world;
+    };
+    void collect(const osg::NodePtr& node, const osg::Matrix& parent, std::vector<Found>& found);
+    void rebuild(const std::vector<Found>& found);
+
+    RTCScene _scene = nullptr;
+    std::vector<Instance> _instances;
+    std::vector<Light> _lights;
+    kaRT::V3 _ambient;
+    struct {
+        bool enabled = false;
+        kaRT::V3 color;
+        float density = 0;
+    } _fog;
+    std::vector<osg::ImagePlatePtr> _backplates, _frontplates;
+    float _flareIntensity = 0, _flareSize = 0.05f;
+    float _extent = 1;
+    // What the meshes were built from: geometry, its version and placement.
+    std::vector<std::pair<const osg::Geometry*, uint64_t>> _builtFrom;
+    std::vector<osg::Matrix> _builtPlacements;
+    int _frame = 0;
+    bool _hasFrame = false;
+    std::map<const osg::Node*, osg::Matrix> _placements, _previousPlacements;
+};
+
+// The process-wide Embree device; null (with the reason) when Embree cannot start.
+RTCDevice kaRTDevice(std::string& error);

@@ -1,0 +1,399 @@
+// The Embree raytracer behind kaSharedOffscreenRender: render passes that add up, tiles and
+// thread counts that agree, the OpenGL geometry, progressive samples, time limit and callback.
+#include "kaRaytracer.h"
+#include "OSGCameraDecorators.h"
+#include "OSGChangeList.h"
+#include "OSGNodeCores.h"
+#include "kaAnimManager.h"
+#include "kaBuiltinScene.h"
+#include "kaOSGWidget.h"
+#include "kaRTCryptomatte.h"
+#include "kaRTMath.h"
+#include "kaRTRenderer.h"
+#include "kaRenderParameter.h"
+#include "kaSharedOffscreenRender.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <functional>
+
+using osg::Image;
+
+namespace {
+
+constexpr int kPasses = 47;
+constexpr int W = 80, H = 60;
+
+osg::ImagePtr newImage(int w, int h, uint32_t format = Image::OSG_RGBA_PF,
+                       int32_t type = Image::OSG_FLOAT32_IMAGEDATA) {
+    osg::ImagePtr image = Image::create();
+    image->set(format, w, h, 1, 1, 1, 0.0, nullptr, type);
+    return image;
+}
+
+std::vector<osg::ImagePtr> passImages(const std::vector<int>& passes, int w = W, int h = H) {
+    std::vector<osg::ImagePtr> images(kPasses);
+    for (int p : passes)
+        images[size_t(p)] = newImage(w, h);
+    return images;
+}
+
+std::vector<int> allPasses() {
+    std::vector<int> passes;
+    for (int p = 0; p < kPasses; ++p)
+        passes.push_back(p);
+    return passes;
+}
+
+bool samePixels(const osg::ImagePtr& a, const osg::ImagePtr& b) {
+    return a->getSize() == b->getSize() &&
+           std::memcmp(a->getData(), b->getData(), a->getSize()) == 0;
+}
+
+class Raytracer : public testing::Test {
+protected:
+    void SetUp() override {
+        kaOSGWidget::setMainView(&view);
+        view.setSize(W, H);
+        kaOSGWidget::setRaytracing(true);
+        kaAnimManager::setCurrentFrame(0, true);
+    }
+    void TearDown() override {
+        kaOSGWidget::setRaytracing(false);
+        kaOSGWidget::setMainView(nullptr);
+        kaRaytracer::setThreadCount(0);
+        kaRaytracer::setPremultiply(true);
+        kaRenderParameter::setUseRenderTimeLimit(false);
+        kaRenderParameter::setRenderTimeInSeconds(10.0);
+        osg::ChangeList::getCurrent()->clear();
+    }
+
+    // Renders the view (in columns x rows tiles) into the pass images.
+    bool render(std::vector<osg::ImagePtr>& images, int quality, int columns = 1, int rows = 1,
+                int w = W, int h = H) {
+        const osg::CameraPtr camera = view.getViewport()->getCamera();
+        osg::TileCameraDecoratorPtr tile = osg::TileCameraDecorator::create();
+        tile->setDecoratee(camera);
+        tile->setFullSize(uint32_t(w), uint32_t(h));
+        view.getViewport()->setCamera(tile);
+        const int tileW = (w + columns - 1) / columns, tileH = (h + rows - 1) / rows;
+        std::vector<osg::ImagePtr> tiles(images.size());
+        for (size_t i = 0; i < images.size(); ++i)
+            if (images[i])
+                tiles[i] =
+                    newImage(tileW, tileH, images[i]->getPixelFormat(), images[i]->getDataType());
+        bool ok = true;
+        {
+            kaSharedOffscreenRender renderer(&view, tiles, quality);
+            for (int ty = 0; ty < rows; ++ty)
+                for (int tx = 0; tx < columns; ++tx) {
+                    const int px = tx * tileW, py = ty * tileH;
+                    tile->setSize(float(px) / float(w), float(py) / float(h),
+                                  std::min(float(px + tileW) / float(w), 1.0f),
+                                  std::min(float(py + tileH) / float(h), 1.0f));
+                    ok = renderer.updateGL() && ok;
+                    for (size_t i = 0; i < images.size(); ++i)
+                        if (images[i])
+                            images[i]->setSubData(px, py, 0, tileW, tileH, 1, tiles[i]->getData());
+                }
+        }
+        view.getViewport()->setCamera(camera);
+        return ok;
+    }
+
+    kaOSGWidget view;
+    kaBuiltinScene scene{view};
+};
+
+kaRT::V3 rgb(const osg::ImagePtr& image, int x, int y) {
+    const osg::Color4f c = image->getPixel(x, y);
+    return {c.r, c.g, c.b};
+}
+
+bool hasContent(const osg::ImagePtr& image) {
+    for (int y = 0; y < image->getHeight(); ++y)
+        for (int x = 0; x < image->getWidth(); ++x) {
+            const osg::Color4f c = image->getPixel(x, y);
+            if (std::fabs(c.r) > 1e-4f || std::fabs(c.g) > 1e-4f || std::fabs(c.b) > 1e-4f)
+                return true;
+        }
+    return false;
+}
+
+} // namespace
+
+TEST_F(Raytracer, LightPassesAddUpToBeauty) {
+    std::vector<osg::ImagePtr> images = passImages(allPasses());
+    ASSERT_TRUE(render(images, 2));
+    const int lightPasses[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 15, 26, 27, 28, 29};
+    double worst = 0;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            kaRT::V3 sum;
+            for (int p : lightPasses)
+                sum += rgb(images[size_t(p)], x, y);
+            const kaRT::V3 beauty = rgb(images[0], x, y);
+            for (float d : {sum.x - beauty.x, sum.y - beauty.y, sum.z - beauty.z})
+                worst = std::max(worst, double(std::fabs(d)) /
+                                            std::max(double(kaRT::average(beauty)), 1e-2));
+        }
+    EXPECT_LE(worst, 1e-3);
+}
+
+TEST_F(Raytracer, IlluminationTimesColourIsItsLight) {
+    std::vector<osg::ImagePtr> images = passImages(allPasses());
+    ASSERT_TRUE(render(images, 2));
+    // (light pass, colour pass, illumination passes)
+    const struct {
+        int light, colour;
+        std::vector<int> illumination;
+    } pairs[] = {{1, 10, {16}}, {2, 10, {19}}, {8, 10, {22}}, {3, 11, {17}},
+                 {4, 11, {20}}, {9, 11, {23}}, {5, 12, {24}}, {6, 13, {18, 21, 25}}};
+    for (const auto& pair : pairs) {
+        double worst = 0;
+        for (int y = 0; y < H; ++y)
+            for (int x = 0; x < W; ++x) {
+                kaRT::V3 illumination;
+                for (int p : pair.illumination)
+                    illumination += rgb(images[size_t(p)], x, y);
+                const kaRT::V3 product = rgb(images[size_t(pair.colour)], x, y) * illumination;
+                const kaRT::V3 light = rgb(images[size_t(pair.light)], x, y);
+                const double scale = std::max(double(kaRT::average(light)), 1e-2);
+                for (float d : {product.x - light.x, product.y - light.y, product.z - light.z})
+                    worst = std::max(worst, double(std::fabs(d)) / scale);
+            }
+        EXPECT_LE(worst, 1e-3) << "pass " << pair.light;
+    }
+}
+
+TEST_F(Raytracer, EveryPassCarriesContent) {
+    std::vector<osg::ImagePtr> images = passImages(allPasses());
+    // Motion vectors need a frame before this one.
+    kaAnimManager::setCurrentFrame(40, true);
+    ASSERT_TRUE(render(images, 0));
+    kaAnimManager::setCurrentFrame(44, true);
+    ASSERT_TRUE(render(images, 0));
+    // Cryptomatte ranks 2 to 5 need pixels shared by three or more objects.
+    for (int p = 0; p < kPasses; ++p)
+        if (p != 35 && p != 36 && p != 38 && p != 39)
+            EXPECT_TRUE(hasContent(images[size_t(p)])) << "pass " << p;
+}
+
+TEST_F(Raytracer, TiledEqualsUntiledAndThreadCountsAgree) {
+    std::vector<osg::ImagePtr> whole = passImages(allPasses());
+    ASSERT_TRUE(render(whole, 1));
+    std::vector<osg::ImagePtr> tiled = passImages(allPasses());
+    ASSERT_TRUE(render(tiled, 1, 3, 2));
+    kaRaytracer::setThreadCount(1);
+    std::vector<osg::ImagePtr> single = passImages(allPasses());
+    ASSERT_TRUE(render(single, 1));
+    kaRaytracer::setThreadCount(5);
+    std::vector<osg::ImagePtr> five = passImages(allPasses());
+    ASSERT_TRUE(render(five, 1, 2, 3));
+    for (int p = 0; p < kPasses; ++p) {
+        EXPECT_TRUE(samePixels(whole[size_t(p)], tiled[size_t(p)])) << "tiles, pass " << p;
+        EXPECT_TRUE(samePixels(whole[size_t(p)], single[size_t(p)])) << "1 thread, pass " << p;
+        EXPECT_TRUE(samePixels(whole[size_t(p)], five[size_t(p)])) << "5 threads, pass " << p;
+    }
+}
+
+namespace {
+// Counts the viewport callback's calls and their times; stops at call 'stopAt' (0: never).
+struct CallbackLog {
+    std::vector<double> seconds;
+    std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+    size_t stopAt = 0;
+    static bool record(int, int, bool advance, void* data) {
+        auto* log = static_cast<CallbackLog*>(data);
+        if (advance)
+            log->seconds.push_back(
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - log->start)
+                    .count());
+        return log->stopAt == 0 || log->seconds.size() < log->stopAt;
+    }
+};
+
+// The camera matrices of the whole picture, as the view's camera gives them.
+kaRT::M4 viewProjectionOf(const osg::Camera& camera) {
+    return kaRT::M4::from(camera.getProjection(W, H)) * kaRT::M4::from(camera.getViewing(W, H));
+}
+} // namespace
+
+TEST_F(Raytracer, SurfacesAreWhereOpenGLDrawsThem) {
+    view.getBackground()->setAlpha(0.0f);
+    std::vector<osg::ImagePtr> traced = passImages({33, 41, 42, 46});
+    ASSERT_TRUE(render(traced, 0));
+    kaOSGWidget::setRaytracing(false);
+    std::vector<osg::ImagePtr> drawn = {newImage(W, H)};
+    ASSERT_TRUE(render(drawn, 0));
+
+    const kaRT::M4 viewing = kaRT::M4::from(view.getCamera()->getViewing(W, H));
+    const kaRT::M4 viewProjection = viewProjectionOf(*view.getCamera());
+    int different = 0, covered = 0;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const bool hit = traced[41]->getPixel(x, y).r > 0.5f;
+            different += hit != (drawn[0]->getPixel(x, y).a > 0.0f);
+            if (!hit)
+                continue;
+            ++covered;
+            const kaRT::V3 position = rgb(traced[42], x, y);
+            const kaRT::V3 ndc = viewProjection.project(position);
+            EXPECT_NEAR((ndc.x * 0.5f + 0.5f) * W, x + 0.5f, 1e-2f) << x << "," << y;
+            EXPECT_NEAR((ndc.y * 0.5f + 0.5f) * H, y + 0.5f, 1e-2f) << x << "," << y;
+            EXPECT_NEAR(traced[46]->getPixel(x, y).r, ndc.z * 0.5f + 0.5f, 1e-5f);
+            EXPECT_NEAR(traced[33]->getPixel(x, y).r, -float(viewing.row(2, position)), 1e-3f);
+        }
+    EXPECT_GT(covered, W * H / 2);
+    // Pixels whose centre lies exactly on an edge may go either way.
+    EXPECT_LE(different, W * H / 200);
+}
+
+TEST_F(Raytracer, StereoEyesMatchTheOpenGLEyes) {
+    const osg::CameraPtr camera = view.getViewport()->getCamera();
+    view.getBackground()->setAlpha(0.0f);
+    std::vector<osg::ImagePtr> masks;
+    for (bool left : {true, false}) {
+        osg::ShearedStereoCameraDecoratorPtr eye = osg::ShearedStereoCameraDecorator::create();
+        eye->setDecoratee(camera);
+        eye->setEyeSeparation(0.5f);
+        eye->setZeroParallaxDistance(7.0f);
+        eye->setLeftEye(left);
+        view.getViewport()->setCamera(eye);
+        kaOSGWidget::setRaytracing(true);
+        std::vector<osg::ImagePtr> traced = passImages({41});
+        ASSERT_TRUE(render(traced, 0));
+        kaOSGWidget::setRaytracing(false);
+        std::vector<osg::ImagePtr> drawn = {newImage(W, H)};
+        ASSERT_TRUE(render(drawn, 0));
+        int different = 0;
+        for (int y = 0; y < H; ++y)
+            for (int x = 0; x < W; ++x)
+                different +=
+                    (traced[41]->getPixel(x, y).r > 0.5f) != (drawn[0]->getPixel(x, y).a > 0.0f);
+        EXPECT_LE(different, W * H / 200) << (left ? "left" : "right");
+        masks.push_back(traced[41]);
+    }
+    view.getViewport()->setCamera(camera);
+    EXPECT_FALSE(samePixels(masks[0], masks[1])) << "the eyes see differently";
+}
+
+TEST_F(Raytracer, SamplesAddUpOneAtATime) {
+    std::vector<osg::ImagePtr> atOnce = passImages({0, 16, 30, 34, 41});
+    ASSERT_TRUE(render(atOnce, 2)); // 4 samples
+    std::vector<osg::ImagePtr> oneByOne = passImages({0, 16, 30, 34, 41});
+    osg::TileCameraDecoratorPtr tile = osg::TileCameraDecorator::create();
+    const osg::CameraPtr camera = view.getViewport()->getCamera();
+    tile->setDecoratee(camera);
+    tile->setFullSize(W, H);
+    tile->setSize(0, 0, 1, 1);
+    view.getViewport()->setCamera(tile);
+    {
+        kaSharedOffscreenRender renderer(&view, oneByOne, 2);
+        for (int k = 0; k < 4; ++k) {
+            renderer.setRtSample(k);
+            ASSERT_TRUE(renderer.updateGL());
+            EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 1);
+        }
+    }
+    view.getViewport()->setCamera(camera);
+    for (int p : {0, 16, 30, 34, 41})
+        EXPECT_TRUE(samePixels(atOnce[size_t(p)], oneByOne[size_t(p)])) << "pass " << p;
+}
+
+TEST_F(Raytracer, TheTimeLimitStopsAfterTheSampleThatPassesIt) {
+    kaRenderParameter::setUseRenderTimeLimit(true);
+    kaRenderParameter::setRenderTimeInSeconds(0.3);
+    CallbackLog log;
+    view.getViewport()->setEventProcessingCB(CallbackLog::record, &log);
+    std::vector<osg::ImagePtr> images = passImages({0});
+    log.start = std::chrono::steady_clock::now();
+    EXPECT_TRUE(render(images, 0));
+    view.getViewport()->setEventProcessingCB(nullptr, nullptr);
+    ASSERT_GE(log.seconds.size(), 2u);
+    EXPECT_EQ(int(log.seconds.size()), kaRTRenderer::the().getLastSampleCount());
+    EXPECT_GT(log.seconds.back(), 0.3);
+    // The renderer starts its clock a little after ours.
+    EXPECT_LE(log.seconds[log.seconds.size() - 2], 0.3 + 0.1);
+}
+
+TEST_F(Raytracer, TheCallbackStopsTheRender) {
+    CallbackLog log;
+    log.stopAt = 3;
+    view.getViewport()->setEventProcessingCB(CallbackLog::record, &log);
+    std::vector<osg::ImagePtr> images = passImages({0});
+    EXPECT_FALSE(render(images, 4)) << "16 samples asked, stopped at 3";
+    view.getViewport()->setEventProcessingCB(nullptr, nullptr);
+    EXPECT_EQ(log.seconds.size(), 3u);
+    EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 3);
+    EXPECT_TRUE(hasContent(images[0])) << "the samples made so far are kept";
+}
+
+TEST_F(Raytracer, AlphaIsPremultipliedOrStraight) {
+    view.getBackground()->setAlpha(0.0f);
+    view.getBackground()->setAlphaColor({0.2f, 0.4f, 0.6f});
+    std::vector<osg::ImagePtr> premultiplied = passImages({0, 2});
+    ASSERT_TRUE(render(premultiplied, 2));
+    kaRaytracer::setPremultiply(false);
+    std::vector<osg::ImagePtr> straight = passImages({0, 2});
+    ASSERT_TRUE(render(straight, 2));
+
+    const osg::Color4f sky = straight[0]->getPixel(W / 2, H - 1);
+    EXPECT_FLOAT_EQ(sky.a, 0.0f);
+    EXPECT_NEAR(sky.r, 0.2f, 1e-6f) << "straight colour where nothing is: the alpha colour";
+    EXPECT_NEAR(sky.b, 0.6f, 1e-6f);
+    EXPECT_NEAR(premultiplied[0]->getPixel(W / 2, H - 1).r, 0.0f, 1e-6f);
+    int partial = 0;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const osg::Color4f p = premultiplied[0]->getPixel(x, y),
+                               s = straight[0]->getPixel(x, y);
+            EXPECT_FLOAT_EQ(p.a, s.a);
+            if (p.a <= 0.01f)
+                continue;
+            partial += p.a < 0.99f;
+            EXPECT_NEAR(s.g * s.a, p.g, 1e-4f * std::max(p.g, 1.0f)) << x << "," << y;
+            const osg::Color4f pl = premultiplied[2]->getPixel(x, y),
+                               sl = straight[2]->getPixel(x, y);
+            EXPECT_NEAR(sl.r * sl.a, pl.r, 1e-4f * std::max(pl.r, 1.0f)) << x << "," << y;
+        }
+    EXPECT_GT(partial, 0) << "edges against the background are partly covered";
+}
+
+TEST_F(Raytracer, FloatImagesKeepValuesAboveOne) {
+    std::vector<osg::ImagePtr> images = passImages({0, 7});
+    ASSERT_TRUE(render(images, 0));
+    float brightest = 0;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x)
+            brightest = std::max(brightest, images[7]->getPixel(x, y).r);
+    EXPECT_GT(brightest, 3.0f) << "the lamp glows at 6";
+    std::vector<osg::ImagePtr> bytes(kPasses);
+    bytes[0] = newImage(W, H, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA);
+    ASSERT_TRUE(render(bytes, 0));
+    EXPECT_EQ(*std::max_element(bytes[0]->getData(), bytes[0]->getData() + bytes[0]->getSize()),
+              255);
+}
+
+TEST_F(Raytracer, CryptomatteNamesTheObjectsItSaw) {
+    std::vector<osg::ImagePtr> images = passImages({34, 37});
+    ASSERT_TRUE(render(images, 2));
+    const float box = kaRTCryptomatte::idOfName("Box");
+    const float paint = kaRTCryptomatte::idOfName("Red Paint");
+    int boxPixels = 0;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const osg::Color4f object = images[34]->getPixel(x, y);
+            const osg::Color4f material = images[37]->getPixel(x, y);
+            EXPECT_GE(object.g, object.a) << "ranks by coverage";
+            EXPECT_LE(object.g + object.a, 1.0f + 1e-6f);
+            if (object.r == box && object.g == 1.0f) {
+                ++boxPixels;
+                EXPECT_EQ(material.r, paint);
+            }
+        }
+    EXPECT_GT(boxPixels, 20);
+}
