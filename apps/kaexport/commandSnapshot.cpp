@@ -133,11 +133,6 @@ int commandSnapshot(const QStringList& args, Streams& io, Host& host) {
     }
     if (o.out.isEmpty())
         return usageError("no output file name given");
-    if (o.raytracing) {
-        io.err << "kaexport snapshot: --raytracing needs the raytracer, which this build does not "
-                  "have yet\n";
-        return Failed;
-    }
     const QString out = kaFile::expandFilename(o.out);
     if (!kaFile::getExtension(out).isEmpty() &&
         !osg::ImageFileHandler::the().getFileType(nullptr, out.toUtf8().constData())) {
@@ -145,6 +140,10 @@ int commandSnapshot(const QStringList& args, Streams& io, Host& host) {
                << kaFile::getExtension(out).toStdString() << "' files\n";
         return UsageError;
     }
+
+    // Render passes other than beauty come from the raytracer only.
+    if (o.raytracing)
+        kaOSGWidget::setRaytracing(true);
 
     kaMessage& prefs = kaPreferences::getData();
     if (o.stereo >= 0)

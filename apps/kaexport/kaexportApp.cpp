@@ -38,7 +38,7 @@ void printUsage(std::ostream& out) {
            "\n"
            "Turns the 3D view into image files.\n"
            "\n"
-           "Options:\n"
+           "Options (before or after COMMAND):\n"
            "  --scene FILE       the scene to render (glTF, OBJ, FBX, ...); the built-in scene\n"
            "                     when left out\n"
            "  --prefs FILE       read the preferences from FILE (JSON) over the defaults\n"
@@ -101,6 +101,23 @@ int run(const QStringList& args, Streams& io) {
         for (const Command& command : commands()) {
             if (arg != command.name)
                 continue;
+            // The options of the whole program may also follow the command's own.
+            QStringList rest;
+            while (!reader.atEnd()) {
+                const QString next = reader.next();
+                QString* global = next == "--prefs"   ? &prefsFile
+                                  : next == "--scene" ? &sceneFile
+                                                      : nullptr;
+                QString assignment;
+                if (global || next == "--set") {
+                    if (!reader.value(next, global ? *global : assignment))
+                        return usageError(reader.error);
+                    if (!global)
+                        assignments << assignment;
+                    continue;
+                }
+                rest << next;
+            }
             if (!prefsFile.isEmpty()) {
                 QString error;
                 if (!kaPreferences::load(prefsFile, &error)) {
@@ -113,9 +130,6 @@ int run(const QStringList& args, Streams& io) {
                 if (!applyPreferenceAssignment(assignment, error))
                     return usageError(error);
             }
-            QStringList rest;
-            while (!reader.atEnd())
-                rest << reader.next();
             if (rest.contains("--help") || rest.contains("-h")) {
                 io.out << command.usage;
                 return Done;

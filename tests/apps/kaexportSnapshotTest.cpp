@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 
 namespace {
@@ -117,6 +118,43 @@ TEST_F(kaexportSnapshot, PassesAsFilesAndAsOneLayeredExr) {
     EXPECT_EQ(in->spec().channelnames[0].substr(0, 7), "beauty.");
 }
 
+TEST_F(kaexportSnapshot, RaytracedPassesIntoOneLayeredExr) {
+    // The program's own options may follow the command's.
+    Result r =
+        kaexport({"snapshot", dir.file("out.exr"), "--raytracing", "--passes", "all", "--width",
+                  "64", "--height", "48", "--set", "ImageExport multi layer exr=true"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"out.exr"});
+    auto in = open(dir.file("out.exr"));
+    ASSERT_TRUE(in);
+    const OIIO::ImageSpec& spec = in->spec();
+    EXPECT_EQ(spec.nchannels, 47 * 4);
+    for (const char* layer : {"beauty.R", "diffuse_ibl_illumination.G", "cryptoMaterial02.A",
+                              "motion_vector.R", "gpu_depth.B", "lens_flare.R"})
+        EXPECT_NE(std::find(spec.channelnames.begin(), spec.channelnames.end(), layer),
+                  spec.channelnames.end())
+            << layer;
+    bool cryptoObject = false;
+    for (const OIIO::ParamValue& attribute : spec.extra_attribs)
+        cryptoObject = cryptoObject || (attribute.name().string().rfind("cryptomatte/", 0) == 0 &&
+                                        attribute.get_string() == "cryptoObject");
+    EXPECT_TRUE(cryptoObject);
+}
+
+TEST_F(kaexportSnapshot, RaytracedPassesAsOneFileEach) {
+    Result r = kaexport({"snapshot", dir.file("out.exr"), "--raytracing", "--passes", "all",
+                         "--width", "64", "--height", "48"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const QStringList files = QDir(dir.path()).entryList(QDir::Files);
+    EXPECT_EQ(files.size(), 47);
+    for (const char* name : {"out-beauty.exr", "out-cryptoObject00.exr", "out-gpu_depth.exr",
+                             "out-translucency_indirect_illumination.exr"})
+        EXPECT_TRUE(files.contains(name)) << name;
+    auto depth = open(dir.file("out-depth.exr"));
+    ASSERT_TRUE(depth);
+    EXPECT_EQ(depth->spec().format, OIIO::TypeDesc::FLOAT);
+}
+
 TEST_F(kaexportSnapshot, FastToFilesAndToMemory) {
     Result files =
         kaexport({"fast", dir.file("f.png"), "--count", "3", "--width", "64", "--height", "48"});
@@ -173,7 +211,7 @@ TEST_F(kaexportSnapshot, BadInputGetsAClearMessageAndNoFile) {
         {{"--scene", dir.file("broken.gltf"), "snapshot", dir.file("a.png")},
          1,
          "Couldn't read the scene file"},
-        {{"snapshot", dir.file("a.png"), "--raytracing"}, 1, "needs the raytracer"},
+        {{"snapshot", dir.file("a.png"), "--passes", "beauty,glow"}, 2, "glow"},
     };
     for (const Case& c : cases) {
         Result r = kaexport(c.args);
