@@ -119,9 +119,16 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
         acc.frame = frame;
         acc.samples = 0;
         acc.slots = slots;
-        acc.sums.assign(size_t(kSlotCount), std::vector<float>());
-        for (Slot s : slots)
-            acc.sums[size_t(s)].assign(pixels * 3, 0.0f);
+        // Buffers are kept from render to render (tiles of one export have one size): fresh
+        // memory costs more to map than to clear. Slots no pass reads give theirs back.
+        acc.sums.resize(size_t(kSlotCount));
+        for (int s = 0; s < kSlotCount; ++s) {
+            std::vector<float>& sums = acc.sums[size_t(s)];
+            if (std::find(slots.begin(), slots.end(), Slot(s)) == slots.end())
+                std::vector<float>().swap(sums);
+            else
+                sums.assign(pixels * 3, 0.0f);
+        }
         acc.crypto = crypto;
         acc.objects.reset(crypto ? pixels : 0);
         acc.materials.reset(crypto ? pixels : 0);
@@ -194,6 +201,9 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
             continue;
         const PassRule& rule = passRule(pass);
         const std::vector<float>& sums = acc.sums[size_t(rule.slot)];
+        // Float RGBA, the raytracer's own format, is written directly.
+        const bool floatRgba = image->getPixelFormat() == osg::Image::OSG_RGBA_PF &&
+                               image->getDataType() == osg::Image::OSG_FLOAT32_IMAGEDATA;
         for (int row = 0; row < region.height; ++row) {
             const int iy = region.imageY + row;
             if (iy < 0 || iy >= int(image->getHeight()))
@@ -254,7 +264,16 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
                     break;
                 }
                 }
-                image->setPixel(ix, iy, c);
+                if (floatRgba) {
+                    float* out = reinterpret_cast<float*>(image->getData()) +
+                                 (size_t(iy) * size_t(image->getWidth()) + size_t(ix)) * 4;
+                    out[0] = c.r;
+                    out[1] = c.g;
+                    out[2] = c.b;
+                    out[3] = c.a;
+                } else {
+                    image->setPixel(ix, iy, c);
+                }
             }
         }
     }
