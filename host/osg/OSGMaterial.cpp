@@ -34,4 +34,15 @@ MaterialPtr SwitchMaterial::getCurrentMaterial() const {
                                                                : MaterialPtr();
 }
 
+const SimpleMaterial* resolveSimpleMaterial(const Material* material) {
+    // Switches nest only a few levels; the bound guards against a switch that holds itself.
+    for (int depth = 0; material && depth < 8; ++depth) {
+        if (auto* simple = dynamic_cast<const SimpleMaterial*>(material))
+            return simple;
+        auto* choice = dynamic_cast<const SwitchMaterial*>(material);
+        material = choice ? choice->getCurrentMaterial().get() : nullptr;
+    }
+    return nullptr;
+}
+
 } // namespace osg

@@ -63,4 +63,8 @@ private:
 };
 using SwitchMaterialPtr = RefPtr<SwitchMaterial>;
 
+// The surface a material shows: itself, or the current choice of a switch (of switches);
+// null when nothing is chosen.
+const SimpleMaterial* resolveSimpleMaterial(const Material* material);
+
 } // namespace osg

@@ -182,16 +182,6 @@ void collect(const osg::NodePtr& node, const osg::Matrix& parent, std::vector<Dr
             collect(node->getChild(i), world, items, lights);
 }
 
-const osg::SimpleMaterial* resolve(const osg::Material* material) {
-    for (int depth = 0; material && depth < 8; ++depth) {
-        if (auto* simple = dynamic_cast<const osg::SimpleMaterial*>(material))
-            return simple;
-        auto* choice = dynamic_cast<const osg::SwitchMaterial*>(material);
-        material = choice ? choice->getCurrentMaterial().get() : nullptr;
-    }
-    return nullptr;
-}
-
 } // namespace
 
 struct kaGLSceneRenderer::Impl {
@@ -337,7 +327,8 @@ struct kaGLSceneRenderer::Impl {
         // Opaque surfaces first, then the see-through ones over them.
         for (int pass = 0; pass < 2; ++pass) {
             for (const DrawItem& item : items) {
-                const osg::SimpleMaterial* material = resolve(item.geometry->getMaterial().get());
+                const osg::SimpleMaterial* material =
+                    osg::resolveSimpleMaterial(item.geometry->getMaterial().get());
                 const float opacity = material ? material->opacity : 1.0f;
                 if ((opacity < 1.0f) != (pass == 1))
                     continue;

@@ -12,6 +12,8 @@ namespace {
 constexpr int kMaxLayers = 8;
 // Below this roughness a surface is a mirror: its reflections are traced exactly.
 constexpr float kMirrorRoughness = 0.3f;
+// The brightest light a bounce may bring back.
+constexpr float kMaxBouncedLight = 1.0f;
 } // namespace
 
 kaRTIntegrator::kaRTIntegrator(const kaRTScene& scene, const View& view,
@@ -151,15 +153,15 @@ void kaRTIntegrator::directLight(const Hit& hit, V3 toViewer, float shininess, V
     }
 }
 
-V3 kaRTIntegrator::trace(V3 origin, V3 direction, Random& random, bool& escaped) const {
+V3 kaRTIntegrator::trace(V3 origin, V3 direction, bool capped, bool& escaped) const {
     Hit hit;
     escaped = !intersect(origin, direction, 1e30f, hit);
     if (escaped)
         return _scene.ambient();
-    return bouncedLight(hit, random);
+    return bouncedLight(hit, capped);
 }
 
-V3 kaRTIntegrator::bouncedLight(const Hit& hit, Random&) const {
+V3 kaRTIntegrator::bouncedLight(const Hit& hit, bool capped) const {
     const Lobes l = lobes(hit);
     const kaRTScene::Material& m = hit.instance->material;
     // One bounce: the surface lit directly and by the unshadowed environment.
@@ -170,7 +172,11 @@ V3 kaRTIntegrator::bouncedLight(const Hit& hit, Random&) const {
     V3 light = m.emission + l.diffuse * (diffuse + ambient) + l.glossy * (glossy + ambient) +
                l.specular * ambient + l.translucency * (back + ambient);
     // What is behind a see-through surface is taken to be the environment.
-    return light * m.opacity + ambient * (1.0f - m.opacity);
+    light = light * m.opacity + ambient * (1.0f - m.opacity);
+    // Small bright surfaces (lamps) found by chance would speckle the picture for hundreds of
+    // samples; bounced light is capped instead, a little darker but smooth.
+    const float brightest = std::max({light.x, light.y, light.z});
+    return capped && brightest > kMaxBouncedLight ? light * (kMaxBouncedLight / brightest) : light;
 }
 
 void kaRTIntegrator::shade(const Hit& hit, V3 direction, V3 weight, Random& random, Sample& out,
@@ -192,7 +198,7 @@ void kaRTIntegrator::shade(const Hit& hit, V3 direction, V3 weight, Random& rand
     {
         const float u1 = random.next(), u2 = random.next();
         bool escaped = false;
-        const V3 found = trace(front, cosineDirection(hit.normal, u1, u2), random, escaped);
+        const V3 found = trace(front, cosineDirection(hit.normal, u1, u2), true, escaped);
         (escaped ? diffuseIbl : diffuseIndirect) = found;
         occlusion = escaped ? 1.0f : 0.0f;
     }
@@ -203,7 +209,7 @@ void kaRTIntegrator::shade(const Hit& hit, V3 direction, V3 weight, Random& rand
         const V3 d = phongDirection(reflect(direction, hit.normal), l.shininess, g1, g2);
         if (dot(d, hit.geometricNormal) > 0) {
             bool escaped = false;
-            const V3 found = trace(front, d, random, escaped);
+            const V3 found = trace(front, d, true, escaped);
             (escaped ? glossyIbl : glossyIndirect) = found;
         }
     }
@@ -214,14 +220,15 @@ void kaRTIntegrator::shade(const Hit& hit, V3 direction, V3 weight, Random& rand
         if (dot(d, hit.geometricNormal) <= 0)
             d = reflect(direction, hit.geometricNormal);
         bool escaped = false;
-        specular = trace(front, d, random, escaped);
+        // A mirror shows what it reflects as it is: one ray, no noise to tame.
+        specular = trace(front, d, false, escaped);
     }
     // Translucency: light arriving at the back, from the environment or from surfaces.
     V3 translucencyIbl, translucencyIndirect;
     const float t1 = random.next(), t2 = random.next();
     if (wantBack) {
         bool escaped = false;
-        const V3 found = trace(back, cosineDirection(-hit.normal, t1, t2), random, escaped);
+        const V3 found = trace(back, cosineDirection(-hit.normal, t1, t2), true, escaped);
         (escaped ? translucencyIbl : translucencyIndirect) = found;
     }
 

@@ -45,13 +45,14 @@ private:
     // see-through surfaces.
     float transmittance(kaRT::V3 origin, kaRT::V3 direction, float distance) const;
     Lobes lobes(const Hit& hit) const;
-    // Light leaving a surface that a bounce ray found, towards where the ray came from.
-    kaRT::V3 bouncedLight(const Hit& hit, kaRT::Random& random) const;
+    // Light leaving a surface that a bounce ray found, towards where the ray came from;
+    // 'capped' limits it (for rays that find it by chance).
+    kaRT::V3 bouncedLight(const Hit& hit, bool capped) const;
     // Direct light: diffuse, glossy and from-behind (translucency) illumination.
     void directLight(const Hit& hit, kaRT::V3 toViewer, float shininess, kaRT::V3& diffuse,
                      kaRT::V3& glossy, kaRT::V3& translucency, bool wantBack) const;
     // What a bounce ray finds: the environment when it escapes, a lit surface otherwise.
-    kaRT::V3 trace(kaRT::V3 origin, kaRT::V3 direction, kaRT::Random& random, bool& escaped) const;
+    kaRT::V3 trace(kaRT::V3 origin, kaRT::V3 direction, bool capped, bool& escaped) const;
     void shade(const Hit& hit, kaRT::V3 direction, kaRT::V3 weight, kaRT::Random& random,
                kaRT::Sample& out, float& occlusion) const;
     void background(float u, float v, kaRT::V3& color, float& alpha) const;

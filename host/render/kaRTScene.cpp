@@ -26,16 +26,6 @@ RTCDevice kaRTDevice(std::string& error) {
 
 namespace {
 
-const osg::SimpleMaterial* resolve(const osg::Material* material) {
-    for (int depth = 0; material && depth < 8; ++depth) {
-        if (auto* simple = dynamic_cast<const osg::SimpleMaterial*>(material))
-            return simple;
-        auto* choice = dynamic_cast<const osg::SwitchMaterial*>(material);
-        material = choice ? choice->getCurrentMaterial().get() : nullptr;
-    }
-    return nullptr;
-}
-
 // What users call the object: its node's name, or that of the nearest named ancestor.
 std::string objectNameOf(const osg::Node* node) {
     for (const osg::Node* n = node; n; n = n->getParent())
@@ -46,7 +36,7 @@ std::string objectNameOf(const osg::Node* node) {
 
 kaRTScene::Material materialOf(const osg::Geometry& geometry) {
     kaRTScene::Material m;
-    if (const osg::SimpleMaterial* s = resolve(geometry.getMaterial().get())) {
+    if (const osg::SimpleMaterial* s = osg::resolveSimpleMaterial(geometry.getMaterial().get())) {
         m.base = kaRT::v3(s->baseColor);
         m.emission = kaRT::v3(s->emission);
         m.metallic = std::min(std::max(s->metallic, 0.0f), 1.0f);
