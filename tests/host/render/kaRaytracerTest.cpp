@@ -397,3 +397,34 @@ TEST_F(Raytracer, CryptomatteNamesTheObjectsItSaw) {
         }
     EXPECT_GT(boxPixels, 20);
 }
+
+TEST_F(Raytracer, SampleCountsFollowTheRenderSettings) {
+    std::vector<osg::ImagePtr> images = passImages({0});
+    ASSERT_TRUE(render(images, 1));
+    EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 2) << "quality 1: two samples";
+    kaRenderParameter::setImageSamples(3);
+    ASSERT_TRUE(render(images, 1));
+    kaRenderParameter::setImageSamples(1);
+    EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 6) << "times the image samples";
+    kaRenderParameter::setStillFrameSupersampling(2);
+    ASSERT_TRUE(render(images, 1));
+    kaRenderParameter::setStillFrameSupersampling(0);
+    EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 4) << "times the still-frame level";
+    // The viewport (or the cluster window) may ask for one sample only.
+    view.getViewport()->setRtSample(5);
+    ASSERT_TRUE(render(images, 4));
+    view.getViewport()->setRtSample(-1);
+    EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 1);
+}
+
+TEST_F(Raytracer, FogPlatesAndFlareOnlyWhenTheSceneHasThem) {
+    for (const osg::NodePtr& node : osg::collectNodes(scene.getRoot()))
+        if (node->getName() == "Haze" || node->getName() == "Sky Plate" ||
+            node->getName() == "Caption Plate" || node->getName() == "Lens Flare")
+            node->setActive(false);
+    std::vector<osg::ImagePtr> images = passImages({0, 26, 27, 28, 29});
+    ASSERT_TRUE(render(images, 0));
+    EXPECT_TRUE(hasContent(images[0]));
+    for (int p : {26, 27, 28, 29})
+        EXPECT_FALSE(hasContent(images[size_t(p)])) << "pass " << p;
+}
