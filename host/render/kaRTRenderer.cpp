@@ -78,6 +78,8 @@ osg::Color3f alphaColorOf(const osg::Background* background) {
 bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& camera,
                           const Region& region, const std::vector<osg::ImagePtr>& images,
                           int samples, int onlySample, std::string& error) {
+    // A time limit counts from the call: preparing the scene is part of the render's time.
+    const auto start = std::chrono::steady_clock::now();
     error.clear();
     _lastSamples = 0;
     if (region.width <= 0 || region.height <= 0 || region.fullWidth <= 0 ||
@@ -148,7 +150,6 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
         threads = int(std::max(std::thread::hardware_concurrency(), 1u));
     threads = std::min(threads, region.height);
 
-    const auto start = std::chrono::steady_clock::now();
     auto callback = viewport.getEventProcessingCB();
     bool stopped = false;
     for (int k = first; k < last && !stopped; ++k) {

@@ -316,7 +316,7 @@ TEST_F(Raytracer, TheTimeLimitStopsAfterTheSampleThatPassesIt) {
     ASSERT_GE(log.seconds.size(), 2u);
     EXPECT_EQ(int(log.seconds.size()), kaRTRenderer::the().getLastSampleCount());
     EXPECT_GT(log.seconds.back(), 0.3);
-    // The renderer starts its clock a little after ours.
+    // The renderer starts its clock a moment after ours.
     EXPECT_LE(log.seconds[log.seconds.size() - 2], 0.3 + 0.1);
 }
 
