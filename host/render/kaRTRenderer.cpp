@@ -43,6 +43,10 @@ kaRTRenderer::kaRTRenderer()
 
 kaRTRenderer::~kaRTRenderer() = default;
 
+void kaRTRenderer::releaseBuffers() {
+    _accumulation = std::make_unique<Accumulation>();
+}
+
 namespace {
 
 // The slots that the wanted passes read.

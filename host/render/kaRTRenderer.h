@@ -33,6 +33,10 @@ public:
                 const std::vector<osg::ImagePtr>& images, int samples, int onlySample,
                 std::string& error);
 
+    // Gives back the sums of the last region (an export calls it when its renders are done;
+    // the next sample of that region then starts over).
+    void releaseBuffers();
+
     // Samples made by the last render call (for diagnostics and tests).
     int getLastSampleCount() const { return _lastSamples; }
 

@@ -21,6 +21,8 @@ kaSharedOffscreenRender::kaSharedOffscreenRender(kaOSGWidget* view,
 }
 
 kaSharedOffscreenRender::~kaSharedOffscreenRender() {
+    // The raytracer's sums of a large picture take more memory than its images.
+    kaRTRenderer::the().releaseBuffers();
     if (!_view || kaOSGWidget::getMGLW(-1) != _view)
         return;
     const osg::WindowPtr& window = _view->getWindow();
