@@ -130,4 +130,18 @@ RefPtr<EnvironmentLight> EnvironmentLight::create() {
     return RefPtr<EnvironmentLight>(new EnvironmentLight());
 }
 
+WorldLight worldLightOf(const Light& light, const Matrix& world) {
+    WorldLight w{WorldLight::Environment, {}, {}, {}};
+    const Color3f& c = light.getColor();
+    w.power = {c.r * light.getIntensity(), c.g * light.getIntensity(), c.b * light.getIntensity()};
+    if (dynamic_cast<const DirectionalLight*>(&light)) {
+        w.kind = WorldLight::Directional;
+        w.direction = normalize(world.transformVector({0, 0, -1}));
+    } else if (dynamic_cast<const PointLight*>(&light)) {
+        w.kind = WorldLight::Point;
+        w.position = world.transformPoint({0, 0, 0});
+    }
+    return w;
+}
+
 } // namespace osg

@@ -87,4 +87,13 @@ private:
     EnvironmentLight() = default;
 };
 
+// A light as renderers use it: placed in world space, its colour times its intensity.
+struct WorldLight {
+    enum Kind { Directional, Point, Environment } kind;
+    Vec3f direction; // where a directional light shines (unit length)
+    Pnt3f position;  // of a point light
+    Color3f power;
+};
+WorldLight worldLightOf(const Light& light, const Matrix& world);
+
 } // namespace osg

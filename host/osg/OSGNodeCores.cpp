@@ -47,4 +47,24 @@ void CameraCore::setFar(float farPlane) {
     recordChange(RefPtr<CameraCore>(this), FarFieldMask);
 }
 
+namespace {
+void visitShown(const NodePtr& node, const Matrix& parent,
+                const std::function<void(const NodePtr&, const Matrix&)>& visit) {
+    if (!node || !node->getActive())
+        return;
+    const NodeCore* core = node->getCore().get();
+    const Matrix world = core ? parent * core->getLocalMatrix() : parent;
+    visit(node, world);
+    const auto* choice = dynamic_cast<const Switch*>(core);
+    for (size_t i = 0; i < node->getNChildren(); ++i)
+        if (!choice || choice->getChoice() == Switch::ALL || choice->getChoice() == int(i))
+            visitShown(node->getChild(i), world, visit);
+}
+} // namespace
+
+void forEachShownNode(const NodePtr& root,
+                      const std::function<void(const NodePtr& node, const Matrix& world)>& visit) {
+    visitShown(root, Matrix(), visit);
+}
+
 } // namespace osg

@@ -2,6 +2,8 @@
 
 #include "OSGNode.h"
 
+#include <functional>
+
 namespace osg {
 
 // A node that only groups its children.
@@ -68,5 +70,11 @@ private:
     float _fov = 45.0f, _near = 0.1f, _far = 1000.0f;
 };
 using CameraCorePtr = RefPtr<CameraCore>;
+
+// Calls 'visit' for every shown node below 'root', root first, depth first: inactive nodes
+// hide what is below them, and a switch shows only its chosen children. 'world' is the node's
+// placement in the root's space, its own core's matrix included.
+void forEachShownNode(const NodePtr& root,
+                      const std::function<void(const NodePtr& node, const Matrix& world)>& visit);
 
 } // namespace osg

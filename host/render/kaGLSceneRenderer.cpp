@@ -150,36 +150,31 @@ struct Lights {
     std::vector<osg::Color3f> pointColors;
 };
 
-osg::Color3f scaled(const osg::Color3f& c, float s) {
-    return {c.r * s, c.g * s, c.b * s};
-}
-
-// Shown geometry and lights, with switches choosing their children.
-void collect(const osg::NodePtr& node, const osg::Matrix& parent, std::vector<DrawItem>& items,
-             Lights& lights) {
-    if (!node || !node->getActive())
-        return;
-    const osg::NodeCore* core = node->getCore().get();
-    const osg::Matrix world = core ? parent * core->getLocalMatrix() : parent;
-    if (auto* geometry = dynamic_cast<osg::Geometry*>(node->getCore().get()))
-        items.push_back({geometry, world});
-    if (auto* light = dynamic_cast<const osg::Light*>(core)) {
-        const osg::Color3f power = scaled(light->getColor(), light->getIntensity());
-        if (dynamic_cast<const osg::DirectionalLight*>(light)) {
-            lights.directions.push_back(osg::normalize(world.transformVector({0, 0, -1})));
-            lights.directionalColors.push_back(power);
-        } else if (dynamic_cast<const osg::PointLight*>(light)) {
-            lights.positions.push_back(world.transformPoint({0, 0, 0}));
-            lights.pointColors.push_back(power);
-        } else {
-            lights.ambient = {lights.ambient.r + power.r, lights.ambient.g + power.g,
-                              lights.ambient.b + power.b};
+// Shown geometry and lights.
+void collect(const osg::NodePtr& root, std::vector<DrawItem>& items, Lights& lights) {
+    osg::forEachShownNode(root, [&](const osg::NodePtr& node, const osg::Matrix& world) {
+        osg::NodeCore* core = node->getCore().get();
+        if (auto* geometry = dynamic_cast<osg::Geometry*>(core))
+            items.push_back({geometry, world});
+        auto* light = dynamic_cast<const osg::Light*>(core);
+        if (!light)
+            return;
+        const osg::WorldLight l = osg::worldLightOf(*light, world);
+        switch (l.kind) {
+        case osg::WorldLight::Directional:
+            lights.directions.push_back(l.direction);
+            lights.directionalColors.push_back(l.power);
+            break;
+        case osg::WorldLight::Point:
+            lights.positions.push_back(l.position);
+            lights.pointColors.push_back(l.power);
+            break;
+        case osg::WorldLight::Environment:
+            lights.ambient = {lights.ambient.r + l.power.r, lights.ambient.g + l.power.g,
+                              lights.ambient.b + l.power.b};
+            break;
         }
-    }
-    const auto* choice = dynamic_cast<const osg::Switch*>(core);
-    for (size_t i = 0; i < node->getNChildren(); ++i)
-        if (!choice || choice->getChoice() == osg::Switch::ALL || choice->getChoice() == int(i))
-            collect(node->getChild(i), world, items, lights);
+    });
 }
 
 } // namespace
@@ -426,7 +421,7 @@ bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Cam
 
     std::vector<DrawItem> items;
     Lights lights;
-    collect(viewport.getRoot(), osg::Matrix(), items, lights);
+    collect(viewport.getRoot(), items, lights);
     const osg::Matrix projection = camera.getProjection(uint32_t(fullWidth), uint32_t(fullHeight));
     const osg::Matrix viewing = camera.getViewing(uint32_t(fullWidth), uint32_t(fullHeight));
     osg::Matrix eyeToWorld;

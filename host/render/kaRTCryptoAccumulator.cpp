@@ -1,16 +1,13 @@
 #include "kaRTCryptoAccumulator.h"
 
+#include "kaRTCryptomatte.h"
+
 #include <algorithm>
 #include <cassert>
 #include <cmath>
 #include <cstring>
 
 namespace {
-uint32_t bitsOf(float value) {
-    uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
 float floatOf(uint32_t bits) {
     float value;
     std::memcpy(&value, &bits, sizeof value);
@@ -32,7 +29,7 @@ void kaRTCryptoAccumulator::add(size_t pixel, float id, float weight) {
     if (!(weight > 0.0f) || !std::isfinite(weight))
         return;
     // Ids compare by their bits: they are hashes, not quantities.
-    const uint32_t bits = bitsOf(id);
+    const uint32_t bits = kaRTCryptomatte::idBits(id);
     Entry* entries = _entries.data() + pixel * kEntriesPerPixel;
     Entry* weakest = entries;
     for (size_t i = 0; i < kEntriesPerPixel; ++i) {

@@ -35,12 +35,6 @@ std::string hex8(uint32_t value) {
     return text;
 }
 
-uint32_t bitsOf(float value) {
-    uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
 void appendJsonString(std::string& out, const std::string& text) {
     out += '"';
     for (char c : text) {
@@ -69,7 +63,7 @@ std::string manifestOf(const std::vector<std::string>& names) {
             json += ',';
         appendJsonString(json, name);
         json += ':';
-        json += '"' + hex8(bitsOf(kaRTCryptomatte::idOfName(name))) + '"';
+        json += '"' + hex8(kaRTCryptomatte::idBits(kaRTCryptomatte::idOfName(name))) + '"';
     }
     json += '}';
     return json;
@@ -156,6 +150,12 @@ float kaRTCryptomatte::idOf(uint32_t hash) {
 
 float kaRTCryptomatte::idOfName(const std::string& name) {
     return idOf(hashName(name));
+}
+
+uint32_t kaRTCryptomatte::idBits(float id) {
+    uint32_t bits;
+    std::memcpy(&bits, &id, sizeof bits);
+    return bits;
 }
 
 std::string kaRTCryptomatte::manifestKey(const std::string& kind) {

@@ -26,6 +26,8 @@ public:
     // id is a normal finite float that survives compositing tools.
     static float idOf(uint32_t hash);
     static float idOfName(const std::string& name);
+    // An id's bits: what the manifest lists (in hex) and what ids are told apart by.
+    static uint32_t idBits(float id);
     // The 7 hex digits that key a kind's header attributes.
     static std::string manifestKey(const std::string& kind);
 

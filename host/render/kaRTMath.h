@@ -12,9 +12,6 @@ namespace kaRT {
 struct V3 {
     float x = 0, y = 0, z = 0;
 };
-inline V3 v3(float x, float y, float z) {
-    return {x, y, z};
-}
 inline V3 v3(const osg::Color3f& c) {
     return {c.r, c.g, c.b};
 }
@@ -40,19 +37,12 @@ inline V3& operator+=(V3& a, V3 b) {
     a = a + b;
     return a;
 }
-inline V3& operator*=(V3& a, V3 b) {
-    a = a * b;
-    return a;
-}
 inline V3& operator*=(V3& a, float s) {
     a = a * s;
     return a;
 }
 inline float dot(V3 a, V3 b) {
     return a.x * b.x + a.y * b.y + a.z * b.z;
-}
-inline V3 cross(V3 a, V3 b) {
-    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
 }
 inline float length(V3 a) {
     return std::sqrt(dot(a, a));

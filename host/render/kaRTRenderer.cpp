@@ -26,11 +26,73 @@ struct kaRTRenderer::Accumulation {
     bool crypto = false;
     kaRTCryptoAccumulator objects, materials;
 
+    osg::Color4f value(const PassRule& rule, size_t pixel, bool premultiply,
+                       const osg::Color3f& alphaColor) const;
+
     bool matches(const osg::Camera* c, const Region& r, int f) const {
         return c == camera && r.fullWidth == fullWidth && r.fullHeight == fullHeight && r.x == x &&
                r.y == y && r.width == width && r.height == height && f == frame;
     }
 };
+
+// Pass 'rule' of one pixel: the mean of the samples, read as the pass reads its slots.
+osg::Color4f kaRTRenderer::Accumulation::value(const PassRule& rule, size_t pixel, bool premultiply,
+                                               const osg::Color3f& alphaColor) const {
+    const std::vector<float>& coverage = sums[kCoverage];
+    const float n = float(std::max(samples, 1));
+    const float alpha = coverage[pixel * 3] / n;
+    const float hits = coverage[pixel * 3 + 1];
+    const float* s = sums[size_t(rule.slot)].data() + pixel * 3;
+    osg::Color4f c{0, 0, 0, alpha};
+    switch (rule.kind) {
+    case PassKind::Light:
+        c.r = s[0] / n;
+        c.g = s[1] / n;
+        c.b = s[2] / n;
+        if (!premultiply) {
+            if (alpha > 1e-6f) {
+                c.r /= alpha;
+                c.g /= alpha;
+                c.b /= alpha;
+            } else if (rule.slot == kBeauty || rule.slot == kBackground) {
+                c.r = alphaColor.r;
+                c.g = alphaColor.g;
+                c.b = alphaColor.b;
+            }
+        }
+        break;
+    case PassKind::Illumination: {
+        const float* colour = sums[size_t(rule.colour)].data() + pixel * 3;
+        const float* rawSum = sums[size_t(rule.raw)].data() + pixel * 3;
+        const float weight = coverage[pixel * 3 + 2];
+        float out[3];
+        for (int i = 0; i < 3; ++i)
+            out[i] = colour[i] > 1e-6f * n ? s[i] / colour[i]
+                     : weight > 0          ? rawSum[i] / weight
+                                           : 0.0f;
+        c = {out[0], out[1], out[2], alpha};
+        break;
+    }
+    case PassKind::Surface:
+        if (hits > 0)
+            c = {s[0] / hits, s[1] / hits, s[2] / hits, hits / n};
+        else
+            c = {rule.empty, rule.empty, rule.empty, 0.0f};
+        break;
+    case PassKind::Mask:
+        c = {hits / n, hits / n, hits / n, hits / n};
+        break;
+    case PassKind::CryptoObject:
+    case PassKind::CryptoMaterial: {
+        float rgba[4] = {0, 0, 0, 0};
+        (rule.kind == PassKind::CryptoObject ? objects : materials)
+            .resolve(pixel, rule.cryptoLayer, n, rgba);
+        c = {rgba[0], rgba[1], rgba[2], rgba[3]};
+        break;
+    }
+    }
+    return c;
+}
 
 kaRTRenderer& kaRTRenderer::the() {
     static kaRTRenderer renderer;
@@ -112,8 +174,8 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
     const std::vector<Slot> slots = slotsFor(images, crypto, raw);
     const size_t pixels = size_t(region.width) * size_t(region.height);
     Accumulation& acc = *_accumulation;
-    const bool restart =
-        onlySample <= 0 || !acc.matches(&camera, region, frame) || acc.slots != slots;
+    const bool restart = onlySample <= 0 || !acc.matches(&camera, region, frame) ||
+                         acc.slots != slots || acc.crypto != crypto;
     if (restart) {
         acc.camera = &camera;
         acc.fullWidth = region.fullWidth;
@@ -196,16 +258,13 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
     }
 
     // Hand the mean of the samples to every wanted pass image.
-    const float n = float(std::max(acc.samples, 1));
     const bool premultiply = kaRaytracer::getPremultiply();
     const osg::Color3f alphaColor = alphaColorOf(viewport.getBackground().get());
-    const std::vector<float>& coverage = acc.sums[kCoverage];
     for (int pass = 0; pass < kPassCount && pass < int(images.size()); ++pass) {
         const osg::ImagePtr& image = images[size_t(pass)];
         if (!image || !image->getData())
             continue;
         const PassRule& rule = passRule(pass);
-        const std::vector<float>& sums = acc.sums[size_t(rule.slot)];
         // Float RGBA, the raytracer's own format, is written directly.
         const bool floatRgba = image->getPixelFormat() == osg::Image::OSG_RGBA_PF &&
                                image->getDataType() == osg::Image::OSG_FLOAT32_IMAGEDATA;
@@ -218,57 +277,7 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
                 if (ix < 0 || ix >= int(image->getWidth()))
                     continue;
                 const size_t pixel = size_t(row) * size_t(region.width) + size_t(column);
-                const float alpha = coverage[pixel * 3] / n;
-                const float hits = coverage[pixel * 3 + 1];
-                const float* s = sums.data() + pixel * 3;
-                osg::Color4f c{0, 0, 0, alpha};
-                switch (rule.kind) {
-                case PassKind::Light:
-                    c.r = s[0] / n;
-                    c.g = s[1] / n;
-                    c.b = s[2] / n;
-                    if (!premultiply) {
-                        if (alpha > 1e-6f) {
-                            c.r /= alpha;
-                            c.g /= alpha;
-                            c.b /= alpha;
-                        } else if (rule.slot == kBeauty || rule.slot == kBackground) {
-                            c.r = alphaColor.r;
-                            c.g = alphaColor.g;
-                            c.b = alphaColor.b;
-                        }
-                    }
-                    break;
-                case PassKind::Illumination: {
-                    const float* colour = acc.sums[size_t(rule.colour)].data() + pixel * 3;
-                    const float* rawSum = acc.sums[size_t(rule.raw)].data() + pixel * 3;
-                    const float weight = coverage[pixel * 3 + 2];
-                    float out[3];
-                    for (int i = 0; i < 3; ++i)
-                        out[i] = colour[i] > 1e-6f * n ? s[i] / colour[i]
-                                 : weight > 0          ? rawSum[i] / weight
-                                                       : 0.0f;
-                    c = {out[0], out[1], out[2], alpha};
-                    break;
-                }
-                case PassKind::Surface:
-                    if (hits > 0)
-                        c = {s[0] / hits, s[1] / hits, s[2] / hits, hits / n};
-                    else
-                        c = {rule.empty, rule.empty, rule.empty, 0.0f};
-                    break;
-                case PassKind::Mask:
-                    c = {hits / n, hits / n, hits / n, hits / n};
-                    break;
-                case PassKind::CryptoObject:
-                case PassKind::CryptoMaterial: {
-                    float rgba[4] = {0, 0, 0, 0};
-                    (rule.kind == PassKind::CryptoObject ? acc.objects : acc.materials)
-                        .resolve(pixel, rule.cryptoLayer, n, rgba);
-                    c = {rgba[0], rgba[1], rgba[2], rgba[3]};
-                    break;
-                }
-                }
+                const osg::Color4f c = acc.value(rule, pixel, premultiply, alphaColor);
                 if (floatRgba) {
                     float* out = reinterpret_cast<float*>(image->getData()) +
                                  (size_t(iy) * size_t(image->getWidth()) + size_t(ix)) * 4;

@@ -68,40 +68,35 @@ kaRTScene::~kaRTScene() {
         rtcReleaseScene(_scene);
 }
 
-void kaRTScene::collect(const osg::NodePtr& node, const osg::Matrix& parent,
-                        std::vector<Found>& found) {
-    if (!node || !node->getActive())
-        return;
-    const osg::NodeCore* core = node->getCore().get();
-    const osg::Matrix world = core ? parent * core->getLocalMatrix() : parent;
-    if (auto* geometry = dynamic_cast<osg::Geometry*>(node->getCore().get()))
-        found.push_back({node.get(), osg::GeometryPtr(geometry), world});
-    if (auto* light = dynamic_cast<const osg::Light*>(core)) {
-        const V3 power = kaRT::v3(light->getColor()) * light->getIntensity();
-        if (dynamic_cast<const osg::DirectionalLight*>(light)) {
-            const osg::Vec3f d = osg::normalize(world.transformVector({0, 0, -1}));
-            _lights.push_back({true, {-d.x, -d.y, -d.z}, {}, power});
-        } else if (dynamic_cast<const osg::PointLight*>(light)) {
-            _lights.push_back({false, {}, toV3(world.transformPoint({0, 0, 0})), power});
-        } else {
-            _ambient += power;
+void kaRTScene::collect(const osg::NodePtr& root, std::vector<Found>& found) {
+    osg::forEachShownNode(root, [&](const osg::NodePtr& node, const osg::Matrix& world) {
+        osg::NodeCore* core = node->getCore().get();
+        if (auto* geometry = dynamic_cast<osg::Geometry*>(core))
+            found.push_back(
+                {node.get(), osg::GeometryPtr(geometry), geometry->getVersion(), world});
+        if (auto* light = dynamic_cast<const osg::Light*>(core)) {
+            const osg::WorldLight l = osg::worldLightOf(*light, world);
+            const V3 power = kaRT::v3(l.power);
+            if (l.kind == osg::WorldLight::Directional)
+                _lights.push_back(
+                    {true, {-l.direction.x, -l.direction.y, -l.direction.z}, {}, power});
+            else if (l.kind == osg::WorldLight::Point)
+                _lights.push_back({false, {}, toV3(l.position), power});
+            else
+                _ambient += power;
         }
-    }
-    if (auto* fog = dynamic_cast<const osg::Fog*>(core)) {
-        _fog.enabled = fog->getDensity() > 0;
-        _fog.color = kaRT::v3(fog->getColor());
-        _fog.density = fog->getDensity();
-    }
-    if (auto* plate = dynamic_cast<osg::ImagePlate*>(node->getCore().get()))
-        (plate->isFront() ? _frontplates : _backplates).push_back(osg::ImagePlatePtr(plate));
-    if (auto* flare = dynamic_cast<const osg::LensFlare*>(core)) {
-        _flareIntensity = flare->getIntensity();
-        _flareSize = flare->getSize();
-    }
-    const auto* choice = dynamic_cast<const osg::Switch*>(core);
-    for (size_t i = 0; i < node->getNChildren(); ++i)
-        if (!choice || choice->getChoice() == osg::Switch::ALL || choice->getChoice() == int(i))
-            collect(node->getChild(i), world, found);
+        if (auto* fog = dynamic_cast<const osg::Fog*>(core)) {
+            _fog.enabled = fog->getDensity() > 0;
+            _fog.color = kaRT::v3(fog->getColor());
+            _fog.density = fog->getDensity();
+        }
+        if (auto* plate = dynamic_cast<osg::ImagePlate*>(core))
+            (plate->isFront() ? _frontplates : _backplates).push_back(osg::ImagePlatePtr(plate));
+        if (auto* flare = dynamic_cast<const osg::LensFlare*>(core)) {
+            _flareIntensity = flare->getIntensity();
+            _flareSize = flare->getSize();
+        }
+    });
 }
 
 bool kaRTScene::update(const osg::NodePtr& root, int frame, std::string& error) {
@@ -115,7 +110,7 @@ bool kaRTScene::update(const osg::NodePtr& root, int frame, std::string& error) 
     _frontplates.clear();
     _flareIntensity = 0;
     std::vector<Found> found;
-    collect(root, osg::Matrix(), found);
+    collect(root, found);
     // Meshes with broken indices are left out rather than read out of bounds.
     found.erase(std::remove_if(found.begin(), found.end(),
                                [](const Found& f) {
@@ -128,29 +123,24 @@ bool kaRTScene::update(const osg::NodePtr& root, int frame, std::string& error) 
                                }),
                 found.end());
 
+    // Placements seen at another frame become the previous ones, for motion vectors.
     if (!_hasFrame || frame != _frame) {
-        _previousPlacements = _hasFrame ? _placements : std::map<const osg::Node*, osg::Matrix>();
+        _previousPlacements.clear();
+        if (_hasFrame)
+            for (const Found& f : _built)
+                _previousPlacements[f.node] = f.world;
         _frame = frame;
         _hasFrame = true;
     }
-    _placements.clear();
-    for (const Found& f : found)
-        _placements[f.node] = f.world;
-
-    std::vector<std::pair<const osg::Geometry*, uint64_t>> from;
-    std::vector<osg::Matrix> placements;
-    for (const Found& f : found) {
-        from.emplace_back(f.geometry.get(), f.geometry->getVersion());
-        placements.push_back(f.world);
-    }
     const bool same =
-        _scene && from == _builtFrom && placements.size() == _builtPlacements.size() &&
-        std::equal(placements.begin(), placements.end(), _builtPlacements.begin(),
-                   [](const osg::Matrix& a, const osg::Matrix& b) { return a.equals(b, 0.0f); });
+        _scene && found.size() == _built.size() &&
+        std::equal(found.begin(), found.end(), _built.begin(), [](const Found& a, const Found& b) {
+            return a.node == b.node && a.geometry == b.geometry && a.version == b.version &&
+                   a.world.equals(b.world, 0.0f);
+        });
     if (!same) {
         rebuild(found);
-        _builtFrom = std::move(from);
-        _builtPlacements = std::move(placements);
+        _built = std::move(found);
     }
     // Materials, names and previous placements are cheap: read on every update.
     for (size_t i = 0; i < _instances.size(); ++i) {

@@ -65,12 +65,14 @@ public:
     float extent() const { return _extent; }
 
 private:
+    // A shown mesh: its node, geometry (at a version) and placement.
     struct Found {
         const osg::Node* node;
         osg::GeometryPtr geometry;
+        uint64_t version;
         osg::Matrix world;
     };
-    void collect(const osg::NodePtr& node, const osg::Matrix& parent, std::vector<Found>& found);
+    void collect(const osg::NodePtr& root, std::vector<Found>& found);
     void rebuild(const std::vector<Found>& found);
 
     RTCScene _scene = nullptr;
@@ -85,12 +87,11 @@ private:
     std::vector<osg::ImagePlatePtr> _backplates, _frontplates;
     float _flareIntensity = 0, _flareSize = 0.05f;
     float _extent = 1;
-    // What the meshes were built from: geometry, its version and placement.
-    std::vector<std::pair<const osg::Geometry*, uint64_t>> _builtFrom;
-    std::vector<osg::Matrix> _builtPlacements;
+    // What the Embree scene was built from (the scene as it is since the last update).
+    std::vector<Found> _built;
     int _frame = 0;
     bool _hasFrame = false;
-    std::map<const osg::Node*, osg::Matrix> _placements, _previousPlacements;
+    std::map<const osg::Node*, osg::Matrix> _previousPlacements;
 };
 
 // The process-wide Embree device; null (with the reason) when Embree cannot start.

@@ -72,8 +72,9 @@ TEST_F(RaytracedPasses, OneLayeredExrWithEveryPassAndTheCryptomatteHeader) {
     writer.setExportMultiLayer(true);
     // Half floats where they are enough; ids, depth and positions keep full floats.
     for (unsigned int p = 0; p < kaRenderPassCount; ++p)
-        if (writer.allowPassConversionTo16Bit(p))
+        if (writer.allowPassConversionTo16Bit(p)) {
             ASSERT_TRUE(images[p]->convertDataTypeTo(osg::Image::OSG_FLOAT16_IMAGEDATA));
+        }
     const std::string file = dir.file("passes.exr").toStdString();
     ASSERT_TRUE(
         writer.saveImages(images, file, "EXR", false, true, true, 72.0f, false, false, nullptr));

@@ -178,8 +178,9 @@ TEST_F(Raytracer, EveryPassCarriesContent) {
     ASSERT_TRUE(render(images, 0));
     // Cryptomatte ranks 2 to 5 need pixels shared by three or more objects.
     for (int p = 0; p < kPasses; ++p)
-        if (p != 35 && p != 36 && p != 38 && p != 39)
+        if (p != 35 && p != 36 && p != 38 && p != 39) {
             EXPECT_TRUE(hasContent(images[size_t(p)])) << "pass " << p;
+        }
 }
 
 TEST_F(Raytracer, TiledEqualsUntiledAndThreadCountsAgree) {
@@ -427,4 +428,28 @@ TEST_F(Raytracer, FogPlatesAndFlareOnlyWhenTheSceneHasThem) {
     EXPECT_TRUE(hasContent(images[0]));
     for (int p : {26, 27, 28, 29})
         EXPECT_FALSE(hasContent(images[size_t(p)])) << "pass " << p;
+}
+
+TEST_F(Raytracer, AddingMattesToAProgressiveRenderStartsItOver) {
+    const osg::CameraPtr camera = view.getViewport()->getCamera();
+    kaRTRenderer::Region region;
+    region.fullWidth = region.width = W;
+    region.fullHeight = region.height = H;
+    std::string error;
+    std::vector<osg::ImagePtr> beauty = passImages({0});
+    ASSERT_TRUE(
+        kaRTRenderer::the().render(*view.getViewport(), *camera, region, beauty, 4, 0, error));
+    // Same region, next sample, but now with a matte: the sums so far have no ids.
+    std::vector<osg::ImagePtr> withMatte = passImages({0, 34});
+    ASSERT_TRUE(
+        kaRTRenderer::the().render(*view.getViewport(), *camera, region, withMatte, 4, 1, error));
+    // Sample 1 alone, with nothing before it.
+    kaRTRenderer::the().releaseBuffers();
+    std::vector<osg::ImagePtr> fresh = passImages({0, 34});
+    ASSERT_TRUE(
+        kaRTRenderer::the().render(*view.getViewport(), *camera, region, fresh, 4, 1, error));
+    kaRTRenderer::the().releaseBuffers();
+    EXPECT_TRUE(hasContent(withMatte[34]));
+    EXPECT_TRUE(samePixels(withMatte[0], fresh[0])) << "sample 0 was left behind";
+    EXPECT_TRUE(samePixels(withMatte[34], fresh[34]));
 }
