@@ -1,6 +1,7 @@
 #include "OSGImageFileType.h"
 
 #include "kaLog.h"
+#include "kaWriteJournal.h"
 
 #include <mutex>
 
@@ -27,6 +28,15 @@ ImageFileType::layeredAttributes(const std::vector<std::string>& layerNames) {
     return provider ? provider(layerNames) : std::vector<std::pair<std::string, std::string>>();
 }
 
+bool ImageFileType::reportWrite(const std::string& fileName, bool written,
+                                const std::string& error) {
+    if (!written)
+        kaLog::error("ImageFileType: Couldn't write '%s': %s", fileName.c_str(),
+                     error.empty() ? "unknown error" : error.c_str());
+    kaWriteJournal::record({fileName, written, written ? std::string() : error});
+    return written;
+}
+
 ImageFileType::ImageFileType(std::string mimeType, std::list<std::string> suffixes, uint32_t flags)
     : _mimeType(std::move(mimeType))
     , _suffixes(std::move(suffixes))
@@ -39,15 +49,12 @@ bool ImageFileType::read(ImagePtr&, const std::string& fileName) {
 }
 
 bool ImageFileType::write(const ImagePtr&, const std::string& fileName) {
-    kaLog::error("ImageFileType: %s can't write '%s'.", _mimeType.c_str(), fileName.c_str());
-    return false;
+    return reportWrite(fileName, false, _mimeType + " files can't be written");
 }
 
 bool ImageFileType::writeLayered(const ImagePtr&, const std::string& fileName,
                                  std::vector<ImagePtr>, const std::string*) {
-    kaLog::error("ImageFileType: %s can't hold layers ('%s').", _mimeType.c_str(),
-                 fileName.c_str());
-    return false;
+    return reportWrite(fileName, false, _mimeType + " files can't hold layers");
 }
 
 bool ImageFileType::store(const ImagePtr&, std::vector<uint8_t>&) {

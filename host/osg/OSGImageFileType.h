@@ -20,8 +20,10 @@ constexpr const char* kXMPAttachment = "XMP";
 // writes. Instances live as long as the process and are used from several threads at once:
 // implementations keep no per-call state.
 //
-// Writes never leave a partial file behind: a file is written under a temporary name in the
-// target folder and renamed when complete. Failures are logged (kaLog::error) with the reason.
+// Writes never leave a partial file behind and never report a file they did not complete: a
+// file is staged beside its final name, every write, flush and close is checked, and it is
+// renamed into place only when complete (kaAtomicFile). Each outcome is logged when it failed
+// ("ImageFileType: Couldn't write '<name>': <cause>") and recorded in kaWriteJournal.
 class ImageFileType {
 public:
     enum Flags : uint32_t {
@@ -62,6 +64,10 @@ public:
 
 protected:
     ImageFileType(std::string mimeType, std::list<std::string> suffixes, uint32_t flags);
+
+    // Logs a failed write with its cause, records the outcome in kaWriteJournal and returns
+    // 'written'.
+    static bool reportWrite(const std::string& fileName, bool written, const std::string& error);
 
 private:
     std::string _mimeType;

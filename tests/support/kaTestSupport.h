@@ -2,6 +2,7 @@
 
 #include "kaLog.h"
 
+#include <QByteArray>
 #include <QString>
 #include <QTemporaryDir>
 
@@ -21,6 +22,29 @@ public:
 
 private:
     QTemporaryDir _dir;
+};
+
+// Every name in 'folder', hidden ones included, sorted.
+std::vector<std::string> folderEntries(const QString& folder);
+// The file's bytes; empty when it can't be read.
+QByteArray fileBytes(const QString& path);
+
+// A small file system of its own (tmpfs) that a test can fill up, for the real thing behind
+// the injected faults. Mounting needs root and a machine that allows it: check isMounted()
+// and skip otherwise. Unmounted and removed when the object goes.
+class SmallDisk {
+public:
+    explicit SmallDisk(int kilobytes = 2048);
+    ~SmallDisk();
+    bool isMounted() const { return _mounted; }
+    QString path() const { return _dir.path(); }
+    QString file(const QString& name) const { return _dir.filePath(name); }
+    // Fills the disk up to all but 'freeBytes' with a file named "filler".
+    bool fill(qint64 freeBytes = 0);
+
+private:
+    QTemporaryDir _dir;
+    bool _mounted = false;
 };
 
 // Collects the host log while it lives.

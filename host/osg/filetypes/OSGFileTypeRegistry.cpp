@@ -21,19 +21,28 @@ constexpr uint32_t LAYERS = ImageFileType::OSG_LAYER_SUPPORTED;
 // files it writes.
 std::vector<OIIOFormatTraits> formatTable() {
     return {
-        // name, MIME type, suffixes, flags, kept types, others become, alpha, gray
-        {"png", "image/png", {"png"}, RW, {U8, U16}, U16, true, true},
-        {"jpeg", "image/jpeg", {"jpg", "jpeg", "jpe", "jfif"}, RW, {U8}, U8, false, true},
-        {"tiff", "image/tiff", {"tif", "tiff"}, RW, {U8, U16, U32, F32}, F32, true, true},
-        {"openexr", "image/x-exr", {"exr"}, RW | LAYERS, {F16, F32, U32}, F16, true, true},
-        {"hdr", "image/vnd.radiance", {"hdr", "rgbe"}, RW, {F32}, F32, false, false},
-        {"bmp", "image/bmp", {"bmp"}, RW, {U8}, U8, true, false},
-        {"targa", "image/x-tga", {"tga"}, RW, {U8}, U8, true, true},
+        // name, MIME type, suffixes, flags, kept types, others become, alpha, gray, max side
+        {"png", "image/png", {"png"}, RW, {U8, U16}, U16, true, true, 0},
+        // libjpeg ends the process on larger images: they are refused before it sees them.
+        {"jpeg", "image/jpeg", {"jpg", "jpeg", "jpe", "jfif"}, RW, {U8}, U8, false, true, 65500},
+        {"tiff", "image/tiff", {"tif", "tiff"}, RW, {U8, U16, U32, F32}, F32, true, true, 0},
+        {"openexr", "image/x-exr", {"exr"}, RW | LAYERS, {F16, F32, U32}, F16, true, true, 0},
+        {"hdr", "image/vnd.radiance", {"hdr", "rgbe"}, RW, {F32}, F32, false, false, 0},
+        {"bmp", "image/bmp", {"bmp"}, RW, {U8}, U8, true, false, 0},
+        {"targa", "image/x-tga", {"tga"}, RW, {U8}, U8, true, true, 65535},
         // OpenImageIO's WebP writer divides straight alpha once more: no alpha here.
-        {"webp", "image/webp", {"webp"}, RW, {U8}, U8, false, false},
-        {"pnm", "image/x-portable-anymap", {"ppm", "pgm", "pnm"}, RW, {U8, U16}, U16, false, true},
-        {"sgi", "image/x-sgi", {"sgi", "rgb"}, RW, {U8, U16}, U16, true, true},
-        {"dpx", "image/x-dpx", {"dpx"}, RW, {U8, U16}, U16, true, true},
+        {"webp", "image/webp", {"webp"}, RW, {U8}, U8, false, false, 16383},
+        {"pnm",
+         "image/x-portable-anymap",
+         {"ppm", "pgm", "pnm"},
+         RW,
+         {U8, U16},
+         U16,
+         false,
+         true,
+         0},
+        {"sgi", "image/x-sgi", {"sgi", "rgb"}, RW, {U8, U16}, U16, true, true, 65535},
+        {"dpx", "image/x-dpx", {"dpx"}, RW, {U8, U16}, U16, true, true, 0},
     };
 }
 } // namespace

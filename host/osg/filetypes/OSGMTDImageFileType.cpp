@@ -1,9 +1,9 @@
 #include "OSGMTDImageFileType.h"
 
+#include "kaAtomicFile.h"
 #include "kaLog.h"
 
 #include <QFile>
-#include <QSaveFile>
 
 #include <cstring>
 
@@ -139,18 +139,11 @@ bool MTDImageFileType::restore(ImagePtr& image, const uint8_t* data, size_t size
 bool MTDImageFileType::write(const ImagePtr& image, const std::string& fileName) {
     std::vector<uint8_t> bytes;
     if (!store(image, bytes))
-        return false;
-    // QSaveFile writes beside the target and renames when complete.
-    QSaveFile file(QString::fromStdString(fileName));
-    if (!file.open(QIODevice::WriteOnly) ||
-        file.write(reinterpret_cast<const char*>(bytes.data()), qint64(bytes.size())) !=
-            qint64(bytes.size()) ||
-        !file.commit()) {
-        kaLog::error("ImageFileType: Couldn't write '%s': %s", fileName.c_str(),
-                     file.errorString().toUtf8().constData());
-        return false;
-    }
-    return true;
+        return reportWrite(fileName, false, "the image holds nothing to write");
+    kaAtomicFile file(fileName);
+    const bool written =
+        file.open() && file.write(bytes.data(), bytes.size()) && file.close() && file.commit();
+    return reportWrite(fileName, written, file.error());
 }
 
 bool MTDImageFileType::read(ImagePtr& image, const std::string& fileName) {

@@ -11,9 +11,6 @@
 #include <QByteArray>
 
 #include <algorithm>
-#include <atomic>
-#include <cstdio>
-#include <unistd.h>
 
 namespace osg {
 
@@ -59,28 +56,22 @@ void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpe
     }
 }
 
-bool writeAtomically(const std::string& fileName,
-                     const std::function<bool(const std::string&, std::string&)>& writeTo,
-                     std::string& error) {
-    static std::atomic<unsigned> counter{0};
-    std::string folder = OIIO::Filesystem::parent_path(fileName);
-    // The extension stays last: some writers choose their stream variant by it.
-    std::string temp = (folder.empty() ? std::string() : folder + "/") + "." +
-                       OIIO::Filesystem::filename(fileName) + ".part-" + std::to_string(getpid()) +
-                       "-" + std::to_string(counter++) + OIIO::Filesystem::extension(fileName);
-    bool ok = writeTo(temp, error);
-    if (ok && std::rename(temp.c_str(), fileName.c_str()) != 0) {
-        error = "can't rename the finished file into place";
-        ok = false;
-    }
-    if (!ok)
-        std::remove(temp.c_str());
-    return ok;
-}
-
 } // namespace oiio
 
 namespace {
+
+// Why the format can't hold the image at all; "" when it can.
+std::string unwritableBecause(const ImagePtr& image, const OIIOFormatTraits& traits) {
+    if (!image || !image->getData())
+        return "the image holds no pixels";
+    if (traits.maxSide > 0 &&
+        (image->getWidth() > traits.maxSide || image->getHeight() > traits.maxSide))
+        return std::string(traits.mimeType) + " files hold at most " +
+               std::to_string(traits.maxSide) + " x " + std::to_string(traits.maxSide) +
+               " pixels, not " + std::to_string(image->getWidth()) + " x " +
+               std::to_string(image->getHeight());
+    return std::string();
+}
 
 // The image as the format can take it: a converted copy when the format lacks its data type
 // or its channel layout, else the image itself.
@@ -229,17 +220,13 @@ struct OIIOWriteJob {
             spec.attribute("CompressionQuality", quality);
         }
         if (proxy && !out->set_ioproxy(proxy)) {
-            error = "the format can't be written to memory";
+            error = "the format can't be written through a proxy";
             return false;
         }
         bool ok = out->open(name, spec) && writePixels(*out, image);
         ok = out->close() && ok;
         if (!ok)
             error = out->geterror();
-        // The packet goes in before the file gets its final name.
-        const std::string* xmp = image.findAttachmentField(kXMPAttachment);
-        if (ok && xmp && !proxy && type.embedsXMPBlock())
-            ok = oiio::embedXMP(name, *xmp, error);
         return ok;
     }
 };
@@ -248,37 +235,37 @@ bool OIIOImageFileType::write(const ImagePtr& image, const std::string& fileName
     std::string error;
     bool ok = false;
     try {
-        ImagePtr prepared =
-            image && image->getData() ? prepareForFormat(image, _traits, fileName) : ImagePtr();
+        error = unwritableBecause(image, _traits);
+        ImagePtr prepared = error.empty() ? prepareForFormat(image, _traits, fileName) : ImagePtr();
         if (!prepared) {
-            error = image && image->getData() ? "can't convert the image for this format"
-                                              : "the image holds no pixels";
+            if (error.empty())
+                error = "can't convert the image for this format";
         } else {
-            ok = oiio::writeAtomically(
-                fileName,
-                [&](const std::string& temp, std::string& why) {
-                    return OIIOWriteJob::run(*this, *prepared, temp, nullptr, why);
+            // The packet goes into the finished file before it gets its final name.
+            const std::string* xmp = prepared->findAttachmentField(kXMPAttachment);
+            ok = oiio::writeFile(
+                fileName, _traits.oiioName,
+                [&](OIIO::Filesystem::IOProxy* proxy, const std::string& name, std::string& why) {
+                    return OIIOWriteJob::run(*this, *prepared, name, proxy, why);
                 },
-                error);
+                embedsXMPBlock() ? xmp : nullptr, error);
         }
     } catch (const std::exception& e) {
         error = e.what();
         ok = false;
     }
-    if (!ok)
-        kaLog::error("ImageFileType: Couldn't write '%s' as %s: %s", fileName.c_str(),
-                     getMimeType().c_str(), error.c_str());
-    return ok;
+    return reportWrite(fileName, ok, error);
 }
 
 bool OIIOImageFileType::store(const ImagePtr& image, std::vector<uint8_t>& buffer) {
     std::string error;
     bool ok = false;
     try {
-        ImagePtr prepared =
-            image && image->getData() ? prepareForFormat(image, _traits, "memory") : ImagePtr();
+        error = unwritableBecause(image, _traits);
+        ImagePtr prepared = error.empty() ? prepareForFormat(image, _traits, "memory") : ImagePtr();
         if (!prepared) {
-            error = "the image holds no pixels or can't be converted";
+            if (error.empty())
+                error = "can't convert the image for this format";
         } else {
             buffer.clear();
             OIIO::Filesystem::IOVecOutput proxy(buffer);

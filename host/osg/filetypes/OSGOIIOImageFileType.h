@@ -17,6 +17,7 @@ struct OIIOFormatTraits {
     int32_t otherTypesBecome;       // data type for all others
     bool keepsAlpha;                // else the alpha channel is dropped
     bool keepsGray;                 // else one- and two-channel images are written as RGB(A)
+    int maxSide;                    // widest and highest image the format holds; 0: no limit
 };
 
 // An image file type written and read through OpenImageIO.

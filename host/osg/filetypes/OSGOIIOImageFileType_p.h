@@ -25,11 +25,15 @@ bool embedXMP(const std::string& path, const std::string& packet, std::string& e
 // The image's resolution and attachments as attributes of 'spec' for the format 'oiioName'.
 void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpec& spec);
 
-// Runs 'writeTo' against a temporary file beside 'fileName' and renames it to 'fileName' once
-// 'writeTo' has succeeded; the temporary file is removed on any failure. 'writeTo' gets the
-// temporary name and reports its failure reason through 'error'.
-bool writeAtomically(const std::string& fileName,
-                     const std::function<bool(const std::string&, std::string&)>& writeTo,
-                     std::string& error);
+// Writes the file 'fileName' of the OpenImageIO format 'oiioName' so that it is complete under
+// its final name or not there at all (kaAtomicFile). 'encode' runs the codec: it gets the proxy
+// to hand to ImageOutput::set_ioproxy (null for formats that can only write to a name) and the
+// name to open, and reports a codec failure through its last argument. A non-empty 'xmpPacket'
+// is embedded into the finished file before it gets its final name. False with 'error' (the
+// disk's cause first, then the codec's) on any failure.
+using Encoder =
+    std::function<bool(OIIO::Filesystem::IOProxy* proxy, const std::string& name, std::string&)>;
+bool writeFile(const std::string& fileName, const char* oiioName, const Encoder& encode,
+               const std::string* xmpPacket, std::string& error);
 
 } // namespace osg::oiio

@@ -64,11 +64,7 @@ bool OIIOImageFileType::writeLayered(const ImagePtr& image, const std::string& f
                                      std::vector<ImagePtr> layers, const std::string* layerNames) {
     std::string error;
     bool ok = false;
-    auto fail = [&](const std::string& why) {
-        kaLog::error("ImageFileType: Couldn't write the layered file '%s': %s", fileName.c_str(),
-                     why.c_str());
-        return false;
-    };
+    auto fail = [&](const std::string& why) { return reportWrite(fileName, false, why); };
     if (!(getFlags() & OSG_LAYER_SUPPORTED))
         return ImageFileType::writeLayered(image, fileName, layers, layerNames);
     if (!image || !image->getData())
@@ -105,11 +101,11 @@ bool OIIOImageFileType::writeLayered(const ImagePtr& image, const std::string& f
         spec.attribute(key, value);
 
     try {
-        ok = oiio::writeAtomically(
-            fileName,
-            [&](const std::string& temp, std::string& why) {
+        ok = oiio::writeFile(
+            fileName, traits().oiioName,
+            [&](OIIO::Filesystem::IOProxy* proxy, const std::string& name, std::string& why) {
                 auto out = OIIO::ImageOutput::create(traits().oiioName);
-                if (!out || !out->open(temp, spec)) {
+                if (!out || (proxy && !out->set_ioproxy(proxy)) || !out->open(name, spec)) {
                     why = out ? out->geterror() : OIIO::geterror();
                     return false;
                 }
@@ -138,12 +134,12 @@ bool OIIOImageFileType::writeLayered(const ImagePtr& image, const std::string& f
                     why = out->geterror();
                 return written;
             },
-            error);
+            nullptr, error);
     } catch (const std::exception& e) {
         error = e.what();
         ok = false;
     }
-    return ok ? true : fail(error);
+    return reportWrite(fileName, ok, error);
 }
 
 } // namespace osg

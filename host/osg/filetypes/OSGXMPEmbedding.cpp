@@ -29,14 +29,19 @@ bool embedXMP(const std::string& path, const std::string& packet, std::string& e
     }
     XmpFilePtr file = xmp_files_open_new(path.c_str(), XmpOpenFileOptions(XMP_OPEN_FORUPDATE));
     bool ok = file && xmp_files_can_put_xmp(file, xmp) && xmp_files_put_xmp(file, xmp);
+    // Read at once: every later call of the toolkit clears it.
+    int toolkitError = ok ? 0 : xmp_get_error();
     if (file) {
         ok = xmp_files_close(file, XMP_CLOSE_SAFEUPDATE) && ok;
+        if (!ok && toolkitError == 0)
+            toolkitError = xmp_get_error();
         xmp_files_free(file);
     }
     xmp_free(xmp);
     if (!ok)
-        error = "can't put the XMP packet into the file (XMP error " +
-                std::to_string(xmp_get_error()) + ")";
+        error = toolkitError != 0 ? "can't put the XMP packet into the file (XMP error " +
+                                        std::to_string(toolkitError) + ")"
+                                  : std::string("can't put the XMP packet into the file");
     return ok;
 }
 

@@ -1,0 +1,342 @@
+#include "kaFaultInjection.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <string>
+
+namespace {
+
+enum Operation { None, Write, Fsync, Close, Rename };
+
+struct Config {
+    std::string folder;
+    Operation operation = None;
+    int nth = 1;
+    int error = ENOSPC;
+    bool once = false;
+};
+
+std::mutex g_configMutex;
+Config g_config;
+std::atomic<bool> g_armed{false};
+std::atomic<int> g_calls{0};
+std::atomic<int> g_failures{0};
+
+constexpr int kMaxFd = 1 << 16;
+std::atomic<bool> g_tracked[kMaxFd];
+
+template <typename F>
+F real(const char* name) {
+    return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
+}
+
+Operation operationNamed(const char* name) {
+    if (!name)
+        return None;
+    const std::string n = name;
+    return n == "write"    ? Write
+           : n == "fsync"  ? Fsync
+           : n == "close"  ? Close
+           : n == "rename" ? Rename
+                           : None;
+}
+
+int errorNamed(const char* name) {
+    if (!name || !*name)
+        return ENOSPC;
+    if (std::strcmp(name, "ENOSPC") == 0)
+        return ENOSPC;
+    if (std::strcmp(name, "EIO") == 0)
+        return EIO;
+    if (std::strcmp(name, "EDQUOT") == 0)
+        return EDQUOT;
+    return std::atoi(name);
+}
+
+// Set up from the environment when loaded with LD_PRELOAD.
+__attribute__((constructor)) void armFromEnvironment() {
+    const char* folder = std::getenv("KA_FAULT_DIR");
+    if (!folder || !*folder)
+        return;
+    const char* nth = std::getenv("KA_FAULT_NTH");
+    const char* once = std::getenv("KA_FAULT_ONCE");
+    kaFaultArm(folder, std::getenv("KA_FAULT_OP"), nth ? std::atoi(nth) : 1,
+               errorNamed(std::getenv("KA_FAULT_ERRNO")), once && std::strcmp(once, "1") == 0);
+}
+
+std::string absolute(int dirfd, const char* path) {
+    if (!path)
+        return std::string();
+    if (path[0] == '/')
+        return path;
+    char base[4096] = {0};
+    if (dirfd == AT_FDCWD) {
+        if (!getcwd(base, sizeof base))
+            return path;
+    } else {
+        const std::string link = "/proc/self/fd/" + std::to_string(dirfd);
+        const ssize_t n = readlink(link.c_str(), base, sizeof base - 1);
+        if (n <= 0)
+            return path;
+        base[n] = '\0';
+    }
+    return std::string(base) + "/" + path;
+}
+
+bool affected(const std::string& path) {
+    if (!g_armed.load(std::memory_order_acquire))
+        return false;
+    std::lock_guard<std::mutex> lock(g_configMutex);
+    const std::string& folder = g_config.folder;
+    return path.compare(0, folder.size(), folder) == 0 &&
+           (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+void track(int fd, int dirfd, const char* path) {
+    if (fd >= 0 && fd < kMaxFd)
+        g_tracked[fd].store(g_armed.load(std::memory_order_acquire) &&
+                            affected(absolute(dirfd, path)));
+}
+
+bool isTracked(int fd) {
+    return fd >= 0 && fd < kMaxFd && g_tracked[fd].load();
+}
+
+// Whether this call of 'operation' on an affected file fails, and with which error.
+bool shouldFail(Operation operation, int& error, bool& first) {
+    if (!g_armed.load(std::memory_order_acquire))
+        return false;
+    std::lock_guard<std::mutex> lock(g_configMutex);
+    if (g_config.operation != operation)
+        return false;
+    const int call = ++g_calls;
+    if (call < g_config.nth || (g_config.once && call > g_config.nth))
+        return false;
+    error = g_config.error;
+    first = call == g_config.nth;
+    ++g_failures;
+    return true;
+}
+
+int modeOf(int flags, va_list args) {
+    return (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(args, int) : 0;
+}
+
+} // namespace
+
+extern "C" {
+
+void kaFaultArm(const char* folder, const char* operation, int nth, int error, int once) {
+    {
+        std::lock_guard<std::mutex> lock(g_configMutex);
+        g_config.folder = folder ? folder : "";
+        while (g_config.folder.size() > 1 && g_config.folder.back() == '/')
+            g_config.folder.pop_back();
+        g_config.operation = operationNamed(operation);
+        g_config.nth = nth < 1 ? 1 : nth;
+        g_config.error = error;
+        g_config.once = once != 0;
+    }
+    g_calls = 0;
+    g_failures = 0;
+    g_armed.store(true, std::memory_order_release);
+}
+
+void kaFaultDisarm(void) {
+    g_armed.store(false, std::memory_order_release);
+    for (auto& tracked : g_tracked)
+        tracked.store(false);
+}
+
+int kaFaultCalls(void) {
+    return g_calls.load();
+}
+
+int kaFaultFailures(void) {
+    return g_failures.load();
+}
+
+int open(const char* path, int flags, ...) {
+    va_list args;
+    va_start(args, flags);
+    const int mode = modeOf(flags, args);
+    va_end(args);
+    static auto next = real<int (*)(const char*, int, ...)>("open");
+    const int fd = next(path, flags, mode);
+    track(fd, AT_FDCWD, path);
+    return fd;
+}
+
+int open64(const char* path, int flags, ...) {
+    va_list args;
+    va_start(args, flags);
+    const int mode = modeOf(flags, args);
+    va_end(args);
+    static auto next = real<int (*)(const char*, int, ...)>("open64");
+    const int fd = next(path, flags, mode);
+    track(fd, AT_FDCWD, path);
+    return fd;
+}
+
+int openat(int dirfd, const char* path, int flags, ...) {
+    va_list args;
+    va_start(args, flags);
+    const int mode = modeOf(flags, args);
+    va_end(args);
+    static auto next = real<int (*)(int, const char*, int, ...)>("openat");
+    const int fd = next(dirfd, path, flags, mode);
+    track(fd, dirfd, path);
+    return fd;
+}
+
+int openat64(int dirfd, const char* path, int flags, ...) {
+    va_list args;
+    va_start(args, flags);
+    const int mode = modeOf(flags, args);
+    va_end(args);
+    static auto next = real<int (*)(int, const char*, int, ...)>("openat64");
+    const int fd = next(dirfd, path, flags, mode);
+    track(fd, dirfd, path);
+    return fd;
+}
+
+int creat(const char* path, mode_t mode) {
+    return open(path, O_CREAT | O_WRONLY | O_TRUNC, mode);
+}
+
+int creat64(const char* path, mode_t mode) {
+    return open64(path, O_CREAT | O_WRONLY | O_TRUNC, mode);
+}
+
+ssize_t write(int fd, const void* buffer, size_t size) {
+    static auto next = real<ssize_t (*)(int, const void*, size_t)>("write");
+    int error = 0;
+    bool first = false;
+    if (isTracked(fd) && shouldFail(Write, error, first)) {
+        if (first && size > 1)
+            return next(fd, buffer, size / 2);
+        errno = error;
+        return -1;
+    }
+    return next(fd, buffer, size);
+}
+
+ssize_t pwrite(int fd, const void* buffer, size_t size, off_t offset) {
+    static auto next = real<ssize_t (*)(int, const void*, size_t, off_t)>("pwrite");
+    int error = 0;
+    bool first = false;
+    if (isTracked(fd) && shouldFail(Write, error, first)) {
+        if (first && size > 1)
+            return next(fd, buffer, size / 2, offset);
+        errno = error;
+        return -1;
+    }
+    return next(fd, buffer, size, offset);
+}
+
+ssize_t pwrite64(int fd, const void* buffer, size_t size, off64_t offset) {
+    static auto next = real<ssize_t (*)(int, const void*, size_t, off64_t)>("pwrite64");
+    int error = 0;
+    bool first = false;
+    if (isTracked(fd) && shouldFail(Write, error, first)) {
+        if (first && size > 1)
+            return next(fd, buffer, size / 2, offset);
+        errno = error;
+        return -1;
+    }
+    return next(fd, buffer, size, offset);
+}
+
+ssize_t writev(int fd, const struct iovec* vector, int count) {
+    static auto next = real<ssize_t (*)(int, const struct iovec*, int)>("writev");
+    int error = 0;
+    bool first = false;
+    if (isTracked(fd) && shouldFail(Write, error, first)) {
+        errno = error;
+        return -1;
+    }
+    return next(fd, vector, count);
+}
+
+int fsync(int fd) {
+    static auto next = real<int (*)(int)>("fsync");
+    int error = 0;
+    bool first = false;
+    if (isTracked(fd) && shouldFail(Fsync, error, first)) {
+        errno = error;
+        return -1;
+    }
+    return next(fd);
+}
+
+int fdatasync(int fd) {
+    static auto next = real<int (*)(int)>("fdatasync");
+    int error = 0;
+    bool first = false;
+    if (isTracked(fd) && shouldFail(Fsync, error, first)) {
+        errno = error;
+        return -1;
+    }
+    return next(fd);
+}
+
+int close(int fd) {
+    static auto next = real<int (*)(int)>("close");
+    const bool tracked = isTracked(fd);
+    if (fd >= 0 && fd < kMaxFd)
+        g_tracked[fd].store(false);
+    const int result = next(fd);
+    int error = 0;
+    bool first = false;
+    if (tracked && result == 0 && shouldFail(Close, error, first)) {
+        errno = error;
+        return -1;
+    }
+    return result;
+}
+
+int rename(const char* from, const char* to) {
+    static auto next = real<int (*)(const char*, const char*)>("rename");
+    int error = 0;
+    bool first = false;
+    if (affected(absolute(AT_FDCWD, to)) && shouldFail(Rename, error, first)) {
+        errno = error;
+        return -1;
+    }
+    return next(from, to);
+}
+
+int renameat(int fromDir, const char* from, int toDir, const char* to) {
+    static auto next = real<int (*)(int, const char*, int, const char*)>("renameat");
+    int error = 0;
+    bool first = false;
+    if (affected(absolute(toDir, to)) && shouldFail(Rename, error, first)) {
+        errno = error;
+        return -1;
+    }
+    return next(fromDir, from, toDir, to);
+}
+
+int renameat2(int fromDir, const char* from, int toDir, const char* to, unsigned int flags) {
+    static auto next = real<int (*)(int, const char*, int, const char*, unsigned int)>("renameat2");
+    int error = 0;
+    bool first = false;
+    if (affected(absolute(toDir, to)) && shouldFail(Rename, error, first)) {
+        errno = error;
+        return -1;
+    }
+    return next(fromDir, from, toDir, to, flags);
+}
+
+} // extern "C"
