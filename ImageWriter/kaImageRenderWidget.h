@@ -7,6 +7,7 @@
 
 #include <QDialog>
 
+#include <atomic>
 #include <vector>
 
 class QImage;
@@ -186,8 +187,9 @@ private:
     static bool _powerwall;
     static bool _alpha;
     static float _alpha_color[3];
-    static osg::Image::PixelFormat _pixel_format;
-    static osg::Image::Type _data_type;
+    // Read by background image writers too (a converted image gets fresh storage of these).
+    static std::atomic<osg::Image::PixelFormat> _pixel_format;
+    static std::atomic<osg::Image::Type> _data_type;
     static bool _cancel;
     static bool _allAborted;
     static std::vector<bool> _activePasses;

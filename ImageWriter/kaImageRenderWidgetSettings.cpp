@@ -8,8 +8,8 @@
 bool kaImageRenderWidget::_powerwall = false;
 bool kaImageRenderWidget::_alpha = false;
 float kaImageRenderWidget::_alpha_color[3] = {1.0f, 1.0f, 1.0f};
-osg::Image::PixelFormat kaImageRenderWidget::_pixel_format = osg::Image::OSG_RGB_PF;
-osg::Image::Type kaImageRenderWidget::_data_type = osg::Image::OSG_UINT8_IMAGEDATA;
+std::atomic<osg::Image::PixelFormat> kaImageRenderWidget::_pixel_format{osg::Image::OSG_RGB_PF};
+std::atomic<osg::Image::Type> kaImageRenderWidget::_data_type{osg::Image::OSG_UINT8_IMAGEDATA};
 bool kaImageRenderWidget::_cancel = false;
 bool kaImageRenderWidget::_allAborted = false;
 std::vector<bool> kaImageRenderWidget::_activePasses;

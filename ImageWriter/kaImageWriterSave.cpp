@@ -192,6 +192,13 @@ bool kaImageWriter::saveImages(std::vector<osg::ImagePtr> images, std::string fi
         return false;
     if (images.empty())
         return true;
+    // Element i is render pass i: there is no name, and no layer, for more images than passes.
+    if (images.size() > size_t(kaRenderPassCount)) {
+        kaLog::error("kaImageWriter: Couldn't save images '%s': %zu images, but only %d render "
+                     "passes!",
+                     filename.c_str(), images.size(), int(kaRenderPassCount));
+        return false;
+    }
 
     osg::ImageFileType* fileType =
         osg::ImageFileHandler::the().getFileType(nullptr, filename.c_str());

@@ -7,41 +7,75 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <mutex>
+
+kaMessage::kaMessage(const kaMessage& other)
+    : _values(other.values()) {}
+
+kaMessage& kaMessage::operator=(const kaMessage& other) {
+    if (this == &other)
+        return *this;
+    // The copy is made before taking this lock: two messages never lock each other.
+    Map copy = other.values();
+    std::unique_lock<std::shared_mutex> lock(_lock);
+    _values.swap(copy);
+    return *this;
+}
+
+kaMessage::Map kaMessage::values() const {
+    std::shared_lock<std::shared_mutex> lock(_lock);
+    return _values;
+}
 
 boost::any kaMessage::get(const std::string& key) const {
+    std::shared_lock<std::shared_mutex> lock(_lock);
     auto it = _values.find(key);
     return it == _values.end() ? boost::any() : it->second;
 }
 
 bool kaMessage::has(const std::string& key) const {
+    std::shared_lock<std::shared_mutex> lock(_lock);
     return _values.count(key) != 0;
 }
 
+void kaMessage::store(const std::string& key, boost::any value) {
+    std::unique_lock<std::shared_mutex> lock(_lock);
+    _values[key].swap(value);
+    // The old value goes when 'value' does, after the lock: a reader's copy of it stays valid.
+}
+
 void kaMessage::set(const std::string& key, bool value) {
-    _values[key] = value;
+    store(key, value);
 }
 void kaMessage::set(const std::string& key, int value) {
-    _values[key] = value;
+    store(key, value);
 }
 void kaMessage::set(const std::string& key, float value) {
-    _values[key] = value;
+    store(key, value);
 }
 void kaMessage::set(const std::string& key, const std::vector<int>& value) {
-    _values[key] = value;
+    store(key, value);
 }
 void kaMessage::set(const std::string& key, const QString& value) {
-    _values[key] = value;
+    store(key, value);
 }
 
 bool kaMessage::setAny(const std::string& key, const boost::any& value) {
     if (value.empty() || !isStorableType(value.type()))
         return false;
-    _values[key] = value;
+    store(key, value);
     return true;
 }
 
 bool kaMessage::remove(const std::string& key) {
+    std::unique_lock<std::shared_mutex> lock(_lock);
     return _values.erase(key) != 0;
+}
+
+void kaMessage::clear() {
+    Map old;
+    std::unique_lock<std::shared_mutex> lock(_lock);
+    _values.swap(old);
 }
 
 bool kaMessage::isStorableType(const std::type_info& type) {

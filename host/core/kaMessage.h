@@ -5,16 +5,22 @@
 #include <boost/any.hpp>
 
 #include <map>
+#include <shared_mutex>
 #include <string>
 #include <typeinfo>
 #include <vector>
 
 // A map from key to a typed value. Values are exactly one of bool, int, float,
 // std::vector<int> or QString; the set() overloads make any other type a compile error.
-// Not thread-safe: the host reads and writes it on its GUI thread.
+// Safe from any thread: background image writers read the preferences while the GUI thread
+// changes or reloads them (a reader/writer lock; a read never sees half of an assignment).
 class kaMessage {
 public:
     using Map = std::map<std::string, boost::any>;
+
+    kaMessage() = default;
+    kaMessage(const kaMessage& other);
+    kaMessage& operator=(const kaMessage& other);
 
     // The stored value, or an empty any when the key is absent.
     boost::any get(const std::string& key) const;
@@ -34,8 +40,9 @@ public:
 
     // Removes the key; returns whether it was there.
     bool remove(const std::string& key);
-    void clear() { _values.clear(); }
-    const Map& values() const { return _values; }
+    void clear();
+    // A copy of every entry.
+    Map values() const;
 
     // Readable name of a value's type ("bool", "int", "float", "std::vector<int>", "QString");
     // "empty" for an empty any and the compiler's name for anything else.
@@ -47,5 +54,8 @@ public:
     static void printBT();
 
 private:
+    void store(const std::string& key, boost::any value);
+
+    mutable std::shared_mutex _lock;
     Map _values;
 };

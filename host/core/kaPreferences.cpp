@@ -20,15 +20,11 @@ struct Store {
     QString path;
     // A file that could not be read is never overwritten: it is moved aside first.
     QString unreadablePath;
-    bool initialised = false;
 };
 
+// Made once, on first use, from whichever thread gets there first.
 Store& store() {
-    static Store s;
-    if (!s.initialised) {
-        s.initialised = true;
-        s.data = kaPreferenceKeys::defaults();
-    }
+    static Store s{kaPreferenceKeys::defaults(), QString(), QString()};
     return s;
 }
 

@@ -7,7 +7,8 @@
 // The host's one preference store. getData() is the message every reader consults.
 // Files are JSON with each value's type written beside it, so a float stays a float and an
 // int list stays an int list across a save and a load.
-// GUI thread only.
+// load(), save() and resetToDefaults() are for the GUI thread; getData() and reading or
+// setting its values are safe from any thread (kaMessage).
 class kaPreferences {
 public:
     static kaMessage& getData();

@@ -4,6 +4,8 @@
 
 #include <lcms2.h>
 
+#include <memory>
+
 namespace {
 
 struct Mat3 {
@@ -72,13 +74,18 @@ bool kaICCProfile::load(const QString& fileName) {
     if (fileName.isEmpty() || !file.open(QIODevice::ReadOnly))
         return false;
     QByteArray bytes = file.readAll();
-    cmsHPROFILE profile = cmsOpenProfileFromMem(bytes.constData(), cmsUInt32Number(bytes.size()));
+    // A context of its own: profiles load on background image writers too, and lcms2 is
+    // thread-safe only across contexts.
+    std::unique_ptr<_cmsContext_struct, void (*)(cmsContext)> context(
+        cmsCreateContext(nullptr, nullptr), cmsDeleteContext);
+    cmsHPROFILE profile =
+        cmsOpenProfileFromMemTHR(context.get(), bytes.constData(), cmsUInt32Number(bytes.size()));
     if (!profile)
         return false;
     _data = bytes;
     _description = description(profile);
 
-    cmsHPROFILE srgb = cmsCreate_sRGBProfile();
+    cmsHPROFILE srgb = cmsCreate_sRGBProfileTHR(context.get());
     Mat3 profileColorants, srgbColorants, toProfile;
     bool matrixShaper = cmsGetColorSpace(profile) == cmsSigRgbData && cmsIsMatrixShaper(profile) &&
                         colorants(profile, profileColorants) && colorants(srgb, srgbColorants) &&

@@ -11,7 +11,8 @@
 // An ICC profile file and what the display transform needs from it: the matrix from linear
 // sRGB into the profile's linear RGB, and per channel a table from linear value to encoded
 // value. Only RGB matrix/shaper profiles give these; others load their bytes (for embedding)
-// but do not count as loaded. Read-only after load: thread-safe to share.
+// but do not count as loaded. Read-only after load: thread-safe to share; load() itself is safe
+// from any thread (one lcms2 context per call).
 class kaICCProfile {
 public:
     static constexpr int kTableSize = 1024;

@@ -3,6 +3,7 @@
 #include "OSGImageFileType.h"
 #include "OSGMaterial.h"
 #include "OSGNodeCores.h"
+#include "OSGXMPToolkit.h"
 
 #include <QDateTime>
 
@@ -15,8 +16,9 @@ const char* const kXmpBasic = "http://ns.adobe.com/xap/1.0/";
 
 bool toolkitReady() {
     static const bool ready = [] {
-        if (!xmp_init())
+        if (!osg::XMPToolkit::ready())
             return false;
+        std::lock_guard<std::recursive_mutex> lock(osg::XMPToolkit::mutex());
         XmpStringPtr registered = xmp_string_new();
         xmp_register_namespace(kaImageMetaData::kNamespace, kaImageMetaData::kPrefix, registered);
         xmp_string_free(registered);
@@ -34,9 +36,14 @@ std::string number(double value) {
 // The packet under construction; empty until something is stored.
 struct kaImageMetaData::Record {
     XmpPtr xmp = nullptr;
-    Record()
-        : xmp(toolkitReady() ? xmp_new_empty() : nullptr) {}
+    Record() {
+        if (toolkitReady()) {
+            std::lock_guard<std::recursive_mutex> lock(osg::XMPToolkit::mutex());
+            xmp = xmp_new_empty();
+        }
+    }
     ~Record() {
+        std::lock_guard<std::recursive_mutex> lock(osg::XMPToolkit::mutex());
         if (xmp)
             xmp_free(xmp);
     }
@@ -72,6 +79,10 @@ std::string triple(float x, float y, float z) {
 }
 } // namespace
 
+std::recursive_mutex& kaImageMetaData::lock() const {
+    return osg::XMPToolkit::mutex();
+}
+
 kaImageMetaData::kaImageMetaData()
     : _record(std::make_unique<Record>()) {}
 kaImageMetaData::~kaImageMetaData() = default;
@@ -94,7 +105,7 @@ void kaImageMetaData::setFileOutputImageSettings(float width, float height, floa
                                                  int superSampling, bool tonemapHDR, bool alpha,
                                                  bool premultiplied, const float* alphaColor,
                                                  int iccProfile, int metaDataFlags) {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     _imageSettings.width = width;
     _imageSettings.height = height;
     _imageSettings.dpi = dpi;
@@ -110,31 +121,31 @@ void kaImageMetaData::setFileOutputImageSettings(float width, float height, floa
 }
 
 bool kaImageMetaData::hasFileOutputImageSettings() const {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     return _hasImageSettings;
 }
 
 kaImageMetaData::ImageSettings kaImageMetaData::getFileOutputImageSettings() const {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     return _imageSettings;
 }
 
 void kaImageMetaData::setFileOutputAnimationSettings(bool sequence, int timeSource, int shot,
                                                      const QString& animationName, int start,
                                                      int stop, int step, int fps) {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     _animationSettings = {sequence, timeSource, shot, animationName, start, stop, step, fps};
     _hasAnimationSettings = true;
 }
 
 bool kaImageMetaData::hasFileOutputAnimationSettings() const {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     return _hasAnimationSettings;
 }
 
 bool kaImageMetaData::storeGeneralInformation(const std::string& sceneFileName,
                                               const std::string& applicationVersion) {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     const std::string now = QDateTime::currentDateTime()
                                 .toOffsetFromUtc(QDateTime::currentDateTime().offsetFromUtc())
                                 .toString(Qt::ISODate)
@@ -147,7 +158,7 @@ bool kaImageMetaData::storeGeneralInformation(const std::string& sceneFileName,
 }
 
 bool kaImageMetaData::storeFileOutputImageSettings() {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     if (!_hasImageSettings)
         return false;
     const ImageSettings& s = _imageSettings;
@@ -167,7 +178,7 @@ bool kaImageMetaData::storeFileOutputImageSettings() {
 }
 
 bool kaImageMetaData::storeFileOutputAnimationSettings(int currentFrame) {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     if (!_hasAnimationSettings)
         return false;
     const AnimationSettings& a = _animationSettings;
@@ -185,7 +196,7 @@ bool kaImageMetaData::storeFileOutputAnimationSettings(int currentFrame) {
 }
 
 bool kaImageMetaData::storeCamera(const osg::NodePtr& cameraNode) {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     if (!cameraNode)
         return false;
     const osg::Matrix world = cameraNode->getToWorld();
@@ -205,7 +216,7 @@ bool kaImageMetaData::storeCamera(const osg::NodePtr& cameraNode) {
 }
 
 bool kaImageMetaData::storeNodesVisibility(const std::vector<osg::NodePtr>& nodes) {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     std::vector<std::string> items;
     for (const osg::NodePtr& node : nodes)
         if (node && !node->getName().empty())
@@ -214,7 +225,7 @@ bool kaImageMetaData::storeNodesVisibility(const std::vector<osg::NodePtr>& node
 }
 
 bool kaImageMetaData::storeSwitchNodesChoice(const std::vector<osg::NodePtr>& nodes) {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     std::vector<std::string> items;
     for (const osg::NodePtr& node : nodes)
         if (node && !node->getName().empty())
@@ -224,7 +235,7 @@ bool kaImageMetaData::storeSwitchNodesChoice(const std::vector<osg::NodePtr>& no
 }
 
 bool kaImageMetaData::storeRaytracingSettings(const osg::StringAttributeMapPtr& settings) {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     if (!settings)
         return false;
     std::vector<std::string> items;
@@ -234,17 +245,17 @@ bool kaImageMetaData::storeRaytracingSettings(const osg::StringAttributeMapPtr& 
 }
 
 void kaImageMetaData::setFileOutputRenderPasses(const std::vector<std::string>& passNames) {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     _renderPasses = passNames;
 }
 
 bool kaImageMetaData::storeFileOutputRenderPasses() {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     return _record->setList("RenderPasses", _renderPasses);
 }
 
 bool kaImageMetaData::storeSwitchMaterialsChoice() {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     std::vector<std::string> items;
     for (const osg::SwitchMaterialPtr& material :
          osg::FieldContainerFactory::the().getContainersOfType<osg::SwitchMaterial>())
@@ -254,7 +265,7 @@ bool kaImageMetaData::storeSwitchMaterialsChoice() {
 }
 
 bool kaImageMetaData::getString(std::string& text) const {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     if (!_record->xmp)
         return false;
     XmpStringPtr buffer = xmp_string_new();
@@ -266,7 +277,7 @@ bool kaImageMetaData::getString(std::string& text) const {
 }
 
 void kaImageMetaData::reset(bool all) {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     ++_resetCount;
     _record = std::make_unique<Record>();
     if (all) {
@@ -279,6 +290,6 @@ void kaImageMetaData::reset(bool all) {
 }
 
 unsigned kaImageMetaData::getResetCount() const {
-    std::lock_guard<std::recursive_mutex> guard(_mutex);
+    std::lock_guard<std::recursive_mutex> guard(lock());
     return _resetCount;
 }

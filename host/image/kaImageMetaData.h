@@ -99,11 +99,12 @@ public:
     // How often reset ran, whatever its argument.
     unsigned getResetCount() const;
 
-    std::recursive_mutex& lock() const { return _mutex; }
+    // Held around every use of the record; it is the XMP toolkit's own lock (XMPToolkit), as
+    // the toolkit must not be entered from two threads at once.
+    std::recursive_mutex& lock() const;
 
 private:
     struct Record;
-    mutable std::recursive_mutex _mutex;
     std::unique_ptr<Record> _record;
     ImageSettings _imageSettings;
     bool _hasImageSettings = false;

@@ -38,8 +38,11 @@ ExternalThreadRefPtr ExternalThread::find(const char* name) {
 ExternalThreadRefPtr ExternalThread::getCurrent() {
     if (!t_bound)
         return ExternalThreadRefPtr();
-    ExternalThreadRefPtr record = find(t_currentName.c_str());
-    return record && record->_owner == std::this_thread::get_id() ? record : ExternalThreadRefPtr();
+    std::lock_guard<std::mutex> lock(registryMutex());
+    auto it = registry().find(t_currentName);
+    if (it == registry().end() || it->second->_owner != std::this_thread::get_id())
+        return ExternalThreadRefPtr();
+    return ExternalThreadRefPtr(it->second);
 }
 
 bool ExternalThread::initialize(uint32_t aspect) {

@@ -40,7 +40,7 @@ private:
     std::string _name;
     std::atomic<bool> _initialized{false};
     std::thread::id _owner;
-    uint32_t _aspect = 0;
+    std::atomic<uint32_t> _aspect{0};
     mutable std::atomic<int> _refCount{0};
 };
 

@@ -1,9 +1,9 @@
 #include "OSGOIIOImageFileType.h"
 #include "OSGOIIOImageFileType_p.h"
 
-#include <exempi/xmp.h>
+#include "OSGXMPToolkit.h"
 
-#include <mutex>
+#include <exempi/xmp.h>
 
 namespace osg {
 
@@ -15,13 +15,11 @@ bool OIIOImageFileType::embedsXMPBlock() const {
 namespace oiio {
 
 bool embedXMP(const std::string& path, const std::string& packet, std::string& error) {
-    static std::mutex mutex;
-    static const bool ready = xmp_init();
-    std::lock_guard<std::mutex> lock(mutex);
-    if (!ready) {
+    if (!XMPToolkit::ready()) {
         error = "the XMP toolkit did not start";
         return false;
     }
+    std::lock_guard<std::recursive_mutex> lock(XMPToolkit::mutex());
     XmpPtr xmp = xmp_new(packet.data(), packet.size());
     if (!xmp) {
         error = "the XMP packet does not parse";
