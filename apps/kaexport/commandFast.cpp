@@ -3,98 +3,136 @@
 #include "kaexportApp.h"
 #include "kaexportHost.h"
 #include "kaexportOptions.h"
+#include "kaexportReport.h"
 
+#include "kaAtomicFile.h"
+#include "kaFile.h"
 #include "kaImageWriter.h"
+
+#include <CLI/CLI.hpp>
 
 #include <QFileInfo>
 
+#include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <memory>
 #include <ostream>
 
 namespace kaexport {
 
-extern const char* const kFastUsage;
-const char* const kFastUsage =
-    "Usage: kaexport fast OUT --count N [--width W] [--height H] [--ss N]\n"
-    "\n"
-    "Captures the scene N times at one resolution with one render dialog. OUT is a file name\n"
-    "(numbered -00000, -00001, ... when N > 1) or '-' for the PNG bytes of every capture on\n"
-    "standard output, one after the other.\n"
-    "\n"
-    "  --count N               number of captures (1 or more)\n"
-    "  --width W, --height H   size in pixels (default 1280 x 720)\n"
-    "  --ss N                  supersampling level 0..3 (default 0)\n";
-
-int commandFast(const QStringList& args, Streams& io, Host&) {
-    OptionReader reader(args);
-    auto usageError = [&](const QString& text) {
-        io.err << "kaexport fast: " << text.toStdString() << "\n" << kFastUsage;
-        return UsageError;
-    };
-    QString out;
+namespace {
+struct FastOptions {
+    std::string out;
     int count = 0, width = 1280, height = 720, superSampling = 0;
-    while (!reader.atEnd()) {
-        const QString arg = reader.next();
-        int* target = arg == "--count"    ? &count
-                      : arg == "--width"  ? &width
-                      : arg == "--height" ? &height
-                      : arg == "--ss"     ? &superSampling
-                                          : nullptr;
-        if (target) {
-            if (!reader.intValue(arg, *target))
-                return usageError(reader.error);
-            if (*target < (arg == "--ss" ? 0 : 1))
-                return usageError(
-                    QString("%1 must be %2 or more").arg(arg).arg(arg == "--ss" ? 0 : 1));
-        } else if (!reader.outputName(arg, out)) {
-            return usageError(reader.error);
-        }
-    }
-    if (out.isEmpty())
-        return usageError("no output given (a file name or '-')");
-    if (count < 1)
-        return usageError("--count N is needed");
+    bool force = false;
+};
 
-    kaImageWriter writer;
-    writer.setNoShowImage(true);
-    writer.exportImageFastInit(width, height, superSampling);
-    const auto start = std::chrono::steady_clock::now();
-    int made = 0;
-    for (int i = 0; i < count && !Host::interrupted(); ++i) {
-        if (out == "-") {
-            const std::string png = writer.exportImageFast();
-            if (png.empty())
-                break;
-            io.out.write(png.data(), std::streamsize(png.size()));
-            io.out.flush();
-        } else {
-            QString name = out;
-            if (count > 1) {
-                const QFileInfo info(out);
-                name = info.path() + "/" + info.completeBaseName() +
-                       kaImageWriter::getFrameName(i) +
-                       (info.suffix().isEmpty() ? QString() : "." + info.suffix());
+// Capture i of 'count' to 'out': numbered -00000, -00001, ... when there are several.
+QString captureName(const QString& out, int i, int count) {
+    if (count <= 1)
+        return out;
+    const QFileInfo info(out);
+    return info.path() + "/" + info.completeBaseName() + kaImageWriter::getFrameName(i) +
+           (info.suffix().isEmpty() ? QString() : "." + info.suffix());
+}
+} // namespace
+
+Runner defineFast(CLI::App& command) {
+    auto o = std::make_shared<FastOptions>();
+    describe(
+        command,
+        "Captures the scene N times at one resolution with one render dialog. OUT is a file name "
+        "(numbered -00000, -00001, ... when N > 1) or '-' for the PNG bytes of every capture on "
+        "standard output, one after the other.");
+    addOutput(command, o->out, "the file to write, or '-'");
+    command.add_option("--count", o->count, "number of captures")
+        ->type_name("N")
+        ->required()
+        ->check(rangeCheck(1, 100000000));
+    command.add_option("--width", o->width, "width in pixels")
+        ->type_name("W")
+        ->check(rangeCheck(1, 65536));
+    command.add_option("--height", o->height, "height in pixels")
+        ->type_name("H")
+        ->check(rangeCheck(1, 65536));
+    command.add_option("--ss", o->superSampling, "supersampling level")
+        ->type_name("N")
+        ->check(rangeCheck(0, 3));
+    command.add_flag("--force", o->force, "replace existing files");
+
+    return [o](Streams& io, Host*) {
+        const bool toStream = o->out == "-";
+        const QString out =
+            toStream ? QString() : kaFile::expandFilename(QString::fromStdString(o->out));
+        if (!toStream && !o->force) {
+            for (int i = 0; i < o->count; ++i) {
+                const QString name = captureName(out, i, o->count);
+                if (QFileInfo::exists(name)) {
+                    io.err << "kaexport fast: '" << name.toStdString()
+                           << "' exists; not overwriting it (use --force)\n";
+                    return int(Failed);
+                }
             }
-            writer.exportImageFast(name);
-            if (!QFileInfo::exists(name))
-                break;
         }
-        ++made;
-    }
-    writer.exportImageFastTerminate();
-    const double seconds =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    if (Host::interrupted())
-        return Cancelled;
-    if (made < count) {
-        io.err << "kaexport fast: " << made << " of " << count
-               << " captures made (see the messages above)\n";
-        return Failed;
-    }
-    io.err << "kaexport fast: " << made << " captures of " << width << " x " << height << " in "
-           << QString::number(seconds, 'f', 2).toStdString() << " s ("
-           << QString::number(made / seconds, 'f', 1).toStdString() << " per second)\n";
-    return Done;
+        kaAtomicFile::setReplaceExisting(o->force);
+
+        kaImageWriter writer;
+        writer.setNoShowImage(true);
+        WriteReport report;
+        writer.exportImageFastInit(o->width, o->height, o->superSampling);
+        const auto start = std::chrono::steady_clock::now();
+        int made = 0;
+        std::string streamError;
+        for (int i = 0; i < o->count && !Host::interrupted(); ++i) {
+            if (toStream) {
+                const std::string png = writer.exportImageFast();
+                if (png.empty())
+                    break;
+                errno = 0;
+                io.out.write(png.data(), std::streamsize(png.size()));
+                io.out.flush();
+                if (!io.out) {
+                    streamError = errno ? std::strerror(errno) : "the stream refused the data";
+                    break;
+                }
+            } else {
+                // The library adds the default extension to a name without one: count files.
+                const int before = report.written().size();
+                writer.exportImageFast(captureName(out, i, o->count));
+                if (report.written().size() == before || report.hasFailures())
+                    break;
+            }
+            ++made;
+        }
+        writer.exportImageFastTerminate();
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        Host::finishProgress(made == o->count);
+        if (Host::interrupted()) {
+            report.printWritten(io);
+            io.err << "kaexport fast: cancelled after " << made << " of " << o->count
+                   << " captures\n";
+            return int(Cancelled);
+        }
+        bool complete = made == o->count;
+        if (toStream) {
+            if (!streamError.empty())
+                io.err << "kaexport fast: couldn't write to standard output: " << streamError
+                       << "\n";
+        } else {
+            complete = report.print(io, "fast") && complete;
+        }
+        if (!complete) {
+            io.err << "kaexport fast: " << made << " of " << o->count
+                   << " captures made (see the messages above)\n";
+            return int(Failed);
+        }
+        io.err << "kaexport fast: " << made << " captures of " << o->width << " x " << o->height
+               << " in " << QString::number(seconds, 'f', 2).toStdString() << " s ("
+               << QString::number(made / seconds, 'f', 1).toStdString() << " per second)\n";
+        return int(Done);
+    };
 }
 
 } // namespace kaexport

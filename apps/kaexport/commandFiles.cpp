@@ -4,64 +4,60 @@
 
 #include "kaImageWriter.h"
 
+#include <CLI/CLI.hpp>
+
+#include <memory>
 #include <ostream>
 
 namespace kaexport {
 
-extern const char* const kFilesUsage;
-const char* const kFilesUsage =
-    "Usage: kaexport files OUT [--passes all|NAME,...] [--multilayer]\n"
-    "                          [--start S] [--stop E] [--step K]\n"
-    "\n"
-    "Prints the files that an export to OUT writes, one per line: one per stereo view\n"
-    "(\"ImageExport stereo mode\"), render pass and frame.\n"
-    "\n"
-    "  --passes all|NAME,...  render passes exported, each to its own file\n"
-    "  --multilayer           put the passes into one layered file where the format allows it\n"
-    "  --start S --stop E     a sequence of frames; a missing or negative value takes\n"
-    "                         \"MovieExport start frame\" / \"MovieExport stop frame\"\n"
-    "  --step K               every K-th frame from the start on (default 1)\n";
-
-int commandFiles(const QStringList& args, Streams& io) {
-    OptionReader reader(args);
-    auto usageError = [&](const QString& text) {
-        io.err << "kaexport files: " << text.toStdString() << "\n" << kFilesUsage;
-        return UsageError;
-    };
-
-    QString out;
-    std::vector<unsigned int> passes;
-    bool multiLayer = false, sequence = false;
+namespace {
+struct FilesOptions {
+    std::string out, passes;
+    bool multiLayer = false;
     int start = -1, stop = -1, step = 1;
-    while (!reader.atEnd()) {
-        QString arg = reader.next();
-        if (arg == "--passes") {
-            QString list, error;
-            if (!reader.value(arg, list))
-                return usageError(reader.error);
-            if (!parsePassList(list, passes, error))
-                return usageError(error);
-        } else if (arg == "--multilayer") {
-            multiLayer = true;
-        } else if (arg == "--start" || arg == "--stop" || arg == "--step") {
-            int& target = arg == "--start" ? start : arg == "--stop" ? stop : step;
-            if (!reader.intValue(arg, target))
-                return usageError(reader.error);
-            sequence = true;
-        } else if (!reader.outputName(arg, out)) {
-            return usageError(reader.error);
-        }
-    }
-    if (out.isEmpty())
-        return usageError("no output file name given");
+};
+} // namespace
 
-    kaImageWriter writer;
-    const QStringList names =
-        sequence ? writer.getExportedImageFilenames(out, passes, multiLayer, start, stop, step)
-                 : writer.getExportedImageFilenames(out, passes, multiLayer);
-    for (const QString& name : names)
-        io.out << name.toStdString() << "\n";
-    return Done;
+Runner defineFiles(CLI::App& command) {
+    auto o = std::make_shared<FilesOptions>();
+    describe(command, "Prints the files that an export to OUT writes, one per line: one per "
+                      "stereo view (\"ImageExport stereo mode\"), render pass and frame.");
+    addOutput(command, o->out, "the name the export is given");
+    command.add_option("--passes", o->passes, "render passes exported, each to its own file")
+        ->type_name("PASSES")
+        ->check(passListCheck());
+    command.add_flag("--multilayer", o->multiLayer,
+                     "put the passes into one layered file where the format allows it");
+    auto* start = command
+                      .add_option("--start", o->start,
+                                  "first frame of a sequence; a negative value takes "
+                                  "\"MovieExport start frame\"")
+                      ->type_name("S");
+    auto* stop = command
+                     .add_option("--stop", o->stop,
+                                 "last frame of a sequence; a negative value takes "
+                                 "\"MovieExport stop frame\"")
+                     ->type_name("E");
+    auto* step = command.add_option("--step", o->step, "every K-th frame from the start on")
+                     ->type_name("K")
+                     ->check(rangeCheck(1, 1000000));
+    return [o, start, stop, step](Streams& io, Host*) {
+        std::vector<unsigned int> passes;
+        QString error;
+        if (!o->passes.empty())
+            parsePassList(QString::fromStdString(o->passes), passes, error);
+        const bool sequence = start->count() + stop->count() + step->count() > 0;
+        kaImageWriter writer;
+        const QString out = QString::fromStdString(o->out);
+        const QStringList names =
+            sequence ? writer.getExportedImageFilenames(out, passes, o->multiLayer, o->start,
+                                                        o->stop, o->step)
+                     : writer.getExportedImageFilenames(out, passes, o->multiLayer);
+        for (const QString& name : names)
+            io.out << name.toStdString() << "\n";
+        return int(Done);
+    };
 }
 
 } // namespace kaexport

@@ -3,150 +3,130 @@
 #include "kaexportHost.h"
 #include "kaexportOptions.h"
 
+#include "kaAtomicFile.h"
 #include "kaMessage.h"
 #include "kaPlatform.h"
-#include "kaPreferenceKeys.h"
 #include "kaPreferences.h"
 
+#include <CLI/CLI.hpp>
+
+#include <map>
 #include <ostream>
 
 namespace kaexport {
 
-int commandFiles(const QStringList& args, Streams& io);
-int commandSnapshot(const QStringList& args, Streams& io, Host& host);
-int commandFast(const QStringList& args, Streams& io, Host& host);
-extern const char* const kFilesUsage;
-extern const char* const kSnapshotUsage;
-extern const char* const kFastUsage;
+Runner defineSnapshot(CLI::App& command);
+Runner defineFast(CLI::App& command);
+Runner defineFiles(CLI::App& command);
 
 const std::vector<Command>& commands() {
     static const std::vector<Command> table = {
-        {"snapshot", "render the scene into an image file", kSnapshotUsage, true,
-         [](const QStringList& a, Streams& io, Host* h) { return commandSnapshot(a, io, *h); }},
-        {"fast", "capture the scene repeatedly (files or PNG bytes)", kFastUsage, true,
-         [](const QStringList& a, Streams& io, Host* h) { return commandFast(a, io, *h); }},
-        {"files", "list the files an export writes", kFilesUsage, false,
-         [](const QStringList& a, Streams& io, Host*) { return commandFiles(a, io); }},
+        {"snapshot", "render the scene into an image file", true, defineSnapshot},
+        {"fast", "capture the scene repeatedly (files or PNG bytes)", true, defineFast},
+        {"files", "list the files an export writes", false, defineFiles},
     };
     return table;
 }
 
 namespace {
 
-void printUsage(std::ostream& out) {
-    out << "Usage: kaexport [--scene FILE] [--prefs FILE] [--set \"Key=value\"]... COMMAND [ARGS]\n"
-           "\n"
-           "Turns the 3D view into image files.\n"
-           "\n"
-           "Options (before or after COMMAND):\n"
-           "  --scene FILE       the scene to render (glTF, OBJ, FBX, ...); the built-in scene\n"
-           "                     when left out\n"
-           "  --prefs FILE       read the preferences from FILE (JSON) over the defaults\n"
-           "  --set \"Key=value\"  set one preference for this run; may be repeated\n"
-           "  --help             this text; COMMAND --help explains a command\n"
-           "  --version          the program's version\n"
-           "\n"
-           "Commands:\n";
-    for (const Command& command : commands())
-        out << "  " << QString(command.name).leftJustified(8).toStdString() << " "
-            << command.summary << "\n";
-    out << "\nPreferences (--set):\n";
-    for (const kaPreferenceKeys::Key& key : kaPreferenceKeys::all())
-        out << "  \"" << key.name << "\" (" << kaMessage::typeName(*key.type)
-            << "): " << key.description << "\n";
+// The program's own options, accepted before and after the command.
+struct ProgramOptions {
+    std::string scene, prefs;
+    std::vector<std::string> assignments;
+    bool verbose = false, version = false;
+};
+
+void defineProgram(CLI::App& app, ProgramOptions& o) {
+    app.description("Turns the 3D view into image files.");
+    app.footer("\nEach command has --help. Exit codes: 0 done, 1 failed, 2 usage error, "
+               "3 cancelled.\n\n" +
+               preferencesHelp());
+    app.add_option("--scene", o.scene,
+                   "the scene to render (glTF, OBJ, FBX, ...); the built-in scene when left out")
+        ->type_name("FILE");
+    app.add_option("--prefs", o.prefs, "read the preferences from FILE (JSON) over the defaults")
+        ->type_name("FILE");
+    app.add_option("--set", o.assignments, "set one preference for this run; may be repeated")
+        ->type_name("\"Key=value\"")
+        ->allow_extra_args(false);
+    app.add_flag("--verbose,-v", o.verbose,
+                 "also show the library's informational lines and diagnostics");
+    app.add_flag("--version", o.version, "the program's version");
+    // Options of the program may follow a command's own.
+    app.fallthrough();
+    app.require_subcommand(0, 1);
+}
+
+// Which part of the parser the error is about: "kaexport" or "kaexport snapshot".
+std::string whoseError(const CLI::App& app) {
+    for (const CLI::App* command : app.get_subcommands())
+        return "kaexport " + command->get_name();
+    return "kaexport";
+}
+
+int usageError(Streams& io, const std::string& who, const std::string& text) {
+    io.err << who << ": " << text << "\nTry '" << who << " --help'.\n";
+    return UsageError;
 }
 
 } // namespace
 
 int run(const QStringList& args, Streams& io) {
-    OptionReader reader(args);
-    auto usageError = [&](const QString& text) {
-        io.err << "kaexport: " << text.toStdString() << "\n"
-               << "Try 'kaexport --help'.\n";
-        return UsageError;
-    };
+    CLI::App app("", "kaexport");
+    ProgramOptions program;
+    defineProgram(app, program);
+    std::map<std::string, Runner> runners;
+    for (const Command& command : commands())
+        runners[command.name] = command.define(*app.add_subcommand(command.name, command.summary));
 
-    QString prefsFile, sceneFile;
-    QStringList assignments;
-    while (!reader.atEnd()) {
-        QString arg = reader.next();
-        if (arg == "--help" || arg == "-h") {
-            printUsage(io.out);
-            return Done;
-        }
-        if (arg == "--version") {
-            io.out << kaPlatform::getAppVersionName().toStdString() << "\n";
-            return Done;
-        }
-        if (arg == "--prefs") {
-            if (!reader.value(arg, prefsFile))
-                return usageError(reader.error);
-            continue;
-        }
-        if (arg == "--scene") {
-            if (!reader.value(arg, sceneFile))
-                return usageError(reader.error);
-            continue;
-        }
-        if (arg == "--set") {
-            QString assignment;
-            if (!reader.value(arg, assignment))
-                return usageError(reader.error);
-            assignments << assignment;
-            continue;
-        }
-        if (arg.startsWith("-"))
-            return usageError(QString("unknown option '%1'").arg(arg));
-
-        for (const Command& command : commands()) {
-            if (arg != command.name)
-                continue;
-            // The options of the whole program may also follow the command's own.
-            QStringList rest;
-            while (!reader.atEnd()) {
-                const QString next = reader.next();
-                QString* global = next == "--prefs"   ? &prefsFile
-                                  : next == "--scene" ? &sceneFile
-                                                      : nullptr;
-                QString assignment;
-                if (global || next == "--set") {
-                    if (!reader.value(next, global ? *global : assignment))
-                        return usageError(reader.error);
-                    if (!global)
-                        assignments << assignment;
-                    continue;
-                }
-                rest << next;
-            }
-            if (!prefsFile.isEmpty()) {
-                QString error;
-                if (!kaPreferences::load(prefsFile, &error)) {
-                    io.err << "kaexport: " << error.toStdString() << "\n";
-                    return Failed;
-                }
-            }
-            for (const QString& assignment : assignments) {
-                QString error;
-                if (!applyPreferenceAssignment(assignment, error))
-                    return usageError(error);
-            }
-            if (rest.contains("--help") || rest.contains("-h")) {
-                io.out << command.usage;
-                return Done;
-            }
-            if (!command.rendersScene)
-                return command.run(rest, io, nullptr);
-            Host host;
-            QString error;
-            if (!host.loadScene(sceneFile, error)) {
-                io.err << "kaexport: " << error.toStdString() << "\n";
-                return Failed;
-            }
-            return command.run(rest, io, &host);
-        }
-        return usageError(QString("unknown command '%1'").arg(arg));
+    // The parser takes its arguments last first.
+    std::vector<std::string> reversed;
+    for (auto it = args.rbegin(); it != args.rend(); ++it)
+        reversed.push_back(it->toStdString());
+    try {
+        app.parse(reversed);
+    } catch (const CLI::CallForHelp&) {
+        io.out << app.help();
+        return Done;
+    } catch (const CLI::ParseError& e) {
+        return usageError(io, whoseError(app), e.what());
     }
-    return usageError("no command given");
+    if (program.version) {
+        io.out << kaPlatform::getAppVersionName().toStdString() << "\n";
+        return Done;
+    }
+    const std::vector<CLI::App*> chosen = app.get_subcommands();
+    if (chosen.empty())
+        return usageError(io, "kaexport", "no command given");
+    const Command* command = nullptr;
+    for (const Command& c : commands())
+        if (chosen.front()->get_name() == c.name)
+            command = &c;
+
+    if (!program.prefs.empty()) {
+        kaMessage loaded;
+        QString error;
+        if (!readPreferencesFile(QString::fromStdString(program.prefs), loaded, error)) {
+            io.err << "kaexport: " << error.toStdString() << "\n";
+            return Failed;
+        }
+        kaPreferences::getData() = loaded;
+    }
+    for (const std::string& assignment : program.assignments) {
+        QString error;
+        if (!applyPreferenceAssignment(QString::fromStdString(assignment), error))
+            return usageError(io, "kaexport", error.toStdString());
+    }
+    if (!command->rendersScene)
+        return runners[command->name](io, nullptr);
+    Host host;
+    QString error;
+    if (!host.loadScene(QString::fromStdString(program.scene), error)) {
+        io.err << "kaexport: " << error.toStdString() << "\n";
+        return Failed;
+    }
+    return runners[command->name](io, &host);
 }
 
 } // namespace kaexport

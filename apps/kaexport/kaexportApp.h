@@ -4,6 +4,11 @@
 
 #include <functional>
 #include <iosfwd>
+#include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace kaexport {
 
@@ -17,14 +22,17 @@ struct Streams {
 
 class Host;
 
-// One sub-command: its name, one line for the command list, its usage text and its body;
-// commands that render get the host with its scene loaded.
+// What a command does once its options are parsed; commands that render get the host with its
+// scene loaded, the others null.
+using Runner = std::function<int(Streams& io, Host* host)>;
+
+// One sub-command: its name, one line for the command list, whether it renders, and the
+// function that declares its options on its part of the parser and returns its runner.
 struct Command {
     const char* name;
     const char* summary;
-    const char* usage;
     bool rendersScene;
-    std::function<int(const QStringList& args, Streams& io, Host* host)> run;
+    std::function<Runner(CLI::App& command)> define;
 };
 
 const std::vector<Command>& commands();

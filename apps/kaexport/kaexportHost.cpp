@@ -33,32 +33,37 @@ void onSigint(int) {
     [[maybe_unused]] ssize_t written = ::write(g_signalPipe[1], &byte, 1);
 }
 
+// The progress display: a bar on a terminal, a line per whole percent otherwise.
+int g_lastPercent = -1;
+bool g_barOpen = false; // a bar is on the terminal's last line, without its line break
+
+void drawBar(int percent) {
+    const int filled = percent / 5;
+    std::fprintf(stderr, "\r[%.*s%.*s] %3d%%", filled, "####################", 20 - filled,
+                 "....................", percent);
+    g_barOpen = true;
+}
+
+void showProgress(double progress) {
+    const int percent = std::clamp(int(progress * 100.0 + 0.5), 0, 100);
+    if (percent == g_lastPercent)
+        return;
+    g_lastPercent = percent;
+    if (isatty(fileno(stderr)))
+        drawBar(percent);
+    else
+        std::fprintf(stderr, "progress %d%%\n", percent);
+    std::fflush(stderr);
+}
+
 // Aborts the render dialog that is running, as its Abort button would.
 void abortRunningRender() {
     g_interrupted = true;
-    std::fprintf(stderr, "\nkaexport: interrupted, stopping the render\n");
+    std::fprintf(stderr, "%skaexport: interrupted, stopping the render\n", g_barOpen ? "\n" : "");
+    g_barOpen = false;
     for (QWidget* widget : QApplication::topLevelWidgets())
         if (widget->objectName() == "ImageRenderWidget" && widget->isVisible())
             static_cast<QDialog*>(widget)->reject();
-}
-
-// A bar on a terminal, a line per whole percent otherwise.
-void showProgress(double progress) {
-    static int last = -1;
-    const int percent = int(progress * 100.0 + 0.5);
-    if (percent == last)
-        return;
-    last = percent;
-    if (isatty(fileno(stderr))) {
-        const int filled = percent / 5;
-        std::fprintf(stderr, "\r[%.*s%.*s] %3d%%", filled, "####################", 20 - filled,
-                     "....................", percent);
-        if (percent >= 100)
-            std::fputc('\n', stderr);
-    } else {
-        std::fprintf(stderr, "progress %d%%\n", percent);
-    }
-    std::fflush(stderr);
 }
 
 // Looks through the scene's first camera; without one, from in front of everything it holds.
@@ -137,6 +142,16 @@ bool Host::loadScene(const QString& sceneFile, QString& error) {
 
 bool Host::interrupted() {
     return g_interrupted;
+}
+
+void Host::finishProgress(bool complete) {
+    if (complete && g_lastPercent >= 0 && g_lastPercent < 100)
+        showProgress(1.0);
+    if (g_barOpen)
+        std::fputc('\n', stderr);
+    g_barOpen = false;
+    g_lastPercent = -1;
+    std::fflush(stderr);
 }
 
 } // namespace kaexport

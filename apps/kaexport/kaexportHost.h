@@ -19,6 +19,8 @@ public:
     bool loadScene(const QString& sceneFile, QString& error);
     // Whether Ctrl-C was pressed since the host was made.
     static bool interrupted();
+    // Ends the progress display on its own line: at 100 % when the work is 'complete'.
+    static void finishProgress(bool complete);
 
 private:
     std::unique_ptr<kaOSGWidget> _view;

@@ -1,43 +1,15 @@
 #include "kaexportOptions.h"
 
+#include "kaMessage.h"
 #include "kaPreferenceKeys.h"
 #include "kaPreferences.h"
 #include "kaRenderPasses.h"
 
+#include <CLI/CLI.hpp>
+
+#include <QStringList>
+
 namespace kaexport {
-
-bool OptionReader::value(const QString& name, QString& out) {
-    if (atEnd()) {
-        error = QString("option %1 needs a value").arg(name);
-        return false;
-    }
-    out = next();
-    return true;
-}
-
-bool OptionReader::intValue(const QString& name, int& out) {
-    QString text;
-    if (!value(name, text))
-        return false;
-    bool ok = false;
-    out = text.toInt(&ok);
-    if (!ok)
-        error = QString("option %1 needs an integer, not '%2'").arg(name, text);
-    return ok;
-}
-
-bool OptionReader::outputName(const QString& arg, QString& out) {
-    if (arg.startsWith("--")) {
-        error = QString("unknown option '%1'").arg(arg);
-        return false;
-    }
-    if (!out.isEmpty()) {
-        error = QString("one output name only, not also '%1'").arg(arg);
-        return false;
-    }
-    out = arg;
-    return true;
-}
 
 bool parsePassList(const QString& text, std::vector<unsigned int>& passes, QString& error) {
     passes.clear();
@@ -68,6 +40,17 @@ bool parsePassList(const QString& text, std::vector<unsigned int>& passes, QStri
     return true;
 }
 
+CLI::Validator passListCheck() {
+    return CLI::Validator(
+        [](std::string& text) {
+            std::vector<unsigned int> passes;
+            QString error;
+            return parsePassList(QString::fromStdString(text), passes, error) ? std::string()
+                                                                              : error.toStdString();
+        },
+        "all|NAME,...");
+}
+
 bool applyPreferenceAssignment(const QString& assignment, QString& error) {
     int equals = assignment.indexOf('=');
     if (equals <= 0) {
@@ -89,6 +72,58 @@ bool applyPreferenceAssignment(const QString& assignment, QString& error) {
     }
     kaPreferences::getData().setAny(key, value);
     return true;
+}
+
+bool readPreferencesFile(const QString& path, kaMessage& out, QString& error) {
+    QString why;
+    if (!kaPreferences::read(path, out, why)) {
+        error = QString("Couldn't read preferences '%1': %2").arg(path, why);
+        return false;
+    }
+    // A value the library would read with another type, or outside what it can take, stops the
+    // run here, in one line, instead of deep inside an export.
+    for (const kaPreferenceKeys::Key& key : kaPreferenceKeys::all()) {
+        if (!kaPreferenceKeys::check(key, out.get(key.name), why)) {
+            error = QString("Couldn't use preferences '%1': \"%2\" %3").arg(path, key.name, why);
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string preferencesHelp() {
+    std::string text = "Preferences (--set \"Key=value\", or a --prefs file):\n";
+    for (const kaPreferenceKeys::Key& key : kaPreferenceKeys::all()) {
+        QString type = kaPreferenceKeys::typeLabel(*key.type);
+        if (key.minimum > -1e299 || key.maximum < 1e299)
+            type += QString(" %1..%2").arg(key.minimum, 0, 'g', 10).arg(key.maximum, 0, 'g', 10);
+        if (key.listSize > 0)
+            type += QString(", %1 values").arg(key.listSize);
+        text += "  \"" + std::string(key.name) + "\" (" + type.toStdString() +
+                "): " + key.description + "\n";
+    }
+    return text;
+}
+
+CLI::Validator rangeCheck(double minimum, double maximum) {
+    const QString range = QString("%1..%2").arg(minimum, 0, 'g', 10).arg(maximum, 0, 'g', 10);
+    return CLI::Validator(
+        [minimum, maximum, range](std::string& text) {
+            bool ok = false;
+            const double value = QString::fromStdString(text).toDouble(&ok);
+            if (ok && value >= minimum && value <= maximum)
+                return std::string();
+            return "Value " + text + " is not in " + range.toStdString();
+        },
+        range.toStdString());
+}
+
+void describe(CLI::App& command, const std::string& explanation) {
+    command.footer("\n" + explanation);
+}
+
+CLI::Option* addOutput(CLI::App& command, std::string& out, const char* description) {
+    return command.add_option("OUT", out, description)->required()->type_name("");
 }
 
 } // namespace kaexport

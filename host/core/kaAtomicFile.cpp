@@ -80,6 +80,10 @@ bool kaAtomicFile::replaceExisting() {
     return g_replaceExisting;
 }
 
+const char* kaAtomicFile::existsError() {
+    return "the file exists and replacing it was not asked for";
+}
+
 void kaAtomicFile::fail(const std::string& reason) {
     if (_error.empty())
         _error = reason.empty() ? std::string("unknown error") : reason;
@@ -208,8 +212,7 @@ bool kaAtomicFile::commit() {
         if (::rename(_stagedName.c_str(), _finalName.c_str()) != 0)
             return failWithErrno(nullptr);
     } else if (const int error = renameWithoutReplacing(_stagedName, _finalName)) {
-        fail(error == EEXIST ? "the file exists and replacing it was not asked for"
-                             : errnoText(error));
+        fail(error == EEXIST ? existsError() : errnoText(error));
         return false;
     }
     _committed = true;

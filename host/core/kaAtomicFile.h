@@ -61,6 +61,8 @@ public:
     // so that two programs writing one name can never silently overwrite each other.
     static void setReplaceExisting(bool replace);
     static bool replaceExisting();
+    // The error of a commit that found the final name taken while replacing was off.
+    static const char* existsError();
 
 private:
     bool failWithErrno(const char* what);

@@ -11,6 +11,19 @@ const std::type_info* const kInt = &typeid(int);
 const std::type_info* const kFloat = &typeid(float);
 const std::type_info* const kIntList = &typeid(std::vector<int>);
 const std::type_info* const kString = &typeid(QString);
+constexpr double kMaxInt = 2147483647.0;
+// Far beyond any picture a machine can hold; a typo's extra zeros are caught.
+constexpr double kMaxSide = 1048576.0;
+
+bool hasRange(const Key& key) {
+    return key.minimum > -1e299 || key.maximum < 1e299;
+}
+
+QString number(double value) {
+    return QString::number(value, 'g', 10);
+}
+
+boost::any parseText(const Key& key, const QString& text, QString& error);
 } // namespace
 
 const std::vector<Key>& all() {
@@ -19,27 +32,29 @@ const std::vector<Key>& all() {
         {"ImageExport exr half", kBool, "write EXR exports as half float"},
         {"ImageExport multi layer exr", kBool, "put all render passes into one layered file"},
         {"ImageExport add sig", kBool, "draw the text signature into exported images"},
-        {"ImageExport width", kInt, "export width in pixels"},
-        {"ImageExport height", kInt, "export height in pixels"},
-        {"MovieExport ssfactor", kInt, "supersampling level 0..3"},
+        {"ImageExport width", kInt, "export width in pixels", 1, kMaxSide},
+        {"ImageExport height", kInt, "export height in pixels", 1, kMaxSide},
+        {"MovieExport ssfactor", kInt, "supersampling level", 0, 3},
         {"ImageExport ignore aspect", kBool, "keep the picture's shape (false: match the view's)"},
         {"MovieExport alpha", kBool, "export an alpha channel"},
-        {"MovieExport start frame", kInt, "first frame of a sequence"},
-        {"MovieExport stop frame", kInt, "last frame of a sequence"},
-        {"MovieExport fps", kInt, "frames per second of sequences and movies"},
-        {"MovieExport dpi", kFloat, "resolution written into image files"},
-        {"ImageExport stereo mode", kInt, "0 mono, 1 two eyes, 2 five eyes, 3 nine eyes"},
-        {"ImageExport quality", kInt, "JPEG quality 0..100"},
+        {"MovieExport start frame", kInt, "first frame of a sequence", 0, kMaxInt},
+        {"MovieExport stop frame", kInt, "last frame of a sequence", 0, kMaxInt},
+        {"MovieExport fps", kInt, "frames per second of sequences and movies", 1, 1000},
+        {"MovieExport dpi", kFloat, "resolution written into image files", 1, 100000},
+        {"ImageExport stereo mode", kInt, "0 mono, 1 two eyes, 2 five eyes, 3 nine eyes", 0, 3},
+        {"ImageExport quality", kInt, "JPEG quality", 0, 100},
         {"ImageExport show image", kBool, "show each saved image in a viewer"},
         {"ImageExport single viewer", kBool, "reuse one viewer window"},
-        {"ImageExport sig position", kIntList, "signature x, y from the lower-left corner"},
-        {"ImageExport sig font size", kInt, "signature font pixel size"},
-        {"ImageExport sig color", kIntList, "signature red, green, blue 0..255"},
+        {"ImageExport sig position", kIntList, "signature x, y from the lower-left corner",
+         -kMaxSide, kMaxSide, 2},
+        {"ImageExport sig font size", kInt, "signature font pixel size", 1, 1000},
+        {"ImageExport sig color", kIntList, "signature red, green, blue", 0, 255, 3},
         {"ImageExport sig comment", kString, "signature comment"},
         {"ImageExport sig add filename", kBool, "signature starts with the file name"},
         {"ImageExport sig add date", kBool, "signature shows the date"},
         {"ImageExport sig add time", kBool, "signature shows the time"},
-        {"Image Export Max Framebuffer Memory", kInt, "tile memory budget in MB, 0 = unlimited"},
+        {"Image Export Max Framebuffer Memory", kInt, "tile memory budget in MB, 0 = unlimited",
+         0, kMaxInt},
         {"Use System Monitor Profile", kBool, "embed the display's ICC profile (colour space 3)"},
         {"Monitorprofile", kString, "ICC profile file used for colour space 3 as fallback"},
         {"Imageprofile", kString, "ICC profile file used for colour space 4"},
@@ -90,7 +105,80 @@ kaMessage defaults() {
     return m;
 }
 
+QString typeLabel(const std::type_info& type) {
+    if (type == typeid(bool))
+        return "bool";
+    if (type == typeid(int))
+        return "int";
+    if (type == typeid(float))
+        return "float";
+    if (type == typeid(std::vector<int>))
+        return "list";
+    if (type == typeid(QString))
+        return "text";
+    return "unknown";
+}
+
+QString allowedValues(const Key& key) {
+    const QString range = hasRange(key) ? QString(" from %1 to %2").arg(number(key.minimum),
+                                                                        number(key.maximum))
+                                        : QString();
+    if (*key.type == typeid(std::vector<int>))
+        return (key.listSize > 0 ? QString("a list of %1 ints").arg(key.listSize)
+                                 : QString("a list of ints")) +
+               range;
+    if (*key.type == typeid(int))
+        return "an int" + range;
+    if (*key.type == typeid(float))
+        return "a float" + range;
+    if (*key.type == typeid(bool))
+        return "a bool (true or false)";
+    return "text";
+}
+
+bool check(const Key& key, const boost::any& value, QString& error) {
+    if (value.empty() || value.type() != *key.type) {
+        error = QString("must be %1, not %2")
+                    .arg(allowedValues(key),
+                         value.empty() ? QString("nothing")
+                                       : "a value of type " + typeLabel(value.type()));
+        return false;
+    }
+    auto inRange = [&](double v) { return v >= key.minimum && v <= key.maximum; };
+    if (*key.type == typeid(int) && !inRange(boost::any_cast<int>(value))) {
+        error = QString("must be %1, not %2").arg(allowedValues(key)).arg(boost::any_cast<int>(value));
+        return false;
+    }
+    if (*key.type == typeid(float) && !inRange(double(boost::any_cast<float>(value)))) {
+        error = QString("must be %1, not %2")
+                    .arg(allowedValues(key), number(double(boost::any_cast<float>(value))));
+        return false;
+    }
+    if (*key.type == typeid(std::vector<int>)) {
+        const auto& list = boost::any_cast<const std::vector<int>&>(value);
+        bool ok = key.listSize == 0 || int(list.size()) == key.listSize;
+        QStringList items;
+        for (int v : list) {
+            ok = ok && inRange(v);
+            items << QString::number(v);
+        }
+        if (!ok) {
+            error = QString("must be %1, not [%2]").arg(allowedValues(key), items.join(", "));
+            return false;
+        }
+    }
+    return true;
+}
+
 boost::any parseValue(const Key& key, const QString& text, QString& error) {
+    boost::any value = parseText(key, text, error);
+    if (!value.empty() && !check(key, value, error))
+        return boost::any();
+    return value;
+}
+
+namespace {
+boost::any parseText(const Key& key, const QString& text, QString& error) {
     const QString t = text.trimmed();
     bool ok = false;
     if (*key.type == typeid(bool)) {
@@ -132,5 +220,7 @@ boost::any parseValue(const Key& key, const QString& text, QString& error) {
     }
     return boost::any();
 }
+
+} // namespace
 
 } // namespace kaPreferenceKeys

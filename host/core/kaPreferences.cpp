@@ -119,11 +119,45 @@ QString kaPreferences::getPath() {
     return store().path;
 }
 
+bool kaPreferences::read(const QString& path, kaMessage& out, QString& error) {
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        error = file.errorString();
+        return false;
+    }
+    QJsonParseError parseError;
+    QJsonDocument doc = QJsonDocument::fromJson(file.readAll(), &parseError);
+    if (parseError.error != QJsonParseError::NoError) {
+        error = QString("%1 at offset %2").arg(parseError.errorString()).arg(parseError.offset);
+        return false;
+    }
+    if (!doc.isObject() || !doc.object().value("values").isObject()) {
+        error = "no \"values\" object at the top level";
+        return false;
+    }
+    // Parse everything first so that a bad entry leaves the defaults, not a mixture.
+    kaMessage loaded = kaPreferenceKeys::defaults();
+    QJsonObject values = doc.object().value("values").toObject();
+    for (auto it = values.begin(); it != values.end(); ++it) {
+        boost::any value;
+        QString why;
+        if (!fromJson(it.value(), value, why)) {
+            error = QString("key \"%1\": %2").arg(it.key(), why);
+            return false;
+        }
+        loaded.setAny(it.key().toStdString(), value);
+    }
+    out = loaded;
+    return true;
+}
+
 bool kaPreferences::load(const QString& path, QString* error) {
     Store& s = store();
     s.path = path;
-    s.data = kaPreferenceKeys::defaults();
-    auto fail = [&](const QString& why) {
+    kaMessage loaded;
+    QString why;
+    if (!read(path, loaded, why)) {
+        s.data = kaPreferenceKeys::defaults();
         QString text =
             QString("Couldn't read preferences '%1': %2. Using the defaults; the file is "
                     "kept as it is.")
@@ -132,28 +166,6 @@ bool kaPreferences::load(const QString& path, QString* error) {
         s.unreadablePath = QFileInfo(path).absoluteFilePath();
         report(error, text);
         return false;
-    };
-
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return fail(file.errorString());
-    QJsonParseError parseError;
-    QJsonDocument doc = QJsonDocument::fromJson(file.readAll(), &parseError);
-    if (parseError.error != QJsonParseError::NoError)
-        return fail(
-            QString("%1 at offset %2").arg(parseError.errorString()).arg(parseError.offset));
-    if (!doc.isObject() || !doc.object().value("values").isObject())
-        return fail("no \"values\" object at the top level");
-
-    // Parse everything first so that a bad entry leaves the defaults, not a mixture.
-    kaMessage loaded = kaPreferenceKeys::defaults();
-    QJsonObject values = doc.object().value("values").toObject();
-    for (auto it = values.begin(); it != values.end(); ++it) {
-        boost::any value;
-        QString why;
-        if (!fromJson(it.value(), value, why))
-            return fail(QString("key \"%1\": %2").arg(it.key(), why));
-        loaded.setAny(it.key().toStdString(), value);
     }
     s.data = loaded;
     if (s.unreadablePath == QFileInfo(path).absoluteFilePath())

@@ -16,6 +16,10 @@ public:
     // Replaces the store by the host defaults (kaPreferenceKeys).
     static void resetToDefaults();
 
+    // Reads 'path' over the host defaults into 'out' without touching the store; false with
+    // the reason in 'error' (unreadable, malformed, a value of an unknown type).
+    static bool read(const QString& path, kaMessage& out, QString& error);
+
     // Loads 'path' over the defaults. On failure (unreadable, malformed, a value of an unknown
     // type) the store holds the defaults, 'error' says what was wrong and the file is left
     // untouched; a later save() to the same path first moves the file aside to

@@ -140,9 +140,16 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error) {
         importer.ReadFile(fileName.toStdString(),
                           aiProcess_Triangulate | aiProcess_GenSmoothNormals |
                               aiProcess_JoinIdenticalVertices | aiProcess_ValidateDataStructure);
+    // A file that reads but holds no meshes comes back flagged incomplete, without a reason.
+    if (scene && scene->mRootNode && scene->mNumMeshes == 0) {
+        error = QString("The scene file '%1' has no geometry to render.").arg(fileName);
+        return osg::NodePtr();
+    }
     if (!scene || !scene->mRootNode || (scene->mFlags & AI_SCENE_FLAGS_INCOMPLETE)) {
-        error = QString("Couldn't read the scene file '%1': %2")
-                    .arg(fileName, QString::fromUtf8(importer.GetErrorString()));
+        QString why = QString::fromUtf8(importer.GetErrorString());
+        if (why.isEmpty())
+            why = "the importer found the file incomplete";
+        error = QString("Couldn't read the scene file '%1': %2").arg(fileName, why);
         return osg::NodePtr();
     }
     const QString suffix = QFileInfo(fileName).suffix().toLower();

@@ -65,23 +65,37 @@ TEST_F(kaexportFiles, UsageErrorsExitWithTwoAndSayWhy) {
         const char* says;
     };
     const Case cases[] = {
-        {{}, "no command given"},
-        {{"frobnicate"}, "unknown command 'frobnicate'"},
-        {{"--bogus", "files", "x.png"}, "unknown option '--bogus'"},
-        {{"files"}, "no output file name given"},
-        {{"files", "a.png", "b.png"}, "one output name only"},
-        {{"files", "a.png", "a.png"}, "one output name only, not also 'a.png'"},
-        {{"files", "a.png", "--glitter"}, "unknown option '--glitter'"},
-        {{"snapshot", "a.png", "--glitter"}, "unknown option '--glitter'"},
-        {{"snapshot", "a.png", "b.png"}, "one output name only, not also 'b.png'"},
-        {{"fast", "-", "--count", "1", "b.png"}, "one output name only, not also 'b.png'"},
+        {{}, "kaexport: no command given"},
+        {{"frobnicate"}, "kaexport: The following argument was not expected: frobnicate"},
+        {{"--bogus", "files", "x.png"}, "The following argument was not expected: --bogus"},
+        {{"files"}, "kaexport files: OUT is required"},
+        {{"files", "a.png", "b.png"},
+         "kaexport files: The following argument was not expected: b.png"},
+        {{"files", "a.png", "--glitter"}, "The following argument was not expected: --glitter"},
+        {{"snapshot", "a.png", "--glitter"}, "The following argument was not expected: --glitter"},
+        {{"snapshot", "a.png", "b.png"},
+         "kaexport snapshot: The following argument was not expected: b.png"},
+        {{"fast", "-", "--count", "1", "b.png"},
+         "kaexport fast: The following argument was not expected: b.png"},
+        {{"fast", "-"}, "kaexport fast: --count is required"},
         {{"files", "a.png", "--passes", "beauty,glitter"}, "unknown render pass 'glitter'"},
-        {{"files", "a.png", "--start", "x"}, "needs an integer"},
-        {{"files", "a.png", "--passes"}, "needs a value"},
+        {{"files", "a.png", "--start", "x"}, "Could not convert: --start = x"},
+        {{"files", "a.png", "--passes"}, "--passes: 1 required"},
+        {{"files", "a.png", "--step", "0"}, "--step: Value 0 is not in 1..1000000"},
+        {{"snapshot", "a.png", "--ss", "9"}, "kaexport snapshot: --ss: Value 9 is not in 0..3"},
+        {{"snapshot", "a.png", "--icc", "7"}, "--icc: Value 7 is not in 0..4"},
+        {{"snapshot", "a.png", "--metadata", "99999"}, "--metadata: Value 99999 is not in 0..255"},
+        {{"snapshot", "a.png", "--width", "0"}, "--width: Value 0 is not in 1..1048576"},
+        {{"snapshot", "a.png", "--dpi", "-3"}, "--dpi: Value -3 is not in 1..100000"},
+        {{"snapshot", "a.png", "--alpha", "--no-alpha"}, "--alpha excludes --no-alpha"},
         {{"--set", "No Such Key=1", "files", "a.png"}, "unknown preference 'No Such Key'"},
         {{"--set", "ImageExport width=wide", "files", "a.png"}, "'wide' is not an integer"},
         {{"--set", "ImageExport add sig=maybe", "files", "a.png"}, "is not a bool"},
         {{"--set", "ImageExport sig color=1,x", "files", "a.png"}, "list of integers"},
+        {{"--set", "ImageExport quality=500", "files", "a.png"},
+         "preference 'ImageExport quality': must be an int from 0 to 100, not 500"},
+        {{"--set", "MovieExport ssfactor=-1", "files", "a.png"},
+         "preference 'MovieExport ssfactor': must be an int from 0 to 3, not -1"},
         {{"--set", "novalue", "files", "a.png"}, "--set needs \"Key=value\""},
     };
     for (const Case& c : cases) {
@@ -97,11 +111,16 @@ TEST_F(kaexportFiles, HelpForTheProgramAndForEachCommand) {
     Outcome r = runKaexport({"--help"});
     EXPECT_EQ(r.code, 0);
     EXPECT_NE(r.out.find("Usage: kaexport"), std::string::npos);
-    EXPECT_NE(r.out.find("\"ImageExport stereo mode\" (int)"), std::string::npos);
+    // Preference types as users read them, never C++ type names.
+    EXPECT_NE(r.out.find("\"ImageExport stereo mode\" (int 0..3)"), std::string::npos) << r.out;
+    EXPECT_NE(r.out.find("\"ImageExport sig color\" (list 0..255, 3 values)"), std::string::npos);
+    EXPECT_NE(r.out.find("\"Imageprofile\" (text)"), std::string::npos);
+    EXPECT_EQ(r.out.find("QString"), std::string::npos);
+    EXPECT_EQ(r.out.find("std::vector"), std::string::npos);
     for (const kaexport::Command& command : kaexport::commands()) {
         Outcome help = runKaexport({command.name, "--help"});
         EXPECT_EQ(help.code, 0);
-        EXPECT_EQ(help.out, command.usage);
+        EXPECT_NE(help.out.find(std::string("kaexport ") + command.name), std::string::npos);
     }
 }
 

@@ -36,8 +36,7 @@ TEST(kaexportProgram, ListsFilesWithoutADisplay) {
 TEST(kaexportProgram, UsageErrorExitsWithTwo) {
     Result r = runProgram({"files"});
     EXPECT_EQ(r.code, 2);
-    EXPECT_TRUE(r.err.startsWith("kaexport files: no output file name given\n"))
-        << r.err.toStdString();
+    EXPECT_TRUE(r.err.startsWith("kaexport files: OUT is required\n")) << r.err.toStdString();
 }
 
 TEST(kaexportProgram, VersionNamesTheApplication) {

@@ -1,0 +1,88 @@
+#include "kaexportReport.h"
+
+#include "kaAtomicFile.h"
+
+#include <QFileInfo>
+
+#include <ostream>
+
+namespace kaexport {
+
+QString sizeText(qint64 bytes) {
+    return bytes >= 1048576 ? QString::number(double(bytes) / 1048576.0, 'f', 1) + " MB"
+                            : QString::number(double(bytes) / 1024.0, 'f', 1) + " kB";
+}
+
+WriteReport::WriteReport()
+    : _listener(kaWriteJournal::addListener([this](const kaWriteJournal::Entry& entry) {
+        std::lock_guard<std::mutex> lock(_mutex);
+        _entries.push_back(entry);
+    })) {}
+
+WriteReport::~WriteReport() {
+    kaWriteJournal::removeListener(_listener);
+}
+
+QStringList WriteReport::written() const {
+    std::lock_guard<std::mutex> lock(_mutex);
+    QStringList names;
+    for (const kaWriteJournal::Entry& entry : _entries)
+        if (entry.written && !names.contains(QString::fromStdString(entry.fileName)))
+            names << QString::fromStdString(entry.fileName);
+    return names;
+}
+
+bool WriteReport::hasFailures() const {
+    std::lock_guard<std::mutex> lock(_mutex);
+    for (const kaWriteJournal::Entry& entry : _entries)
+        if (!entry.written)
+            return true;
+    return false;
+}
+
+bool WriteReport::wasWritten(const QString& name) const {
+    return written().contains(name);
+}
+
+void WriteReport::printWritten(Streams& io) const {
+    for (const QString& file : written())
+        io.out << "Wrote " << file.toStdString() << " ("
+               << sizeText(QFileInfo(file).size()).toStdString() << ")\n";
+    io.out.flush();
+}
+
+bool WriteReport::print(Streams& io, const char* command, const QStringList& expected) const {
+    std::vector<kaWriteJournal::Entry> entries;
+    {
+        std::lock_guard<std::mutex> lock(_mutex);
+        entries = _entries;
+    }
+    const QStringList done = written();
+    printWritten(io);
+    bool complete = !done.isEmpty();
+    QStringList named;
+    for (const kaWriteJournal::Entry& entry : entries) {
+        if (entry.written)
+            continue;
+        complete = false;
+        std::string why = entry.error;
+        if (why == kaAtomicFile::existsError())
+            why += " (use --force to replace it)";
+        io.err << "kaexport " << command << ": couldn't write '" << entry.fileName << "': " << why
+               << "\n";
+        named << QString::fromStdString(entry.fileName);
+    }
+    for (const QString& file : expected) {
+        if (done.contains(file) || named.contains(file))
+            continue;
+        complete = false;
+        io.err << "kaexport " << command << ": '" << file.toStdString()
+               << "' was not written (see the messages above)\n";
+    }
+    if (done.isEmpty() && named.isEmpty() && expected.isEmpty())
+        io.err << "kaexport " << command << ": nothing was written (see the messages above)\n";
+    io.out.flush();
+    return complete;
+}
+
+} // namespace kaexport

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "kaexportApp.h"
+
+#include "kaWriteJournal.h"
+
+#include <QString>
+#include <QStringList>
+
+#include <mutex>
+#include <vector>
+
+namespace kaexport {
+
+// The files a command wrote or failed to write while the report lived, as the host's writers
+// report them (kaWriteJournal): "Wrote" is printed only for files that are complete under their
+// final names, and every failure is named with its cause.
+class WriteReport {
+public:
+    WriteReport();
+    ~WriteReport();
+    WriteReport(const WriteReport&) = delete;
+    WriteReport& operator=(const WriteReport&) = delete;
+
+    QStringList written() const;
+    bool hasFailures() const;
+    bool wasWritten(const QString& name) const;
+
+    // "Wrote NAME (SIZE)" for each written file on io.out.
+    void printWritten(Streams& io) const;
+    // The written files as printWritten() does; on io.err a line per failure
+    // ("kaexport COMMAND: couldn't write 'NAME': CAUSE") and per expected file that was not
+    // written. True when nothing failed, something was written and every expected file was.
+    bool print(Streams& io, const char* command, const QStringList& expected = {}) const;
+
+private:
+    mutable std::mutex _mutex;
+    std::vector<kaWriteJournal::Entry> _entries;
+    int _listener;
+};
+
+// "11.4 kB", "3.2 MB".
+QString sizeText(qint64 bytes);
+
+} // namespace kaexport
