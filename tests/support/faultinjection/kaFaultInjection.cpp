@@ -65,7 +65,7 @@ int errorNamed(const char* name) {
 }
 
 // Set up from the environment when loaded with LD_PRELOAD.
-__attribute__((constructor)) void armFromEnvironment() {
+void armFromEnvironment() {
     const char* folder = std::getenv("KA_FAULT_DIR");
     if (!folder || !*folder)
         return;
@@ -74,6 +74,11 @@ __attribute__((constructor)) void armFromEnvironment() {
     kaFaultArm(folder, std::getenv("KA_FAULT_OP"), nth ? std::atoi(nth) : 1,
                errorNamed(std::getenv("KA_FAULT_ERRNO")), once && std::strcmp(once, "1") == 0);
 }
+
+// After the settings above exist: objects of one file are made in the order they are written.
+const struct ArmedFromEnvironment {
+    ArmedFromEnvironment() { armFromEnvironment(); }
+} g_armedFromEnvironment;
 
 std::string absolute(int dirfd, const char* path) {
     if (!path)
