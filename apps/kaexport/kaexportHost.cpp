@@ -1,46 +1,115 @@
 #include "kaexportHost.h"
 
+#include "kaexportApp.h"
+
 #include "OSGGeometry.h"
 #include "OSGNodeCores.h"
+#include "kaAtomicFile.h"
 #include "kaBuiltinScene.h"
 #include "kaController.h"
 #include "kaFileIO.h"
 #include "kaNodeUtils.h"
 #include "kaOSGWidget.h"
 #include "kaSceneImport.h"
+#include "kaWriteJournal.h"
 
 #include <QApplication>
 #include <QDialog>
 #include <QSocketNotifier>
 #include <QWidget>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <csignal>
 #include <cstdio>
-#include <unistd.h>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
 
 namespace kaexport {
 
 namespace {
 
 int g_signalPipe[2] = {-1, -1};
-bool g_interrupted = false;
+int g_watchPipe[2] = {-1, -1};
+std::atomic<bool> g_interrupted{false};
+std::atomic<bool> g_commandDone{false};
+std::mutex g_writtenMutex;
+std::vector<std::string> g_written;
 
 void onSigint(int) {
+    // Only async-signal-safe calls here. Renders that keep the GUI thread busy stop on the flag;
+    // the GUI thread reads the first pipe and closes the render dialog, the watch the second.
+    kaController::interruptRenders();
     const char byte = 1;
-    // Only async-signal-safe calls here: the GUI thread reads the pipe.
     [[maybe_unused]] ssize_t written = ::write(g_signalPipe[1], &byte, 1);
+    written = ::write(g_watchPipe[1], &byte, 1);
 }
 
-// The progress display: a bar on a terminal, a line per whole percent otherwise.
+// Ctrl-C must end the program at once, whatever the library does after a render stops (it
+// pastes the last tile of every pass and puts the view back: seconds for large pictures). After
+// a moment's grace no new file is begun, the writes under way finish (a file is complete under
+// its name or not there at all), and the program ends with "cancelled".
+void watchForInterrupts() {
+    char byte;
+    while (::read(g_watchPipe[0], &byte, 1) < 0 && errno == EINTR) {
+    }
+    g_interrupted = true;
+    for (int wait = 0; wait < 20 && !g_commandDone; ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    if (g_commandDone)
+        return;
+    kaAtomicFile::refuseNewFiles();
+    while (kaAtomicFile::inProgress() > 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    std::string text = "\nkaexport: interrupted; ";
+    {
+        std::lock_guard<std::mutex> lock(g_writtenMutex);
+        if (g_written.empty()) {
+            text += "cancelled, nothing was written\n";
+        } else {
+            text += "cancelled; written before the interrupt:\n";
+            for (const std::string& name : g_written)
+                text += "  " + name + "\n";
+        }
+    }
+    [[maybe_unused]] ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
+    ::_exit(Cancelled);
+}
+
+// The progress display: a bar on a terminal, a line per whole percent otherwise. While one step
+// of a render takes long (a raytraced sample of a large picture), its own progress follows.
 int g_lastPercent = -1;
+int g_lastStep = -1;
+std::string g_stepText;
+size_t g_barLength = 0;
 bool g_barOpen = false; // a bar is on the terminal's last line, without its line break
 
-void drawBar(int percent) {
+bool onTerminal() {
+    return isatty(fileno(stderr));
+}
+
+void drawBar() {
+    const int percent = std::max(g_lastPercent, 0);
     const int filled = percent / 5;
-    std::fprintf(stderr, "\r[%.*s%.*s] %3d%%", filled, "####################", 20 - filled,
-                 "....................", percent);
+    char bar[64];
+    std::snprintf(bar, sizeof bar, "[%.*s%.*s] %3d%%", filled, "####################", 20 - filled,
+                  "....................", percent);
+    std::string line = bar;
+    if (!g_stepText.empty())
+        line += "  " + g_stepText;
+    // Spaces wipe out what a longer line left.
+    const size_t length = line.size();
+    if (length < g_barLength)
+        line.append(g_barLength - length, ' ');
+    g_barLength = length;
+    std::fprintf(stderr, "\r%s", line.c_str());
     g_barOpen = true;
 }
 
@@ -49,10 +118,30 @@ void showProgress(double progress) {
     if (percent == g_lastPercent)
         return;
     g_lastPercent = percent;
-    if (isatty(fileno(stderr)))
-        drawBar(percent);
+    g_stepText.clear();
+    g_lastStep = -1;
+    if (onTerminal())
+        drawBar();
     else
         std::fprintf(stderr, "progress %d%%\n", percent);
+    std::fflush(stderr);
+}
+
+void showStep(int step, int steps, double fraction) {
+    // A terminal shows every percent of the step, a log every tenth.
+    const int scale = onTerminal() ? 100 : 10;
+    const int part = std::clamp(int(fraction * scale), 0, scale);
+    const int key = step * (scale + 1) + part;
+    if (key == g_lastStep)
+        return;
+    g_lastStep = key;
+    g_stepText = "sample " + std::to_string(step + 1) + " of " + std::to_string(steps) + ": " +
+                 std::to_string(part * 100 / scale) + "%";
+    if (onTerminal())
+        drawBar();
+    else
+        std::fprintf(stderr, "progress %d%% (%s)\n", std::max(g_lastPercent, 0),
+                     g_stepText.c_str());
     std::fflush(stderr);
 }
 
@@ -108,19 +197,29 @@ Host::Host()
     kaOSGWidget::setMainView(_view.get());
     _view->setSize(1280, 720);
     _progressListener = kaController::addProgressListener(showProgress);
-    if (g_signalPipe[0] < 0 && ::pipe(g_signalPipe) == 0) {
+    _stepListener = kaController::addStepListener(showStep);
+    if (g_signalPipe[0] < 0 && ::pipe(g_signalPipe) == 0 && ::pipe(g_watchPipe) == 0) {
         auto* notifier = new QSocketNotifier(g_signalPipe[0], QSocketNotifier::Read, qApp);
         QObject::connect(notifier, &QSocketNotifier::activated, [] {
             char byte;
             [[maybe_unused]] ssize_t read = ::read(g_signalPipe[0], &byte, 1);
             abortRunningRender();
         });
+        std::thread(watchForInterrupts).detach();
+        kaWriteJournal::addListener([](const kaWriteJournal::Entry& entry) {
+            std::lock_guard<std::mutex> lock(g_writtenMutex);
+            if (entry.written)
+                g_written.push_back(entry.fileName);
+        });
         std::signal(SIGINT, onSigint);
     }
+    g_commandDone = false;
 }
 
 Host::~Host() {
+    g_commandDone = true;
     kaController::removeProgressListener(_progressListener);
+    kaController::removeStepListener(_stepListener);
     _builtin.reset();
     kaOSGWidget::setMainView(nullptr);
 }
@@ -141,7 +240,7 @@ bool Host::loadScene(const QString& sceneFile, QString& error) {
 }
 
 bool Host::interrupted() {
-    return g_interrupted;
+    return g_interrupted || kaController::rendersInterrupted();
 }
 
 void Host::finishProgress(bool complete) {
@@ -150,7 +249,10 @@ void Host::finishProgress(bool complete) {
     if (g_barOpen)
         std::fputc('\n', stderr);
     g_barOpen = false;
+    g_barLength = 0;
     g_lastPercent = -1;
+    g_lastStep = -1;
+    g_stepText.clear();
     std::fflush(stderr);
 }
 

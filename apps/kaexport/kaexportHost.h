@@ -26,6 +26,7 @@ private:
     std::unique_ptr<kaOSGWidget> _view;
     std::unique_ptr<kaBuiltinScene> _builtin;
     int _progressListener = 0;
+    int _stepListener = 0;
 };
 
 } // namespace kaexport

@@ -11,11 +11,15 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 namespace {
 
 std::atomic<bool> g_replaceExisting{true};
+std::mutex g_countMutex;
+int g_inProgress = 0;
+bool g_refusing = false;
 
 std::string folderOf(const std::string& name) {
     const size_t slash = name.rfind('/');
@@ -70,6 +74,20 @@ kaAtomicFile::~kaAtomicFile() {
     if (_fd >= 0)
         ::close(_fd);
     removeStaged();
+    if (_counted) {
+        std::lock_guard<std::mutex> lock(g_countMutex);
+        --g_inProgress;
+    }
+}
+
+int kaAtomicFile::inProgress() {
+    std::lock_guard<std::mutex> lock(g_countMutex);
+    return g_inProgress;
+}
+
+void kaAtomicFile::refuseNewFiles() {
+    std::lock_guard<std::mutex> lock(g_countMutex);
+    g_refusing = true;
 }
 
 void kaAtomicFile::setReplaceExisting(bool replace) {
@@ -99,6 +117,16 @@ bool kaAtomicFile::open() {
     if (_finalName.empty()) {
         fail("no file name given");
         return false;
+    }
+    {
+        std::lock_guard<std::mutex> lock(g_countMutex);
+        if (g_refusing) {
+            fail("the program is stopping");
+            return false;
+        }
+        if (!_counted)
+            ++g_inProgress;
+        _counted = true;
     }
     const std::string folder = folderOf(_finalName);
     std::string pattern = folder + "/." + fileNameOf(_finalName) + ".part-XXXXXX";

@@ -64,6 +64,13 @@ public:
     // The error of a commit that found the final name taken while replacing was off.
     static const char* existsError();
 
+    // Files opened and not yet committed or given up, in the whole process.
+    static int inProgress();
+    // From now on open() fails ("the program is stopping"): a program that must end at once
+    // closes the gate, waits until inProgress() is 0 and can then end without leaving anything
+    // staged behind.
+    static void refuseNewFiles();
+
 private:
     bool failWithErrno(const char* what);
     void removeStaged();
@@ -74,4 +81,5 @@ private:
     std::string _error;
     int _fd = -1;
     bool _committed = false;
+    bool _counted = false;
 };

@@ -19,8 +19,15 @@ std::map<int, kaController::ProgressListener>& progressListeners() {
     static std::map<int, kaController::ProgressListener> listeners;
     return listeners;
 }
+std::map<int, kaController::StepListener>& stepListeners() {
+    static std::map<int, kaController::StepListener> listeners;
+    return listeners;
+}
 int g_nextListenerId = 1;
 std::atomic<double> g_progress{0.0};
+// Lock-free, so that a signal handler may set it.
+std::atomic<bool> g_interrupted{false};
+static_assert(std::atomic<bool>::is_always_lock_free);
 bool g_noGUI = false;
 bool g_batchOverwrite = false;
 QPointer<QWidget> g_mainWindow;
@@ -47,6 +54,36 @@ int kaController::addProgressListener(ProgressListener listener) {
 void kaController::removeProgressListener(int id) {
     std::lock_guard<std::mutex> lock(g_progressMutex);
     progressListeners().erase(id);
+}
+
+void kaController::setRenderStepProgress(int step, int steps, double fraction) {
+    std::lock_guard<std::mutex> lock(g_progressMutex);
+    for (auto& [id, listener] : stepListeners())
+        listener(step, steps, fraction);
+}
+
+int kaController::addStepListener(StepListener listener) {
+    std::lock_guard<std::mutex> lock(g_progressMutex);
+    int id = g_nextListenerId++;
+    stepListeners()[id] = std::move(listener);
+    return id;
+}
+
+void kaController::removeStepListener(int id) {
+    std::lock_guard<std::mutex> lock(g_progressMutex);
+    stepListeners().erase(id);
+}
+
+void kaController::interruptRenders() {
+    g_interrupted.store(true, std::memory_order_relaxed);
+}
+
+bool kaController::rendersInterrupted() {
+    return g_interrupted.load(std::memory_order_relaxed);
+}
+
+void kaController::clearRenderInterrupt() {
+    g_interrupted.store(false, std::memory_order_relaxed);
 }
 
 bool kaController::isNoGUI() {

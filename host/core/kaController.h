@@ -6,7 +6,8 @@
 class QWidget;
 
 // The host's application controller: progress display, GUI or batch mode, the main window.
-// GUI thread only, except setImageRenderProgress, which may be called from any thread.
+// GUI thread only, except the progress calls and the render interrupt, which may be called
+// from any thread.
 class kaController {
 public:
     // Shows the progress of a running image render (0..1) in the host's display: every
@@ -16,6 +17,21 @@ public:
     using ProgressListener = std::function<void(double)>;
     static int addProgressListener(ProgressListener listener);
     static void removeProgressListener(int id);
+
+    // Progress inside one step of a long render, such as raytraced sample 'step' (0-based) of
+    // 'steps', 'fraction' of it done: a display can show that work goes on while the export's
+    // own progress waits for the step to end. Listeners are called on the calling thread.
+    using StepListener = std::function<void(int step, int steps, double fraction)>;
+    static void setRenderStepProgress(int step, int steps, double fraction);
+    static int addStepListener(StepListener listener);
+    static void removeStepListener(int id);
+
+    // Asks every running render to stop as soon as it can (within a row of pixels); renders
+    // started afterwards stop at once until it is cleared. Safe from any thread and from a
+    // signal handler.
+    static void interruptRenders();
+    static bool rendersInterrupted();
+    static void clearRenderInterrupt();
 
     // Batch mode (no GUI): no modal box may block. Switching it on installs an answerer on the
     // application that closes every message box with its default button and logs its text.

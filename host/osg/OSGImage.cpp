@@ -7,6 +7,7 @@
 #include <limits>
 #include <new>
 #include <stdexcept>
+#include <thread>
 
 #include <unistd.h>
 
@@ -106,7 +107,7 @@ bool Image::set(uint32_t pixelFormat, int32_t width, int32_t height, int32_t dep
                 int32_t mipmapCount, int32_t frameCount, double frameDelay, const uint8_t* data,
                 int32_t type, bool allocMemory, int32_t sideCount) {
     auto makeEmpty = [this] {
-        std::vector<uint8_t>().swap(_pixel);
+        _pixel.clear();
         _width = _height = _depth = _mipmapCount = _frameCount = _sideCount = 0;
         _frameSize = 0;
         return false;
@@ -138,18 +139,11 @@ bool Image::set(uint32_t pixelFormat, int32_t width, int32_t height, int32_t dep
     if ((data || allocMemory) && physical > 0 && total > physical)
         return makeEmpty();
 
-    try {
-        std::vector<uint8_t>().swap(_pixel);
-        if (data) {
-            _pixel.assign(data, data + total);
-        } else if (allocMemory) {
-            _pixel.assign(total, 0);
-        }
-    } catch (const std::bad_alloc&) {
+    _pixel.clear();
+    if (data && !_pixel.assign(data, total))
         return makeEmpty();
-    } catch (const std::length_error&) {
+    if (!data && allocMemory && !_pixel.allocate(total))
         return makeEmpty();
-    }
     return true;
 }
 
@@ -178,19 +172,73 @@ bool Image::setSubData(int32_t offX, int32_t offY, int32_t offZ, int32_t srcW, i
     if (x0 >= x1 || y0 >= y1 || z0 >= z1)
         return true;
     const size_t rowBytes = size_t(x1 - x0) * bpp;
-    for (int32_t z = z0; z < z1; ++z) {
-        for (int32_t y = y0; y < y1; ++y) {
+    auto copyRows = [&](int32_t z, int32_t from, int32_t to) {
+        for (int32_t y = from; y < to; ++y) {
             const uint8_t* srcRow =
                 data + ((size_t(z - offZ) * srcH + size_t(y - offY)) * srcW + (x0 - offX)) * bpp;
             uint8_t* dstRow = dst + ((size_t(z) * _height + y) * _width + x0) * bpp;
             std::memcpy(dstRow, srcRow, rowBytes);
         }
+    };
+    // Large blocks go to fresh memory in renders: the first write of each page costs a page
+    // fault, and faults are taken in parallel.
+    const size_t bytes = rowBytes * size_t(y1 - y0) * size_t(z1 - z0);
+    const int threads =
+        bytes < (size_t(4) << 20)
+            ? 1
+            : int(std::min<unsigned>(std::max(std::thread::hardware_concurrency(), 1u),
+                                     unsigned(y1 - y0)));
+    for (int32_t z = z0; z < z1; ++z) {
+        if (threads == 1) {
+            copyRows(z, y0, y1);
+            continue;
+        }
+        std::vector<std::thread> helpers;
+        const int32_t rows = y1 - y0;
+        for (int t = 1; t < threads; ++t)
+            helpers.emplace_back(copyRows, z, y0 + rows * t / threads,
+                                 y0 + rows * (t + 1) / threads);
+        copyRows(z, y0, y0 + rows / threads);
+        for (std::thread& helper : helpers)
+            helper.join();
     }
     return true;
 }
 
 void Image::clear(uint8_t value) {
-    std::fill(_pixel.begin(), _pixel.end(), value);
+    if (!_pixel.empty())
+        std::memset(_pixel.data(), value, _pixel.size());
+}
+
+bool PixelBuffer::allocate(size_t size) {
+    clear();
+    if (size == 0)
+        return true;
+    _data.reset(static_cast<uint8_t*>(std::calloc(size, 1)));
+    _size = _data ? size : 0;
+    return _data != nullptr;
+}
+
+bool PixelBuffer::assign(const uint8_t* data, size_t size) {
+    if (data == _data.get() && size == _size)
+        return true;
+    PixelBuffer copy;
+    if (size != 0) {
+        copy._data.reset(static_cast<uint8_t*>(std::malloc(size)));
+        if (!copy._data) {
+            clear();
+            return false;
+        }
+        std::memcpy(copy._data.get(), data, size);
+        copy._size = size;
+    }
+    swap(copy);
+    return true;
+}
+
+void PixelBuffer::clear() {
+    _data.reset();
+    _size = 0;
 }
 
 void Image::setAttachmentField(const std::string& key, const std::string& value) {

@@ -4,11 +4,50 @@
 #include "OSGFieldContainer.h"
 
 #include <cstdint>
+#include <cstdlib>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace osg {
+
+// Pixel memory. Fresh buffers come from calloc: the system hands large ones out as untouched
+// zero pages, so a big image costs nothing until its pixels are written (a render dialog makes
+// all its pass images before the first pixel is rendered).
+class PixelBuffer {
+public:
+    PixelBuffer() = default;
+    PixelBuffer(const PixelBuffer& other) { assign(other.data(), other.size()); }
+    PixelBuffer& operator=(const PixelBuffer& other) {
+        if (this != &other)
+            assign(other.data(), other.size());
+        return *this;
+    }
+    PixelBuffer(PixelBuffer&&) noexcept = default;
+    PixelBuffer& operator=(PixelBuffer&&) noexcept = default;
+
+    // 'size' zero bytes; false (and empty) when there is no memory for them.
+    bool allocate(size_t size);
+    // A copy of 'size' bytes at 'data'; false (and empty) when there is no memory for them.
+    bool assign(const uint8_t* data, size_t size);
+    void clear();
+    bool empty() const { return _size == 0; }
+    size_t size() const { return _size; }
+    uint8_t* data() { return _data.get(); }
+    const uint8_t* data() const { return _data.get(); }
+    void swap(PixelBuffer& other) noexcept {
+        _data.swap(other._data);
+        std::swap(_size, other._size);
+    }
+
+private:
+    struct Free {
+        void operator()(uint8_t* p) const { std::free(p); }
+    };
+    std::unique_ptr<uint8_t[], Free> _data;
+    size_t _size = 0;
+};
 
 class Image;
 using ImagePtr = RefPtr<Image>;
@@ -142,7 +181,7 @@ private:
     int32_t _mipmapCount = 0, _frameCount = 0, _sideCount = 0;
     double _frameDelay = 0.0;
     size_t _frameSize = 0; // all mipmap levels of one frame
-    std::vector<uint8_t> _pixel;
+    PixelBuffer _pixel;
     float _resX = 72.0f, _resY = 72.0f;
     uint16_t _resUnit = OSG_RESUNIT_INCH;
     std::map<std::string, std::string> _attachments;

@@ -180,12 +180,9 @@ bool Image::convertDataTypeTo(int32_t type) {
     const int32_t oldSize = getComponentSize();
     const int32_t newSize = componentSizeOf(type);
     const size_t values = _pixel.size() / size_t(oldSize);
-    std::vector<uint8_t> converted;
-    try {
-        converted.resize(values * size_t(newSize));
-    } catch (const std::bad_alloc&) {
+    PixelBuffer converted;
+    if (!converted.allocate(values * size_t(newSize)))
         return false;
-    }
     for (size_t i = 0; i < values; ++i)
         writeValue(converted.data() + i * newSize, type,
                    readValue(_pixel.data() + i * oldSize, _type));

@@ -1,6 +1,7 @@
 #include "kaRTRenderer.h"
 
 #include "kaAnimManager.h"
+#include "kaController.h"
 #include "kaRTCryptoAccumulator.h"
 #include "kaRTCryptomatte.h"
 #include "kaRTIntegrator.h"
@@ -11,6 +12,9 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
 #include <set>
 #include <thread>
 
@@ -131,6 +135,42 @@ std::vector<Slot> slotsFor(const std::vector<osg::ImagePtr>& images, bool& crypt
     return {slots.begin(), slots.end()};
 }
 
+// Runs 'row' for rows 0 .. rows - 1 on 'threads' threads, each row once, until all are done or
+// 'stop' says so (checked before every row). The calling thread only watches: every 50 ms it
+// calls 'watch' with the rows done so far.
+template <typename Stop>
+void runRows(int threads, int rows, const Stop& stop, const std::function<void(int)>& row,
+             const std::function<void(int)>& watch) {
+    std::atomic<int> next{0}, done{0}, working{threads};
+    std::mutex mutex;
+    std::condition_variable finished;
+    auto work = [&] {
+        for (int r = next++; r < rows && !stop(); r = next++) {
+            row(r);
+            ++done;
+        }
+        std::lock_guard<std::mutex> lock(mutex);
+        if (--working == 0)
+            finished.notify_all();
+    };
+    std::vector<std::thread> workers;
+    for (int t = 0; t < threads; ++t)
+        workers.emplace_back(work);
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        while (
+            !finished.wait_for(lock, std::chrono::milliseconds(50), [&] { return working == 0; })) {
+            if (watch) {
+                lock.unlock();
+                watch(done);
+                lock.lock();
+            }
+        }
+    }
+    for (std::thread& worker : workers)
+        worker.join();
+}
+
 osg::Color3f alphaColorOf(const osg::Background* background) {
     if (auto* gradient = dynamic_cast<const osg::Gradient2Background*>(background))
         return gradient->getAlphaColor();
@@ -191,6 +231,12 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
         // memory costs more to map than to clear. Slots no pass reads give theirs back.
         acc.sums.resize(size_t(kSlotCount));
         for (int s = 0; s < kSlotCount; ++s) {
+            // Clearing the sums of a large picture takes seconds: an interrupt goes first.
+            if (kaController::rendersInterrupted()) {
+                acc.camera = nullptr;
+                error = "interrupted";
+                return false;
+            }
             std::vector<float>& sums = acc.sums[size_t(s)];
             if (std::find(slots.begin(), slots.end(), Slot(s)) == slots.end())
                 std::vector<float>().swap(sums);
@@ -217,12 +263,16 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
     threads = std::min(threads, region.height);
 
     auto callback = viewport.getEventProcessingCB();
+    std::atomic<bool> stopping{false};
+    auto stopRequested = [&] {
+        return stopping.load(std::memory_order_relaxed) || kaController::rendersInterrupted();
+    };
     bool stopped = false;
     for (int k = first; k < last && !stopped; ++k) {
-        std::atomic<int> nextRow{0};
-        auto work = [&]() {
-            Sample sample;
-            for (int row = nextRow++; row < region.height; row = nextRow++) {
+        runRows(
+            threads, region.height, stopRequested,
+            [&](int row) {
+                Sample sample;
                 for (int column = 0; column < region.width; ++column) {
                     float objectId = 0, materialId = 0;
                     bool hit = false;
@@ -240,14 +290,21 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
                         acc.materials.add(pixel, materialId, 1.0f);
                     }
                 }
-            }
-        };
-        std::vector<std::thread> helpers;
-        for (int t = 1; t < threads; ++t)
-            helpers.emplace_back(work);
-        work();
-        for (std::thread& t : helpers)
-            t.join();
+            },
+            [&](int rows) {
+                // The GUI thread keeps the dialog alive and watches for Abort while a sample
+                // renders: a sample of a large picture takes long.
+                kaController::setRenderStepProgress(k - first, last - first,
+                                                    double(rows) / double(region.height));
+                if (callback && !callback(0, 0, false, viewport.getEventProcessingContext()))
+                    stopping = true;
+            });
+        if (stopRequested()) {
+            // Half a sample is in the sums: the next render of this region starts over.
+            acc.camera = nullptr;
+            stopped = true;
+            break;
+        }
         ++acc.samples;
         ++_lastSamples;
         if (callback && !callback(0, 0, true, viewport.getEventProcessingContext()))
@@ -256,6 +313,8 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() > limit)
             break;
     }
+    if (stopped && stopRequested())
+        return false;
 
     // Hand the mean of the samples to every wanted pass image.
     const bool premultiply = kaRaytracer::getPremultiply();
@@ -268,28 +327,33 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
         // Float RGBA, the raytracer's own format, is written directly.
         const bool floatRgba = image->getPixelFormat() == osg::Image::OSG_RGBA_PF &&
                                image->getDataType() == osg::Image::OSG_FLOAT32_IMAGEDATA;
-        for (int row = 0; row < region.height; ++row) {
-            const int iy = region.imageY + row;
-            if (iy < 0 || iy >= int(image->getHeight()))
-                continue;
-            for (int column = 0; column < region.width; ++column) {
-                const int ix = region.imageX + column;
-                if (ix < 0 || ix >= int(image->getWidth()))
-                    continue;
-                const size_t pixel = size_t(row) * size_t(region.width) + size_t(column);
-                const osg::Color4f c = acc.value(rule, pixel, premultiply, alphaColor);
-                if (floatRgba) {
-                    float* out = reinterpret_cast<float*>(image->getData()) +
-                                 (size_t(iy) * size_t(image->getWidth()) + size_t(ix)) * 4;
-                    out[0] = c.r;
-                    out[1] = c.g;
-                    out[2] = c.b;
-                    out[3] = c.a;
-                } else {
-                    image->setPixel(ix, iy, c);
+        runRows(
+            threads, region.height, stopRequested,
+            [&](int row) {
+                const int iy = region.imageY + row;
+                if (iy < 0 || iy >= int(image->getHeight()))
+                    return;
+                for (int column = 0; column < region.width; ++column) {
+                    const int ix = region.imageX + column;
+                    if (ix < 0 || ix >= int(image->getWidth()))
+                        continue;
+                    const size_t pixel = size_t(row) * size_t(region.width) + size_t(column);
+                    const osg::Color4f c = acc.value(rule, pixel, premultiply, alphaColor);
+                    if (floatRgba) {
+                        float* out = reinterpret_cast<float*>(image->getData()) +
+                                     (size_t(iy) * size_t(image->getWidth()) + size_t(ix)) * 4;
+                        out[0] = c.r;
+                        out[1] = c.g;
+                        out[2] = c.b;
+                        out[3] = c.a;
+                    } else {
+                        image->setPixel(ix, iy, c);
+                    }
                 }
-            }
-        }
+            },
+            nullptr);
+        if (stopRequested())
+            return false;
     }
 
     std::vector<std::string> objects, materials;

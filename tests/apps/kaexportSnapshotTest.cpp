@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 
 namespace {
@@ -248,5 +249,44 @@ TEST_F(kaexportSnapshot, CtrlCCancelsCleanly) {
     EXPECT_EQ(process.exitCode(), 3) << err.toStdString();
     EXPECT_TRUE(err.contains("cancelled"));
     EXPECT_TRUE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden).isEmpty())
+        << "nothing written, not even a temporary file";
+}
+
+TEST_F(kaexportSnapshot, CtrlCStopsARaytracedAllPassRenderWithinASecond) {
+#ifdef KA_SANITIZED_BUILD
+    // Sanitizers multiply memory and time: a smaller picture, the same behaviour.
+    const QStringList size = {"--width", "1000", "--height", "700"};
+    const double limit = 3.0;
+#else
+    const QStringList size = {"--width", "3000", "--height", "2000"};
+    const double limit = 1.0;
+#endif
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove("QT_QPA_PLATFORM");
+    process.setProcessEnvironment(env);
+    process.start(KAEXPORT_PATH,
+                  QStringList{"snapshot", dir.file("rt.exr"), "--raytracing", "--passes", "all"} +
+                      size);
+    ASSERT_TRUE(process.waitForStarted());
+    // Progress moves inside the first sample; the interrupt comes there.
+    QByteArray err;
+    while (!err.contains("(sample 1 of ") && process.state() == QProcess::Running) {
+        process.waitForReadyRead(100);
+        err += process.readAllStandardError();
+    }
+    ASSERT_TRUE(err.contains("progress 0% (sample 1 of ")) << err.toStdString();
+    const auto interrupted = std::chrono::steady_clock::now();
+    ::kill(pid_t(process.processId()), SIGINT);
+    ASSERT_TRUE(process.waitForFinished(60000));
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - interrupted).count();
+    err += process.readAllStandardError();
+    EXPECT_EQ(process.exitCode(), 3) << err.toStdString();
+    EXPECT_LT(seconds, limit);
+    EXPECT_TRUE(err.contains("cancelled")) << err.toStdString();
+    EXPECT_TRUE(QDir(dir.path())
+                    .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot)
+                    .isEmpty())
         << "nothing written, not even a temporary file";
 }

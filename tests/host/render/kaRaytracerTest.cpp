@@ -6,6 +6,7 @@
 #include "OSGNodeCores.h"
 #include "kaAnimManager.h"
 #include "kaBuiltinScene.h"
+#include "kaController.h"
 #include "kaOSGWidget.h"
 #include "kaRTCryptomatte.h"
 #include "kaRTMath.h"
@@ -15,10 +16,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <thread>
 
 using osg::Image;
 
@@ -334,6 +337,71 @@ TEST_F(Raytracer, TheCallbackStopsTheRender) {
     EXPECT_EQ(log.seconds.size(), 3u);
     EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 3);
     EXPECT_TRUE(hasContent(images[0])) << "the samples made so far are kept";
+}
+
+// A picture large enough that one sample takes a good part of a second.
+constexpr int kLargeW = 1600, kLargeH = 1200;
+
+TEST_F(Raytracer, AnInterruptStopsTheRenderWithinAFewRows) {
+    std::vector<osg::ImagePtr> images = passImages({0}, kLargeW, kLargeH);
+    std::chrono::steady_clock::time_point interrupted;
+    std::thread interrupter([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        interrupted = std::chrono::steady_clock::now();
+        kaController::interruptRenders();
+    });
+    const bool finished = render(images, 4, 1, 1, kLargeW, kLargeH);
+    const auto returned = std::chrono::steady_clock::now();
+    interrupter.join();
+    kaController::clearRenderInterrupt();
+    EXPECT_FALSE(finished);
+    EXPECT_LT(kaRTRenderer::the().getLastSampleCount(), 16);
+    EXPECT_LT(std::chrono::duration<double>(returned - interrupted).count(), 0.5);
+}
+
+TEST_F(Raytracer, AbortInsideASampleStopsItAndTheNextRenderStartsOver) {
+    // The dialog's Abort: the callback says stop while the first sample is under way.
+    struct Abort {
+        int calls = 0;
+        static bool check(int, int, bool advance, void* data) {
+            auto* self = static_cast<Abort*>(data);
+            ++self->calls;
+            return advance;
+        }
+    } abort;
+    view.getViewport()->setEventProcessingCB(Abort::check, &abort);
+    std::vector<osg::ImagePtr> images = passImages({0}, kLargeW, kLargeH);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_FALSE(render(images, 4, 1, 1, kLargeW, kLargeH));
+    const double aborted =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    view.getViewport()->setEventProcessingCB(nullptr, nullptr);
+    EXPECT_EQ(abort.calls, 1);
+    EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 0);
+
+    // One whole sample takes longer than the aborted one did.
+    std::vector<osg::ImagePtr> whole = passImages({0}, kLargeW, kLargeH);
+    const auto wholeStart = std::chrono::steady_clock::now();
+    EXPECT_TRUE(render(whole, 0, 1, 1, kLargeW, kLargeH));
+    EXPECT_LT(aborted,
+              std::chrono::duration<double>(std::chrono::steady_clock::now() - wholeStart).count());
+    EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 1) << "started over";
+}
+
+TEST_F(Raytracer, ProgressMovesInsideASample) {
+    std::vector<double> fractions;
+    const int listener = kaController::addStepListener([&](int step, int steps, double fraction) {
+        EXPECT_EQ(step, 0);
+        EXPECT_EQ(steps, 1);
+        fractions.push_back(fraction);
+    });
+    std::vector<osg::ImagePtr> images = passImages({0}, kLargeW, kLargeH);
+    EXPECT_TRUE(render(images, 0, 1, 1, kLargeW, kLargeH));
+    kaController::removeStepListener(listener);
+    ASSERT_FALSE(fractions.empty());
+    EXPECT_TRUE(std::is_sorted(fractions.begin(), fractions.end()));
+    EXPECT_TRUE(std::any_of(fractions.begin(), fractions.end(),
+                            [](double f) { return f > 0.0 && f < 1.0; }));
 }
 
 TEST_F(Raytracer, AlphaIsPremultipliedOrStraight) {
