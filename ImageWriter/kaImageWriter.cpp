@@ -1,6 +1,8 @@
 // The writer object: construction, copies and the simple settings.
 #include "kaImageWriter.h"
 
+#include "kaRenderPasses.h"
+
 #include "OSGImageFileHandler.h"
 #include "OSGImageFileType.h"
 #include "exImageViewer.h"
@@ -109,7 +111,9 @@ bool kaImageWriter::getExportMultiLayer() const {
 }
 
 bool kaImageWriter::allowPassConversionTo16Bit(size_t pass) const {
-    return !((pass >= 33 && pass <= 39) || pass == 42);
+    // Depths, Cryptomatte ids and positions lose what they say in half floats.
+    const size_t lastCrypto = kaRenderPassCryptoMaterial + kaRenderPassCryptoRanks - 1;
+    return !((pass >= kaRenderPassDepth && pass <= lastCrypto) || pass == kaRenderPassPosition);
 }
 
 const std::set<std::string>& kaImageWriter::getFormatsOpenSG() const {

@@ -184,6 +184,7 @@ public:
 
 private:
     friend class kaImageWriterTestAccess;
+    class SnapshotExport;
 
     QStringList getExportedImageFilenames(const QString& filename,
                                           const std::vector<unsigned int>& passes, bool multiLayer,

@@ -1,5 +1,7 @@
 // The snapshot export: the main view into one image file, one file per stereo eye, or one file
-// (or layer) per render pass.
+// (or layer) per render pass. exportImage reads as its steps: the request is completed and
+// checked, the host is kept awake in the export's colour space, and the view is prepared,
+// rendered eye by eye, written and given back.
 #include "kaImageWriter.h"
 
 #include "kaController.h"
@@ -7,12 +9,12 @@
 #include "kaImage.h"
 #include "kaImageMetaData.h"
 #include "kaImageOutStream.h"
-#include "kaKernelServiceFactory.h"
 #include "kaLog.h"
 #include "kaOSGWidget.h"
 #include "kaPlatform.h"
 #include "kaPreferences.h"
 #include "kaRaytracer.h"
+#include "kaRenderPasses.h"
 #include "kaScopedRenderInProgress.h"
 #include "kaUtils.h"
 #include "kaWinPower.h"
@@ -22,6 +24,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <tuple>
 
 namespace {
 
@@ -41,7 +44,166 @@ void warn(const QString& title, const QString& text) {
     QMessageBox::warning(nullptr, title, text, QMessageBox::Ok);
 }
 
+// A warning box titled with the application's name whose text also goes to the error log.
+void refuse(const QString& text) {
+    warn(kaPlatform::getAppVersionName(), text);
+    kaLog::error("%s", text.toUtf8().constData());
+}
+
+// Cryptomatte passes carry coverage in their alpha.
+bool cryptomatteActive(const std::vector<bool>& active) {
+    auto on = [&](unsigned int pass) { return active.size() > pass && active[pass]; };
+    return on(kaRenderPassCryptoObject) || on(kaRenderPassCryptoMaterial);
+}
+
+// Keeps the machine awake and the view in the export's colour space while it lives; gives
+// the colour space back, then the machine's previous state.
+class AwakeInExportColorSpace {
+public:
+    AwakeInExportColorSpace(kaOSGWidget& view, int iccProfile)
+        : _view(view)
+        , _iccProfile(iccProfile)
+        , _previousState(SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED))
+        , _savedColorSpace(view.getDisplayColorspace()) {
+        if (_iccProfile > 0)
+            _view.setDisplayColorspace(unsigned(_iccProfile));
+    }
+    ~AwakeInExportColorSpace() {
+        if (_iccProfile > 0)
+            _view.setDisplayColorspace(_savedColorSpace);
+        SetThreadExecutionState(_previousState);
+    }
+    AwakeInExportColorSpace(const AwakeInExportColorSpace&) = delete;
+    AwakeInExportColorSpace& operator=(const AwakeInExportColorSpace&) = delete;
+
+private:
+    kaOSGWidget& _view;
+    int _iccProfile;
+    EXECUTION_STATE _previousState;
+    unsigned int _savedColorSpace;
+};
+
 } // namespace
+
+// One snapshot export from its request to its files.
+class kaImageWriter::SnapshotExport {
+public:
+    struct Request {
+        QString filename;
+        int width, height, superSampling, alpha;
+        float dpi;
+        bool exportRenderPasses;
+        QString clusterSetup;
+        bool appendRenderTime, tonemapHDR;
+    };
+
+    SnapshotExport(kaImageWriter& writer, kaOSGWidget& view, Request request)
+        : _writer(writer)
+        , _view(view)
+        , _r(std::move(request)) {}
+
+    // Decides where to render, fills the arguments from the preferences and checks that the
+    // request can be done; false (after the refusal's box or the file check's report) when not.
+    bool completeRequest();
+    // Renders and writes, on the cluster or here.
+    void run();
+
+private:
+    // The view as the export renders it: set up here, given back by restoreOverlays() (after a
+    // render dialog that could not be made) or restore() (after the render).
+    class ViewSession;
+
+    void renderLocally();
+    QString eyeFile(int eye) const {
+        return _stem + getStereoName(_stereoMode, eye) + "." + _fileExtension;
+    }
+    // The format as the file types name it, for one eye's file.
+    QString formatOf() const;
+    void useFloatFor(const QString& format) const;
+    void writePasses(std::vector<osg::ImagePtr>& images, const QString& name, const QString& format,
+                     kaImageRenderWidget& widget);
+    void writeImage(const osg::ImagePtr& image, QString name, const QString& format,
+                    double totalRenderTime, kaImageRenderWidget& widget);
+
+    kaImageWriter& _writer;
+    kaOSGWidget& _view;
+    Request _r;
+    bool _localRender = true;
+    bool _playSound = false;
+    kaImageRenderWidget::StereoMode _stereoMode = kaImageRenderWidget::STEREO_NONE;
+    int _eyeCount = 1;
+    bool _addSignature = false, _alphaOn = false, _ignoreAspect = false;
+    QString _fileExtension, _stem;
+};
+
+class kaImageWriter::SnapshotExport::ViewSession {
+public:
+    ViewSession(kaImageWriter& writer, kaOSGWidget& view, bool alpha)
+        : _writer(writer)
+        , _view(view) {
+        _hadPowerwall = view.isPowerwallEnabled();
+        if (_hadPowerwall) {
+            view.enablePowerwall(false);
+            kaImageRenderWidget::setPowerwall(true);
+        }
+        _isolateOverlay = view.getDrawIsolateViewOverlay();
+        _lightsVisible = view.getLightsVisible();
+        _camerasVisible = view.getCamerasVisible();
+        view.setDrawIsolateViewOverlay(false);
+        view.setLightsVisible(false);
+        view.setCamerasVisible(false);
+        kaController::setSnapshotRendering(true);
+        raytracing = kaOSGWidget::getRaytracing();
+        const bool sceneplate = view.getBackplate() ? view.getSceneplate() : false;
+        const float* color = writer._alphaColor;
+        kaImageRenderWidget::setAlpha(alpha);
+        kaImageRenderWidget::setAlphaColor(color[0], color[1], color[2]);
+
+        _viewport = view.getViewport();
+        if (_viewport) {
+            _savedDeepLearning = _viewport->getDeepLearningSS();
+            _savedDisplay = _viewport->getDisplay();
+            _savedReferenceWhite = _viewport->getHdrReferenceWhite();
+        }
+        writer.setupViewport(_viewport, kaDisplayStandard, 80.0f, 0);
+        writer.setupBackground(_viewport, color[0], color[1], color[2], 0.0f, sceneplate, alpha);
+    }
+
+    // What an export that could not make its render dialog gives back: only overlays, lights
+    // and cameras; the snapshot flag, powerwall, viewport and background stay as set.
+    void restoreOverlays() {
+        _view.setDrawIsolateViewOverlay(_isolateOverlay);
+        _view.setLightsVisible(_lightsVisible);
+        _view.setCamerasVisible(_camerasVisible);
+    }
+
+    // Everything, in this order, after the render.
+    void restore() {
+        kaController::setSnapshotRendering(false);
+        kaImageRenderWidget::setPixelFormat(osg::Image::OSG_RGB_PF);
+        kaImageRenderWidget::setDataType(osg::Image::OSG_UINT8_IMAGEDATA);
+        restoreOverlays();
+        if (_hadPowerwall) {
+            _view.enablePowerwall(true);
+            kaImageRenderWidget::setPowerwall(false);
+        }
+        _writer.setupViewport(_viewport, kaDisplay(_savedDisplay), _savedReferenceWhite,
+                              _savedDeepLearning);
+        _writer.setupBackground(_viewport, 0.5f, 0.5f, 0.5f, 0.0f, false, false);
+    }
+
+    bool raytracing = false;
+
+private:
+    kaImageWriter& _writer;
+    kaOSGWidget& _view;
+    osg::UberViewportPtr _viewport;
+    bool _hadPowerwall = false, _isolateOverlay = false, _lightsVisible = false,
+         _camerasVisible = false;
+    // A viewport that is not an UberViewport counts as display 0, white 80 and no deep learning.
+    int _savedDeepLearning = 0, _savedDisplay = 0;
+    float _savedReferenceWhite = 80.0f;
+};
 
 void kaImageWriter::exportImage(const QString& filename, int width, int height, int superSampling,
                                 int alpha, float dpi, bool exportRenderPasses,
@@ -54,235 +216,206 @@ void kaImageWriter::exportImage(const QString& filename, int width, int height, 
 
     kaOSGWidget* view = kaOSGWidget::getMGLW(-1);
     if (!view) {
-        const QString text =
-            QObject::tr("For an image export at least one render window is necessary!");
-        warn(kaPlatform::getAppVersionName(), text);
-        kaLog::error("%s", text.toUtf8().constData());
+        refuse(QObject::tr("For an image export at least one render window is necessary!"));
         return;
     }
     kaScopedRenderInProgress guard;
+    SnapshotExport snapshot(*this, *view,
+                            {filename, width, height, superSampling, alpha, dpi, exportRenderPasses,
+                             clusterSetup, appendRenderTime, tonemapHDR});
+    if (snapshot.completeRequest())
+        snapshot.run();
+}
 
-    bool localRender = true;
-    if (!clusterSetup.isEmpty() || view->getClusterWindow()) {
+bool kaImageWriter::SnapshotExport::completeRequest() {
+    if (!_r.clusterSetup.isEmpty() || _view.getClusterWindow()) {
         if (kaOSGWidget::getRaytracing())
-            localRender = false;
+            _localRender = false;
         else
             kaLog::warning("Snapshot: cluster rendering is not supported with OpenGL!");
     }
 
     const kaMessage& prefs = kaPreferences::getData();
-    const bool playSound = kaController::playSoundOnExport();
-    const auto [stereoMode, eyeCount] = getStereoMode();
-    if (!localRender && eyeCount >= 3) {
-        const QString text =
-            QObject::tr("Stereo rendering is not supported in raytracing cluster image export!");
-        warn(kaPlatform::getAppVersionName(), text);
-        kaLog::error("%s", text.toUtf8().constData());
-        return;
+    _playSound = kaController::playSoundOnExport();
+    std::tie(_stereoMode, _eyeCount) = _writer.getStereoMode();
+    if (!_localRender && _eyeCount >= 3) {
+        refuse(
+            QObject::tr("Stereo rendering is not supported in raytracing cluster image export!"));
+        return false;
     }
 
-    bool addSignature = false;
-    getFromMessage(prefs, "ImageExport add sig", addSignature);
-    if (width < 0) {
-        width = 800;
-        getFromMessage(prefs, "ImageExport width", width);
+    getFromMessage(prefs, "ImageExport add sig", _addSignature);
+    if (_r.width < 0) {
+        _r.width = 800;
+        getFromMessage(prefs, "ImageExport width", _r.width);
     }
-    if (height < 0) {
-        height = 600;
-        getFromMessage(prefs, "ImageExport height", height);
+    if (_r.height < 0) {
+        _r.height = 600;
+        getFromMessage(prefs, "ImageExport height", _r.height);
     }
-    if (superSampling < 0)
-        getFromMessage(prefs, "MovieExport ssfactor", superSampling);
-    bool alphaOn = alpha > 0;
-    if (alpha < 0)
-        getFromMessage(prefs, "MovieExport alpha", alphaOn);
-    // Cryptomatte passes carry coverage in their alpha.
+    if (_r.superSampling < 0)
+        getFromMessage(prefs, "MovieExport ssfactor", _r.superSampling);
+    _alphaOn = _r.alpha > 0;
+    if (_r.alpha < 0)
+        getFromMessage(prefs, "MovieExport alpha", _alphaOn);
     const std::vector<bool>& active = kaImageRenderWidget::getActiveRenderPasses();
-    if (exportRenderPasses && !active.empty() &&
-        ((active.size() > 34 && active[34]) || (active.size() > 37 && active[37])))
-        alphaOn = true;
-    if (dpi < 0.0f) {
-        dpi = 72.0f;
-        getFromMessage(prefs, "MovieExport dpi", dpi);
+    if (_r.exportRenderPasses && !active.empty() && cryptomatteActive(active))
+        _alphaOn = true;
+    if (_r.dpi < 0.0f) {
+        _r.dpi = 72.0f;
+        getFromMessage(prefs, "MovieExport dpi", _r.dpi);
     }
-    bool ignoreAspect = false;
-    getFromMessage(prefs, "ImageExport ignore aspect", ignoreAspect);
+    getFromMessage(prefs, "ImageExport ignore aspect", _ignoreAspect);
 
-    const QString extension = kaFile::getExtension(filename).toLower();
-    if (alphaOn && (extension == "jpg" || extension == "jpeg" || extension == "bmp")) {
+    const QString extension = kaFile::getExtension(_r.filename).toLower();
+    if (_alphaOn && (extension == "jpg" || extension == "jpeg" || extension == "bmp")) {
         warn(QObject::tr("Snapshot"),
              QObject::tr("The chosen image format doesn't support an alpha channel!\nChoose "
                          "another image format, e.g. png, or disable the alpha channel export."));
-        return;
+        return false;
     }
-    if (_metaDataFlags != 0 && kaImageMetaData::isXMPSupported() &&
-        !imageFormatHasMetaDataSupport(extension))
-        logMetaDataUnsupported();
+    if (_writer._metaDataFlags != 0 && kaImageMetaData::isXMPSupported() &&
+        !_writer.imageFormatHasMetaDataSupport(extension))
+        _writer.logMetaDataUnsupported();
 
-    QString fileExtension = kaFile::getExtension(filename);
-    if (fileExtension.isEmpty())
-        fileExtension = QString::fromStdString(kaImage::getDefaultImageFormat());
-    const QString stem = withoutExtension(kaFile::expandFilename(filename));
-    auto eyeFile = [&](int eye) {
-        return stem + getStereoName(stereoMode, eye) + "." + fileExtension;
-    };
-    for (int eye = 0; eye < eyeCount; ++eye) {
+    _fileExtension = kaFile::getExtension(_r.filename);
+    if (_fileExtension.isEmpty())
+        _fileExtension = QString::fromStdString(kaImage::getDefaultImageFormat());
+    _stem = withoutExtension(kaFile::expandFilename(_r.filename));
+    for (int eye = 0; eye < _eyeCount; ++eye) {
         if (kaImageOutStream::getImageWriteFunction())
             break; // a stream takes the images: no files to check
         const QString name = eyeFile(eye);
         kaFile::createPath(kaFile::getFilePath(name));
         if (!kaFile::checkWrite(name, false, true))
-            return;
-        if (!_noOverwriteMessage && !kaFile::checkWrite(name, !kaController::isNoGUI(), false))
-            return;
+            return false;
+        if (!_writer._noOverwriteMessage &&
+            !kaFile::checkWrite(name, !kaController::isNoGUI(), false))
+            return false;
     }
 
-    if (view->isStereoEnabled() && view->getStereoMode() != 2 && view->getStereoMode() != 3) {
+    if (_view.isStereoEnabled() && _view.getStereoMode() != 2 && _view.getStereoMode() != 3) {
         warn(kaPlatform::getAppVersionName(), QObject::tr("Please disable stereo rendering!"));
-        return;
+        return false;
     }
+    return true;
+}
 
-    const EXECUTION_STATE previousState =
-        SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED);
-    const unsigned int savedColorSpace = view->getDisplayColorspace();
-    if (_iccProfile > 0)
-        view->setDisplayColorspace(unsigned(_iccProfile));
+void kaImageWriter::SnapshotExport::run() {
+    const AwakeInExportColorSpace awake(_view, _writer._iccProfile);
 
-    if (_metaDataFlags != 0 && kaImageMetaData::isXMPSupported() && (_metaDataFlags & 8))
-        _metaData->setFileOutputImageSettings(float(width), float(height), dpi, superSampling,
-                                              tonemapHDR, alphaOn, kaRaytracer::getPremultiply(),
-                                              _alphaColor, _iccProfile, _metaDataFlags);
+    if (_writer._metaDataFlags != 0 && kaImageMetaData::isXMPSupported() &&
+        (_writer._metaDataFlags & 8))
+        _writer._metaData->setFileOutputImageSettings(
+            float(_r.width), float(_r.height), _r.dpi, _r.superSampling, _r.tonemapHDR, _alphaOn,
+            kaRaytracer::getPremultiply(), _writer._alphaColor, _writer._iccProfile,
+            _writer._metaDataFlags);
 
-    if (!localRender) {
+    if (_localRender)
+        renderLocally();
+    else
         // The raytracing cluster is not part of this host yet: say so and render nothing.
         kaLog::error("Snapshot: no raytracing cluster is available; nothing was rendered.");
-    } else {
-        const double exportStart = now();
-        const bool hadPowerwall = view->isPowerwallEnabled();
-        if (hadPowerwall) {
-            view->enablePowerwall(false);
-            kaImageRenderWidget::setPowerwall(true);
+}
+
+QString kaImageWriter::SnapshotExport::formatOf() const {
+    const QString format = _fileExtension.toUpper();
+    return format == "JPG" ? QString("JPEG") : format;
+}
+
+void kaImageWriter::SnapshotExport::useFloatFor(const QString& format) const {
+    if ((_writer._exportTiffHDR &&
+         (format == "TIF" || format == "TIFF" || format == "PSD" || format == "PSB")) ||
+        format == "HDR" || format == "EXR")
+        kaImageRenderWidget::setDataType(osg::Image::OSG_FLOAT32_IMAGEDATA);
+}
+
+void kaImageWriter::SnapshotExport::renderLocally() {
+    const double exportStart = now();
+    ViewSession session(_writer, _view, _alphaOn);
+
+    std::unique_ptr<kaImageRenderWidget> widget;
+    double totalRenderTime = 0.0;
+    bool aborted = false;
+    for (int eye = 0; eye < _eyeCount; ++eye) {
+        const QString name = eyeFile(eye);
+        const QString format = formatOf();
+        useFloatFor(format);
+        if (eye == 0) {
+            widget = std::make_unique<kaImageRenderWidget>(
+                kaController::getMainWindow(), _r.width, _r.height, _stereoMode, _addSignature,
+                _r.superSampling, true, _ignoreAspect, _r.exportRenderPasses ? 0x2fu : 1u,
+                _r.tonemapHDR);
+            if (!widget->isValid()) {
+                widget.reset();
+                session.restoreOverlays();
+                return;
+            }
         }
-        const bool isolateOverlay = view->getDrawIsolateViewOverlay();
-        const bool lightsVisible = view->getLightsVisible();
-        const bool camerasVisible = view->getCamerasVisible();
-        view->setDrawIsolateViewOverlay(false);
-        view->setLightsVisible(false);
-        view->setCamerasVisible(false);
-        auto restoreOverlays = [&] {
-            view->setDrawIsolateViewOverlay(isolateOverlay);
-            view->setLightsVisible(lightsVisible);
-            view->setCamerasVisible(camerasVisible);
-        };
-        kaController::setSnapshotRendering(true);
-        const bool raytracing = kaOSGWidget::getRaytracing();
-        const bool sceneplate = view->getBackplate() ? view->getSceneplate() : false;
-        kaImageRenderWidget::setAlpha(alphaOn);
-        kaImageRenderWidget::setAlphaColor(_alphaColor[0], _alphaColor[1], _alphaColor[2]);
-
-        const osg::UberViewportPtr viewport = view->getViewport();
-        const int savedDeepLearning = viewport ? viewport->getDeepLearningSS() : 0;
-        const int savedDisplay = viewport ? viewport->getDisplay() : 0;
-        const float savedReferenceWhite = viewport ? viewport->getHdrReferenceWhite() : 80.0f;
-        setupViewport(viewport, kaDisplayStandard, 80.0f, 0);
-        setupBackground(viewport, _alphaColor[0], _alphaColor[1], _alphaColor[2], 0.0f, sceneplate,
-                        alphaOn);
-
-        std::unique_ptr<kaImageRenderWidget> widget;
-        double totalRenderTime = 0.0;
-        bool aborted = false;
-        bool invalid = false;
-        for (int eye = 0; eye < eyeCount; ++eye) {
-            QString name = eyeFile(eye);
-            QString format = fileExtension.toUpper();
-            if (format == "JPG")
-                format = "JPEG";
-            if ((_exportTiffHDR &&
-                 (format == "TIF" || format == "TIFF" || format == "PSD" || format == "PSB")) ||
-                format == "HDR" || format == "EXR")
-                kaImageRenderWidget::setDataType(osg::Image::OSG_FLOAT32_IMAGEDATA);
-            if (eye == 0) {
-                widget = std::make_unique<kaImageRenderWidget>(
-                    kaController::getMainWindow(), width, height, stereoMode, addSignature,
-                    superSampling, true, ignoreAspect, exportRenderPasses ? 0x2fu : 1u, tonemapHDR);
-                if (!widget->isValid()) {
-                    widget.reset();
-                    restoreOverlays();
-                    invalid = true;
-                    break;
-                }
-            }
-            widget->setLabelText(QObject::tr("Creating image ..."));
-            if (alphaOn && !raytracing)
-                widget->setLabelText(QObject::tr("Creating image"));
-            const double renderStart = now();
-            std::vector<osg::ImagePtr> images = widget->render(nullptr, eye, false, !_noProgress);
-            const double renderTime = now() - renderStart;
-            aborted = widget->wasAborted();
-            if (exportRenderPasses && !aborted) {
-                widget->setLabelText(QObject::tr("Writing images ..."));
-                for (size_t pass = 0; pass < images.size(); ++pass) {
-                    osg::ImagePtr& image = images[pass];
-                    if (!image)
-                        continue;
-                    if (!alphaOn)
-                        image->reformat(osg::Image::OSG_RGB_PF);
-                    if (format == "EXR" && _exportExrHalf &&
-                        image->getDataType() == osg::Image::OSG_FLOAT32_IMAGEDATA &&
-                        allowPassConversionTo16Bit(pass))
-                        image->convertDataTypeTo(osg::Image::OSG_FLOAT16_IMAGEDATA);
-                }
-                saveImages(images, name.toUtf8().toStdString(), format.toUtf8().constData(),
-                           addSignature, true, _noShowImage, dpi, false, false, nullptr);
-            }
-            if (aborted) {
-                _exportCanceled = true;
-                std::printf("Image export aborted!\n");
-                std::fflush(stdout);
-            }
-            totalRenderTime += renderTime;
-            if (!exportRenderPasses && !images.empty() && images[0] && !aborted) {
-                widget->setLabelText(QObject::tr("Writing image ..."));
-                kaImageRenderWidget::processEvents();
-                if (appendRenderTime)
-                    name = withoutExtension(name) + "__" +
-                           QString::number(totalRenderTime, 'g', 6) + "." + fileExtension;
-                saveImage(images[0], name.toUtf8().constData(), format.toUtf8().constData(),
-                          addSignature, false, _noShowImage, dpi, false, false, nullptr);
-                if (!_noProgress) {
-                    widget->getProgress()->setValue(widget->getProgress()->value() + 1);
-                    kaImageRenderWidget::processEvents();
-                }
-            }
-            if (aborted)
-                break;
+        widget->setLabelText(QObject::tr("Creating image ..."));
+        if (_alphaOn && !session.raytracing)
+            widget->setLabelText(QObject::tr("Creating image"));
+        const double renderStart = now();
+        std::vector<osg::ImagePtr> images =
+            widget->render(nullptr, eye, false, !_writer._noProgress);
+        const double renderTime = now() - renderStart;
+        aborted = widget->wasAborted();
+        if (_r.exportRenderPasses && !aborted)
+            writePasses(images, name, format, *widget);
+        if (aborted) {
+            _writer._exportCanceled = true;
+            std::printf("Image export aborted!\n");
+            std::fflush(stdout);
         }
-        if (!invalid) {
-            if (!aborted && widget)
-                widget->getProgress()->setValue(widget->getProgress()->maximum());
-            widget.reset();
-
-            kaController::setSnapshotRendering(false);
-            kaImageRenderWidget::setPixelFormat(osg::Image::OSG_RGB_PF);
-            kaImageRenderWidget::setDataType(osg::Image::OSG_UINT8_IMAGEDATA);
-            restoreOverlays();
-            if (hadPowerwall) {
-                view->enablePowerwall(true);
-                kaImageRenderWidget::setPowerwall(false);
-            }
-            setupViewport(viewport, kaDisplay(savedDisplay), savedReferenceWhite,
-                          savedDeepLearning);
-            setupBackground(viewport, 0.5f, 0.5f, 0.5f, 0.0f, false, false);
-
-            s_lastRenderTime = totalRenderTime;
-            kaLog::info("Snapshot render time %f seconds.", totalRenderTime);
-            kaLog::info("Snapshot export time %f seconds.", now() - exportStart);
-            if (playSound)
-                kaUtils::beep();
-        }
+        totalRenderTime += renderTime;
+        if (!_r.exportRenderPasses && !images.empty() && images[0] && !aborted)
+            writeImage(images[0], name, format, totalRenderTime, *widget);
+        if (aborted)
+            break;
     }
+    if (!aborted && widget)
+        widget->getProgress()->setValue(widget->getProgress()->maximum());
+    widget.reset();
 
-    if (_iccProfile > 0)
-        view->setDisplayColorspace(savedColorSpace);
-    SetThreadExecutionState(previousState);
+    session.restore();
+    s_lastRenderTime = totalRenderTime;
+    kaLog::info("Snapshot render time %f seconds.", totalRenderTime);
+    kaLog::info("Snapshot export time %f seconds.", now() - exportStart);
+    if (_playSound)
+        kaUtils::beep();
+}
+
+void kaImageWriter::SnapshotExport::writePasses(std::vector<osg::ImagePtr>& images,
+                                                const QString& name, const QString& format,
+                                                kaImageRenderWidget& widget) {
+    widget.setLabelText(QObject::tr("Writing images ..."));
+    for (size_t pass = 0; pass < images.size(); ++pass) {
+        osg::ImagePtr& image = images[pass];
+        if (!image)
+            continue;
+        if (!_alphaOn)
+            image->reformat(osg::Image::OSG_RGB_PF);
+        if (format == "EXR" && _writer._exportExrHalf &&
+            image->getDataType() == osg::Image::OSG_FLOAT32_IMAGEDATA &&
+            _writer.allowPassConversionTo16Bit(pass))
+            image->convertDataTypeTo(osg::Image::OSG_FLOAT16_IMAGEDATA);
+    }
+    _writer.saveImages(images, name.toUtf8().toStdString(), format.toUtf8().constData(),
+                       _addSignature, true, _writer._noShowImage, _r.dpi, false, false, nullptr);
+}
+
+void kaImageWriter::SnapshotExport::writeImage(const osg::ImagePtr& image, QString name,
+                                               const QString& format, double totalRenderTime,
+                                               kaImageRenderWidget& widget) {
+    widget.setLabelText(QObject::tr("Writing image ..."));
+    kaImageRenderWidget::processEvents();
+    if (_r.appendRenderTime)
+        name = withoutExtension(name) + "__" + QString::number(totalRenderTime, 'g', 6) + "." +
+               _fileExtension;
+    _writer.saveImage(image, name.toUtf8().constData(), format.toUtf8().constData(), _addSignature,
+                      false, _writer._noShowImage, _r.dpi, false, false, nullptr);
+    if (!_writer._noProgress) {
+        widget.getProgress()->setValue(widget.getProgress()->value() + 1);
+        kaImageRenderWidget::processEvents();
+    }
 }

@@ -55,3 +55,11 @@ static const std::string kaRenderPassNames[kaRenderPassCount] = {
     "motion_vector",
     "gpu_depth",
 };
+
+// Passes that exports treat apart, by their place in the table above.
+static const unsigned int kaRenderPassDepth = 33;          // "depth"
+static const unsigned int kaRenderPassCryptoObject = 34;   // "cryptoObject00" .. "02"
+static const unsigned int kaRenderPassCryptoMaterial = 37; // "cryptoMaterial00" .. "02"
+static const unsigned int kaRenderPassCryptoRanks = 3;     // layers of each Cryptomatte pass
+static const unsigned int kaRenderPassPosition = 42;       // "position"
+
