@@ -5,6 +5,8 @@
 #include <string>
 
 // File names and paths as the host handles them. All names are UTF-8 when narrow.
+// Safe from any thread (background image writers expand names and create folders), except
+// checkWrite, which may ask the user and belongs to the GUI thread.
 class kaFile {
 public:
     // Resolves "$NAME" and "${NAME}" (host path variables first, such as KALO_DATA, then the
