@@ -7,15 +7,14 @@
 
 #include "kaAtomicFile.h"
 #include "kaFile.h"
+#include "kaImageOutStream.h"
 #include "kaImageWriter.h"
 
 #include <CLI/CLI.hpp>
 
 #include <QFileInfo>
 
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <memory>
 #include <ostream>
 
@@ -77,25 +76,40 @@ Runner defineFast(CLI::App& command) {
         }
         kaAtomicFile::setReplaceExisting(o->force);
 
+        if (toStream && io.outDescriptor < 0) {
+            io.err << "kaexport fast: '-' needs the program's standard output\n";
+            return int(UsageError);
+        }
+        // Captures for '-' go through the whole save path (comment, profile, metadata) and
+        // are sent to standard output as they are made, every write checked.
+        auto streamError = std::make_shared<std::string>();
+        int sent = 0;
+        if (toStream) {
+            io.out.flush();
+            auto send = kaImageOutStream::descriptorWriter(io.outDescriptor, streamError);
+            kaImageOutStream::setImageWriteFunction(
+                [send, &sent](osg::ImagePtr image, std::string name) {
+                    const bool ok = send(std::move(image), std::move(name));
+                    sent += ok ? 1 : 0;
+                    return ok;
+                });
+        }
+        const std::shared_ptr<void> removeStream(nullptr, [toStream](void*) {
+            if (toStream)
+                kaImageOutStream::setImageWriteFunction(nullptr);
+        });
+
         kaImageWriter writer;
         writer.setNoShowImage(true);
         WriteReport report;
         writer.exportImageFastInit(o->width, o->height, o->superSampling);
         const auto start = std::chrono::steady_clock::now();
         int made = 0;
-        std::string streamError;
         for (int i = 0; i < o->count && !Host::interrupted(); ++i) {
             if (toStream) {
-                const std::string png = writer.exportImageFast();
-                if (png.empty())
+                writer.exportImageFast(QString("stdout.png"));
+                if (sent != made + 1)
                     break;
-                errno = 0;
-                io.out.write(png.data(), std::streamsize(png.size()));
-                io.out.flush();
-                if (!io.out) {
-                    streamError = errno ? std::strerror(errno) : "the stream refused the data";
-                    break;
-                }
             } else {
                 // The library adds the default extension to a name without one: count files.
                 const int before = report.written().size();
@@ -117,8 +131,8 @@ Runner defineFast(CLI::App& command) {
         }
         bool complete = made == o->count;
         if (toStream) {
-            if (!streamError.empty())
-                io.err << "kaexport fast: couldn't write to standard output: " << streamError
+            if (!streamError->empty())
+                io.err << "kaexport fast: couldn't write to standard output: " << *streamError
                        << "\n";
         } else {
             complete = report.print(io, "fast") && complete;

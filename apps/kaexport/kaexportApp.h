@@ -14,10 +14,13 @@ namespace kaexport {
 
 enum ExitCode { Done = 0, Failed = 1, UsageError = 2, Cancelled = 3 };
 
-// Output streams of one run, so that tests can capture them.
+// Output streams of one run, so that tests can capture them. 'outDescriptor' is the
+// descriptor behind 'out' when there is one (the program's real standard output), for commands
+// that send images there.
 struct Streams {
     std::ostream& out;
     std::ostream& err;
+    int outDescriptor = -1;
 };
 
 class Host;

@@ -99,7 +99,7 @@ int main(int argc, char** argv) {
 
     QStringList args = QApplication::arguments();
     args.removeFirst();
-    kaexport::Streams io{out, std::cerr};
+    kaexport::Streams io{out, std::cerr, output};
     int code = kaexport::run(args, io);
     out.flush();
     if (!out && code == kaexport::Done) {

@@ -168,6 +168,8 @@ TEST_F(kaexportSnapshot, FastToFilesAndToMemory) {
                                             "PNG\r\n")),
               2)
         << "two PNG files one after the other";
+    // Streamed captures carry what files carry: the colour profile of their pixels.
+    EXPECT_EQ(memory.bytes.count("iCCP"), 2);
 }
 
 TEST_F(kaexportSnapshot, ExistingFilesNeedForce) {
