@@ -19,6 +19,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 
 using osg::Image;
@@ -290,6 +291,39 @@ TEST_F(RenderWidget, AbortButtonMidRenderReturnsTheUnfinishedImages) {
     EXPECT_TRUE(log.contains(kaLog::Info, "Render job cancelled."));
     EXPECT_TRUE(kaImageRenderWidget::wasCanceled());
     EXPECT_FALSE(kaImageRenderWidget::wasCanceled()) << "cleared by reading";
+}
+
+TEST_F(RenderWidget, AbortInsideTheFirstRaytracedSampleIsQuick) {
+    budget(0);
+    kaOSGWidget::setRaytracing(true);
+    kaImageRenderWidget::setActiveRenderPasses(std::vector<bool>(47, true));
+    auto w = widget(1600, 1200, 0, SM::STEREO_NONE, true, 47);
+    ASSERT_TRUE(w->isValid());
+    w->setShowCancelButton(true);
+    std::chrono::steady_clock::time_point clicked;
+    bool sawProgress = false;
+    // The Abort arrives while the first sample is under way, as the progress shows it.
+    const int listener = kaController::addStepListener([&](int step, int, double fraction) {
+        if (step == 0 && fraction > 0.0 && !sawProgress) {
+            sawProgress = true;
+            clicked = std::chrono::steady_clock::now();
+            QTest::mouseClick(w->findChild<QPushButton*>(), Qt::LeftButton);
+        }
+    });
+    auto images = w->render(nullptr, 0, false, true);
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - clicked).count();
+    kaController::removeStepListener(listener);
+    kaOSGWidget::setRaytracing(false);
+    kaImageRenderWidget::setActiveRenderPasses({});
+    ASSERT_TRUE(sawProgress) << "no progress inside the first sample";
+    EXPECT_TRUE(w->wasAborted());
+#ifdef KA_SANITIZED_BUILD
+    EXPECT_LT(seconds, 5.0) << "sanitizers slow every row down";
+#else
+    EXPECT_LT(seconds, 1.0);
+#endif
+    EXPECT_TRUE(kaImageRenderWidget::wasCanceled());
 }
 
 TEST_F(RenderWidget, RejectingTheDialogAbortsToo) {
