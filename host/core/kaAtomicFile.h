@@ -30,7 +30,7 @@ public:
     // The staged file's descriptor; -1 before open() and after close().
     int descriptor() const { return _fd; }
 
-    // All of 'data' at the file's current position, or at 'offset'; false on any failure (the
+    // All of 'data' after what write() wrote before, or at 'offset'; false on any failure (the
     // first failure is kept in error()).
     bool write(const void* data, size_t size);
     bool writeAt(const void* data, size_t size, uint64_t offset);
@@ -80,6 +80,7 @@ private:
     std::string _stagedName;
     std::string _error;
     int _fd = -1;
+    uint64_t _position = 0; // where write() goes on
     bool _committed = false;
     bool _counted = false;
 };

@@ -138,6 +138,21 @@ int modeOf(int flags, va_list args) {
     return (flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE ? va_arg(args, int) : 0;
 }
 
+// A write of 'size' bytes on 'fd' that 'call' makes with the number of bytes to write: the
+// first failing call writes half of them, later ones fail with the error.
+template <typename Call>
+ssize_t faultyWrite(int fd, size_t size, const Call& call) {
+    int error = 0;
+    bool first = false;
+    if (isTracked(fd) && shouldFail(Write, error, first)) {
+        if (first && size > 1)
+            return call(size / 2);
+        errno = error;
+        return -1;
+    }
+    return call(size);
+}
+
 } // namespace
 
 extern "C" {
@@ -226,52 +241,23 @@ int creat64(const char* path, mode_t mode) {
 
 ssize_t write(int fd, const void* buffer, size_t size) {
     static auto next = real<ssize_t (*)(int, const void*, size_t)>("write");
-    int error = 0;
-    bool first = false;
-    if (isTracked(fd) && shouldFail(Write, error, first)) {
-        if (first && size > 1)
-            return next(fd, buffer, size / 2);
-        errno = error;
-        return -1;
-    }
-    return next(fd, buffer, size);
+    return faultyWrite(fd, size, [&](size_t n) { return next(fd, buffer, n); });
 }
 
 ssize_t pwrite(int fd, const void* buffer, size_t size, off_t offset) {
     static auto next = real<ssize_t (*)(int, const void*, size_t, off_t)>("pwrite");
-    int error = 0;
-    bool first = false;
-    if (isTracked(fd) && shouldFail(Write, error, first)) {
-        if (first && size > 1)
-            return next(fd, buffer, size / 2, offset);
-        errno = error;
-        return -1;
-    }
-    return next(fd, buffer, size, offset);
+    return faultyWrite(fd, size, [&](size_t n) { return next(fd, buffer, n, offset); });
 }
 
 ssize_t pwrite64(int fd, const void* buffer, size_t size, off64_t offset) {
     static auto next = real<ssize_t (*)(int, const void*, size_t, off64_t)>("pwrite64");
-    int error = 0;
-    bool first = false;
-    if (isTracked(fd) && shouldFail(Write, error, first)) {
-        if (first && size > 1)
-            return next(fd, buffer, size / 2, offset);
-        errno = error;
-        return -1;
-    }
-    return next(fd, buffer, size, offset);
+    return faultyWrite(fd, size, [&](size_t n) { return next(fd, buffer, n, offset); });
 }
 
 ssize_t writev(int fd, const struct iovec* vector, int count) {
     static auto next = real<ssize_t (*)(int, const struct iovec*, int)>("writev");
-    int error = 0;
-    bool first = false;
-    if (isTracked(fd) && shouldFail(Write, error, first)) {
-        errno = error;
-        return -1;
-    }
-    return next(fd, vector, count);
+    // No short writes here: a vector is written whole or refused.
+    return faultyWrite(fd, 1, [&](size_t) { return next(fd, vector, count); });
 }
 
 int fsync(int fd) {
