@@ -9,7 +9,9 @@ namespace osg {
 
 namespace {
 std::atomic<uint32_t> g_quality{90};
-}
+// What this thread set last; 0xFFFFFFFF: nothing yet.
+thread_local uint32_t t_quality = 0xFFFFFFFFu;
+} // namespace
 
 JPGImageFileType::JPGImageFileType(OIIOFormatTraits traits)
     : OIIOImageFileType(std::move(traits)) {}
@@ -20,11 +22,12 @@ JPGImageFileType& JPGImageFileType::the() {
 }
 
 void JPGImageFileType::setQuality(uint32_t quality) {
-    g_quality = std::min(quality, 100u);
+    t_quality = std::min(quality, 100u);
+    g_quality = t_quality;
 }
 
 uint32_t JPGImageFileType::getQuality() const {
-    return g_quality;
+    return t_quality <= 100u ? t_quality : g_quality.load();
 }
 
 } // namespace osg
