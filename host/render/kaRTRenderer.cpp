@@ -234,8 +234,7 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
             // Clearing the sums of a large picture takes seconds: an interrupt goes first.
             if (kaController::rendersInterrupted()) {
                 acc.camera = nullptr;
-                error = "interrupted";
-                return false;
+                return false; // stopped, as asked: nothing to report
             }
             std::vector<float>& sums = acc.sums[size_t(s)];
             if (std::find(slots.begin(), slots.end(), Slot(s)) == slots.end())

@@ -28,7 +28,12 @@ public:
     // only that sample is made and added to the earlier samples of the same region (sample 0
     // starts over). The viewport's event-processing callback is told of every sample and stops
     // the render by returning false; with a render time limit the render goes on, sample after
-    // sample, until the sample that passes it. False on errors (with 'error') and when stopped.
+    // sample, until the sample that passes it. The callback is also asked, with 'advance'
+    // false, every 50 ms while a sample renders, and kaController::rendersInterrupted() is read
+    // before every row: a stop inside a sample keeps none of it (the images stay as they were,
+    // the next render of the region starts over) and is seen within a row. Progress inside a
+    // sample goes to kaController::setRenderStepProgress. False on errors (with 'error') and
+    // when stopped (without one).
     bool render(const osg::UberViewport& viewport, const osg::Camera& camera, const Region& region,
                 const std::vector<osg::ImagePtr>& images, int samples, int onlySample,
                 std::string& error);
