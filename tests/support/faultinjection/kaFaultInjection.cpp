@@ -36,9 +36,49 @@ std::atomic<int> g_failures{0};
 constexpr int kMaxFd = 1 << 16;
 std::atomic<bool> g_tracked[kMaxFd];
 
+// The C library's own calls, looked up when this library is loaded: looking one up later, in
+// the middle of someone's call (a sanitizer's report opening files, say), is not safe.
 template <typename F>
-F real(const char* name) {
-    return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
+F resolved(std::atomic<void*>& slot, const char* name) {
+    void* function = slot.load(std::memory_order_relaxed);
+    if (!function) {
+        function = dlsym(RTLD_NEXT, name);
+        slot.store(function, std::memory_order_relaxed);
+    }
+    return reinterpret_cast<F>(function);
+}
+
+std::atomic<void*> g_real_open{nullptr};
+std::atomic<void*> g_real_open64{nullptr};
+std::atomic<void*> g_real_openat{nullptr};
+std::atomic<void*> g_real_openat64{nullptr};
+std::atomic<void*> g_real_write{nullptr};
+std::atomic<void*> g_real_pwrite{nullptr};
+std::atomic<void*> g_real_pwrite64{nullptr};
+std::atomic<void*> g_real_writev{nullptr};
+std::atomic<void*> g_real_fsync{nullptr};
+std::atomic<void*> g_real_fdatasync{nullptr};
+std::atomic<void*> g_real_close{nullptr};
+std::atomic<void*> g_real_rename{nullptr};
+std::atomic<void*> g_real_renameat{nullptr};
+std::atomic<void*> g_real_renameat2{nullptr};
+
+__attribute__((constructor(101))) void lookUpTheRealCalls() {
+    resolved<int (*)(const char*, int, ...)>(g_real_open, "open");
+    resolved<int (*)(const char*, int, ...)>(g_real_open64, "open64");
+    resolved<int (*)(int, const char*, int, ...)>(g_real_openat, "openat");
+    resolved<int (*)(int, const char*, int, ...)>(g_real_openat64, "openat64");
+    resolved<ssize_t (*)(int, const void*, size_t)>(g_real_write, "write");
+    resolved<ssize_t (*)(int, const void*, size_t, off_t)>(g_real_pwrite, "pwrite");
+    resolved<ssize_t (*)(int, const void*, size_t, off64_t)>(g_real_pwrite64, "pwrite64");
+    resolved<ssize_t (*)(int, const struct iovec*, int)>(g_real_writev, "writev");
+    resolved<int (*)(int)>(g_real_fsync, "fsync");
+    resolved<int (*)(int)>(g_real_fdatasync, "fdatasync");
+    resolved<int (*)(int)>(g_real_close, "close");
+    resolved<int (*)(const char*, const char*)>(g_real_rename, "rename");
+    resolved<int (*)(int, const char*, int, const char*)>(g_real_renameat, "renameat");
+    resolved<int (*)(int, const char*, int, const char*, unsigned int)>(g_real_renameat2,
+                                                                        "renameat2");
 }
 
 Operation operationNamed(const char* name) {
@@ -192,7 +232,7 @@ int open(const char* path, int flags, ...) {
     va_start(args, flags);
     const int mode = modeOf(flags, args);
     va_end(args);
-    static auto next = real<int (*)(const char*, int, ...)>("open");
+    const auto next = resolved<int (*)(const char*, int, ...)>(g_real_open, "open");
     const int fd = next(path, flags, mode);
     track(fd, AT_FDCWD, path);
     return fd;
@@ -203,7 +243,7 @@ int open64(const char* path, int flags, ...) {
     va_start(args, flags);
     const int mode = modeOf(flags, args);
     va_end(args);
-    static auto next = real<int (*)(const char*, int, ...)>("open64");
+    const auto next = resolved<int (*)(const char*, int, ...)>(g_real_open64, "open64");
     const int fd = next(path, flags, mode);
     track(fd, AT_FDCWD, path);
     return fd;
@@ -214,7 +254,7 @@ int openat(int dirfd, const char* path, int flags, ...) {
     va_start(args, flags);
     const int mode = modeOf(flags, args);
     va_end(args);
-    static auto next = real<int (*)(int, const char*, int, ...)>("openat");
+    const auto next = resolved<int (*)(int, const char*, int, ...)>(g_real_openat, "openat");
     const int fd = next(dirfd, path, flags, mode);
     track(fd, dirfd, path);
     return fd;
@@ -225,7 +265,7 @@ int openat64(int dirfd, const char* path, int flags, ...) {
     va_start(args, flags);
     const int mode = modeOf(flags, args);
     va_end(args);
-    static auto next = real<int (*)(int, const char*, int, ...)>("openat64");
+    const auto next = resolved<int (*)(int, const char*, int, ...)>(g_real_openat64, "openat64");
     const int fd = next(dirfd, path, flags, mode);
     track(fd, dirfd, path);
     return fd;
@@ -240,28 +280,30 @@ int creat64(const char* path, mode_t mode) {
 }
 
 ssize_t write(int fd, const void* buffer, size_t size) {
-    static auto next = real<ssize_t (*)(int, const void*, size_t)>("write");
+    const auto next = resolved<ssize_t (*)(int, const void*, size_t)>(g_real_write, "write");
     return faultyWrite(fd, size, [&](size_t n) { return next(fd, buffer, n); });
 }
 
 ssize_t pwrite(int fd, const void* buffer, size_t size, off_t offset) {
-    static auto next = real<ssize_t (*)(int, const void*, size_t, off_t)>("pwrite");
+    const auto next =
+        resolved<ssize_t (*)(int, const void*, size_t, off_t)>(g_real_pwrite, "pwrite");
     return faultyWrite(fd, size, [&](size_t n) { return next(fd, buffer, n, offset); });
 }
 
 ssize_t pwrite64(int fd, const void* buffer, size_t size, off64_t offset) {
-    static auto next = real<ssize_t (*)(int, const void*, size_t, off64_t)>("pwrite64");
+    const auto next =
+        resolved<ssize_t (*)(int, const void*, size_t, off64_t)>(g_real_pwrite64, "pwrite64");
     return faultyWrite(fd, size, [&](size_t n) { return next(fd, buffer, n, offset); });
 }
 
 ssize_t writev(int fd, const struct iovec* vector, int count) {
-    static auto next = real<ssize_t (*)(int, const struct iovec*, int)>("writev");
+    const auto next = resolved<ssize_t (*)(int, const struct iovec*, int)>(g_real_writev, "writev");
     // No short writes here: a vector is written whole or refused.
     return faultyWrite(fd, 1, [&](size_t) { return next(fd, vector, count); });
 }
 
 int fsync(int fd) {
-    static auto next = real<int (*)(int)>("fsync");
+    const auto next = resolved<int (*)(int)>(g_real_fsync, "fsync");
     int error = 0;
     bool first = false;
     if (isTracked(fd) && shouldFail(Fsync, error, first)) {
@@ -272,7 +314,7 @@ int fsync(int fd) {
 }
 
 int fdatasync(int fd) {
-    static auto next = real<int (*)(int)>("fdatasync");
+    const auto next = resolved<int (*)(int)>(g_real_fdatasync, "fdatasync");
     int error = 0;
     bool first = false;
     if (isTracked(fd) && shouldFail(Fsync, error, first)) {
@@ -283,7 +325,7 @@ int fdatasync(int fd) {
 }
 
 int close(int fd) {
-    static auto next = real<int (*)(int)>("close");
+    const auto next = resolved<int (*)(int)>(g_real_close, "close");
     const bool tracked = isTracked(fd);
     if (fd >= 0 && fd < kMaxFd)
         g_tracked[fd].store(false);
@@ -298,7 +340,7 @@ int close(int fd) {
 }
 
 int rename(const char* from, const char* to) {
-    static auto next = real<int (*)(const char*, const char*)>("rename");
+    const auto next = resolved<int (*)(const char*, const char*)>(g_real_rename, "rename");
     int error = 0;
     bool first = false;
     if (affected(absolute(AT_FDCWD, to)) && shouldFail(Rename, error, first)) {
@@ -309,7 +351,8 @@ int rename(const char* from, const char* to) {
 }
 
 int renameat(int fromDir, const char* from, int toDir, const char* to) {
-    static auto next = real<int (*)(int, const char*, int, const char*)>("renameat");
+    const auto next =
+        resolved<int (*)(int, const char*, int, const char*)>(g_real_renameat, "renameat");
     int error = 0;
     bool first = false;
     if (affected(absolute(toDir, to)) && shouldFail(Rename, error, first)) {
@@ -320,7 +363,8 @@ int renameat(int fromDir, const char* from, int toDir, const char* to) {
 }
 
 int renameat2(int fromDir, const char* from, int toDir, const char* to, unsigned int flags) {
-    static auto next = real<int (*)(int, const char*, int, const char*, unsigned int)>("renameat2");
+    const auto next = resolved<int (*)(int, const char*, int, const char*, unsigned int)>(
+        g_real_renameat2, "renameat2");
     int error = 0;
     bool first = false;
     if (affected(absolute(toDir, to)) && shouldFail(Rename, error, first)) {
