@@ -428,31 +428,47 @@ bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Cam
     viewing.invert(eyeToWorld);
     const osg::Pnt3f eye = eyeToWorld.transformPoint({0, 0, 0});
 
-    // Within the viewport limits a piece is the full picture shifted by whole pixels; beyond
-    // them the piece's part of the picture is mapped onto it by its projection.
+    // Pieces lie on one grid of the whole picture, cell by cell from its corner, and a region
+    // is drawn in the cells it touches, cut to it by the scissor. A pixel is so always drawn in
+    // the same cell, with the same viewport and framebuffer, whichever region asks for it: the
+    // rasteriser sees the same window coordinates to the bit. (A viewport shifted to each
+    // region's own corner does not promise that: its float transform rounds differently, and
+    // an edge pixel here and there flips.) Within the viewport limits a cell is the full
+    // picture shifted by whole pixels; beyond them the cell's part of the picture is mapped
+    // onto it by its projection.
     GLint viewportLimit[2] = {0, 0};
     glGetIntegerv(GL_MAX_VIEWPORT_DIMS, viewportLimit);
     const bool shiftViewport = fullWidth <= viewportLimit[0] && fullHeight <= viewportLimit[1];
 
     const int first = onlySample >= 0 ? onlySample : 0;
     const int last = onlySample >= 0 ? onlySample + 1 : std::max(samples, 1);
-    const int piece = getMaxPieceSize();
+    const int cell = getMaxPieceSize();
+    const int firstCellX = x0 / cell, firstCellY = y0 / cell;
+    const int lastCellX = (x0 + width - 1) / cell, lastCellY = (y0 + height - 1) / cell;
     std::vector<float> sum, pixels;
     auto callback = viewport.getEventProcessingCB();
     bool stopped = false;
-    for (int py = 0; py < height && !stopped; py += piece) {
-        for (int px = 0; px < width && !stopped; px += piece) {
-            const int pw = std::min(piece, width - px), ph = std::min(piece, height - py);
-            const bool lastPiece = py + piece >= height && px + piece >= width;
-            const int left = x0 + px, bottom = y0 + py; // in the full picture
-            if (!_impl->target(pw, ph, error))
+    glEnable(GL_SCISSOR_TEST);
+    for (int cy = firstCellY; cy <= lastCellY && !stopped; ++cy) {
+        for (int cx = firstCellX; cx <= lastCellX && !stopped; ++cx) {
+            const int cellLeft = cx * cell, cellBottom = cy * cell;
+            const int cellW = std::min(cell, fullWidth - cellLeft);
+            const int cellH = std::min(cell, fullHeight - cellBottom);
+            // The region's part of the cell, in the full picture.
+            const int left = std::max(x0, cellLeft), bottom = std::max(y0, cellBottom);
+            const int pw = std::min(x0 + width, cellLeft + cellW) - left;
+            const int ph = std::min(y0 + height, cellBottom + cellH) - bottom;
+            const bool lastPiece = cy == lastCellY && cx == lastCellX;
+            if (!_impl->target(cellW, cellH, error)) {
+                glDisable(GL_SCISSOR_TEST);
                 return false;
-            osg::Matrix toPiece;
+            }
+            osg::Matrix toCell;
             if (!shiftViewport) {
-                toPiece.m[0][0] = float(fullWidth) / float(pw);
-                toPiece.m[0][3] = float(fullWidth - 2 * left - pw) / float(pw);
-                toPiece.m[1][1] = float(fullHeight) / float(ph);
-                toPiece.m[1][3] = float(fullHeight - 2 * bottom - ph) / float(ph);
+                toCell.m[0][0] = float(fullWidth) / float(cellW);
+                toCell.m[0][3] = float(fullWidth - 2 * cellLeft - cellW) / float(cellW);
+                toCell.m[1][1] = float(fullHeight) / float(cellH);
+                toCell.m[1][3] = float(fullHeight - 2 * cellBottom - cellH) / float(cellH);
             }
             sum.assign(size_t(pw) * size_t(ph) * 4, 0.0f);
             pixels.resize(sum.size());
@@ -465,17 +481,19 @@ bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Cam
                     2.0f * dx / float(fullWidth), 2.0f * dy / float(fullHeight), 0.0f);
                 glBindFramebuffer(GL_FRAMEBUFFER, _impl->framebuffer);
                 if (shiftViewport)
-                    glViewport(-left, -bottom, fullWidth, fullHeight);
+                    glViewport(-cellLeft, -cellBottom, fullWidth, fullHeight);
                 else
-                    glViewport(0, 0, pw, ph);
+                    glViewport(0, 0, cellW, cellH);
+                glScissor(left - cellLeft, bottom - cellBottom, pw, ph);
                 glClearColor(0, 0, 0, 0);
                 glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-                // Fragment rows count in the framebuffer, which starts at the piece's bottom row.
-                _impl->drawBackground(viewport, float(bottom) / float(fullHeight),
+                // Fragment rows count in the framebuffer, which starts at the cell's bottom row.
+                _impl->drawBackground(viewport, float(cellBottom) / float(fullHeight),
                                       1.0f / float(fullHeight));
-                _impl->drawScene(items, lights, toPiece * jitter * projection * viewing, eye);
+                _impl->drawScene(items, lights, toCell * jitter * projection * viewing, eye);
                 glPixelStorei(GL_PACK_ALIGNMENT, 1);
-                glReadPixels(0, 0, pw, ph, GL_RGBA, GL_FLOAT, pixels.data());
+                glReadPixels(left - cellLeft, bottom - cellBottom, pw, ph, GL_RGBA, GL_FLOAT,
+                             pixels.data());
                 for (size_t i = 0; i < sum.size(); ++i)
                     sum[i] += pixels[i];
                 ++made;
@@ -485,9 +503,10 @@ bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Cam
             const float scale = 1.0f / float(std::max(made, 1));
             for (float& v : sum)
                 v *= scale;
-            sink(px, py, pw, ph, sum.data());
+            sink(left - x0, bottom - y0, pw, ph, sum.data());
         }
     }
+    glDisable(GL_SCISSOR_TEST);
     _impl->prune();
     return !stopped;
 }

@@ -19,17 +19,18 @@ public:
     using PieceSink = std::function<void(int px, int py, int pw, int ph, const float* rgba)>;
 
     // Renders pixels [x0, x0 + width) x [y0, y0 + height) of a picture of fullWidth x
-    // fullHeight seen through 'camera', piece by piece (at most getMaxPieceSize() a side), each
-    // piece handed to 'sink' when all its samples are in. A region is drawn with the full
-    // picture's projection and an integer viewport offset, so that every region's pixels come
-    // out as in the whole picture. With 'onlySample' >= 0 only that sample is made. The
-    // viewport's event-processing callback is told of each sample (advance = true) once per
-    // render, on the last piece, and asked without advancing on the others; when it returns
+    // fullHeight seen through 'camera', piece by piece, each piece handed to 'sink' when all its
+    // samples are in. Pieces are the region's parts of the cells of one grid over the whole
+    // picture (getMaxPieceSize() a side), each cell drawn with the full picture's projection
+    // and its own integer viewport offset: every pixel comes out bit for bit as in any other
+    // region that holds it, the whole picture included. With 'onlySample' >= 0 only that sample is
+    // made. The viewport's event-processing callback is told of each sample (advance = true) once
+    // per render, on the last piece, and asked without advancing on the others; when it returns
     // false the render stops, the current piece is still handed over, and false is returned
     // with an empty 'error'.
     bool render(const osg::UberViewport& viewport, const osg::Camera& camera, int fullWidth,
-                int fullHeight, int x0, int y0, int width, int height, int samples,
-                int onlySample, const PieceSink& sink, std::string& error);
+                int fullHeight, int x0, int y0, int width, int height, int samples, int onlySample,
+                const PieceSink& sink, std::string& error);
 
     // Sub-pixel offset of sample k, each coordinate in [-0.5, 0.5); sample 0 is the centre.
     static void sampleOffset(int k, float& dx, float& dy);
