@@ -111,9 +111,7 @@ bool kaImageWriter::getExportMultiLayer() const {
 }
 
 bool kaImageWriter::allowPassConversionTo16Bit(size_t pass) const {
-    // Depths, Cryptomatte ids and positions lose what they say in half floats.
-    const size_t lastCrypto = kaRenderPassCryptoMaterial + kaRenderPassCryptoRanks - 1;
-    return !((pass >= kaRenderPassDepth && pass <= lastCrypto) || pass == kaRenderPassPosition);
+    return !kaRenderPass::keepsFullFloat((long long)(pass));
 }
 
 const std::set<std::string>& kaImageWriter::getFormatsOpenSG() const {

@@ -219,7 +219,7 @@ bool kaImageWriter::saveImages(std::vector<osg::ImagePtr> images, std::string fi
         kaRTCryptomatte::setStaticMetadata(true, true);
         const QByteArray name = prepared.name.toUtf8();
         const bool written =
-            writeLayeredImage(fileType, base, name.toStdString(), images, kaRenderPassNames);
+            writeLayeredImage(fileType, base, name.toStdString(), images, kaRenderPassNames.data());
         if (!written && !noErrorMessage)
             kaLog::error("kaImageWriter: Couldn't save image '%s'!", name.constData());
         finishImage(base, noShow, prepared);

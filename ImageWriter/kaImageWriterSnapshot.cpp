@@ -51,9 +51,11 @@ void refuse(const QString& text) {
 }
 
 // Cryptomatte passes carry coverage in their alpha.
-bool cryptomatteActive(const std::vector<bool>& active) {
-    auto on = [&](unsigned int pass) { return active.size() > pass && active[pass]; };
-    return on(kaRenderPassCryptoObject) || on(kaRenderPassCryptoMaterial);
+bool coverageActive(const std::vector<bool>& active) {
+    for (size_t pass = 0; pass < active.size(); ++pass)
+        if (active[pass] && kaRenderPass::carriesCoverage((long long)(pass)))
+            return true;
+    return false;
 }
 
 // Keeps the machine awake and the view in the export's colour space while it lives; gives
@@ -259,7 +261,7 @@ bool kaImageWriter::SnapshotExport::completeRequest() {
     if (_r.alpha < 0)
         getFromMessage(prefs, "MovieExport alpha", _alphaOn);
     const std::vector<bool>& active = kaImageRenderWidget::getActiveRenderPasses();
-    if (_r.exportRenderPasses && !active.empty() && cryptomatteActive(active))
+    if (_r.exportRenderPasses && !active.empty() && coverageActive(active))
         _alphaOn = true;
     if (_r.dpi < 0.0f) {
         _r.dpi = 72.0f;

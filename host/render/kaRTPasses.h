@@ -1,6 +1,7 @@
 #pragma once
 
 #include "kaRTMath.h"
+#include "kaRenderPassCatalogue.h"
 
 #include <cstring>
 
@@ -77,7 +78,7 @@ struct Sample {
     V3 get(Slot s) const { return {v[s][0], v[s][1], v[s][2]}; }
 };
 
-constexpr int kPassCount = 47;
+constexpr int kPassCount = kaRenderPass::Count;
 
 enum class PassKind {
     Light,        // premultiplied (or straight) colour from its slot
@@ -97,7 +98,7 @@ struct PassRule {
     int cryptoLayer = 0;
 };
 
-// How render pass 'pass' (0 to 46) is read from the slots.
+// How render pass 'pass' (a kaRenderPass index) is read from the slots.
 const PassRule& passRule(int pass);
 
 } // namespace kaRT

@@ -1,5 +1,7 @@
 #include "kaImageRenderWidget.h"
 
+#include "kaRenderPassCatalogue.h"
+
 #include <gtest/gtest.h>
 
 TEST(kaImageRenderWidgetSettings, AlphaSwitchesThePixelFormat) {
@@ -40,11 +42,11 @@ TEST(kaImageRenderWidgetSettings, ClassWideValues) {
 
 TEST(kaImageRenderWidgetSettings, ActivePassesAreCopied) {
     std::vector<bool> passes(47, false);
-    passes[33] = true;
+    passes[kaRenderPass::Depth] = true;
     kaImageRenderWidget::setActiveRenderPasses(passes);
     passes[0] = true;
     EXPECT_FALSE(kaImageRenderWidget::getActiveRenderPasses()[0]);
-    EXPECT_TRUE(kaImageRenderWidget::getActiveRenderPasses()[33]);
+    EXPECT_TRUE(kaImageRenderWidget::getActiveRenderPasses()[kaRenderPass::Depth]);
     kaImageRenderWidget::setActiveRenderPasses(kaImageRenderWidget::getActiveRenderPasses());
     EXPECT_EQ(kaImageRenderWidget::getActiveRenderPasses().size(), 47u);
     kaImageRenderWidget::setActiveRenderPasses({});

@@ -9,6 +9,7 @@
 #include "kaOSGWidget.h"
 #include "kaPreferences.h"
 #include "kaRenderParameter.h"
+#include "kaRenderPassCatalogue.h"
 #include "kaTestSupport.h"
 #include "kaUberCameraUtils.h"
 
@@ -133,13 +134,13 @@ TEST_F(RenderWidget, PassZeroAlwaysGetsImages) {
     ASSERT_EQ(w->getImages().size(), 47u);
     EXPECT_TRUE(w->getTileImages()[0]);
     EXPECT_TRUE(w->getImages()[0]);
-    EXPECT_FALSE(w->getImages()[33]);
+    EXPECT_FALSE(w->getImages()[kaRenderPass::Depth]);
     std::vector<bool> passes(47, false);
-    passes[33] = true;
+    passes[kaRenderPass::Depth] = true;
     kaImageRenderWidget::setActiveRenderPasses(passes);
     auto v = widget(64, 48, 0, SM::STEREO_NONE, true, 47);
     EXPECT_FALSE(v->getImages()[0]);
-    EXPECT_TRUE(v->getImages()[33]);
+    EXPECT_TRUE(v->getImages()[kaRenderPass::Depth]);
 }
 
 TEST_F(RenderWidget, NoMainViewMakesAnInvalidWidget) {

@@ -11,6 +11,7 @@
 #include "kaPlatform.h"
 #include "kaPreferences.h"
 #include "kaRTSceneHandler.h"
+#include "kaRenderPassCatalogue.h"
 #include "kaTestSupport.h"
 
 #include <OpenImageIO/imageio.h>
@@ -301,7 +302,7 @@ struct TestScene {
         rt->setAttribute("Bounces", "8");
         kaRTSceneHandler::setRaytracingSettingsAttachment(rt);
         std::vector<bool> passes(47, false);
-        passes[0] = passes[33] = true;
+        passes[0] = passes[kaRenderPass::Depth] = true;
         kaImageRenderWidget::setActiveRenderPasses(passes);
     }
     ~TestScene() {

@@ -239,8 +239,8 @@ TEST_F(kaImageWriterSave, PassImagesAreWrittenInParallelAndANullPassGivesFalse) 
     std::vector<osg::ImagePtr> images = {makeImage(Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA),
                                          osg::ImagePtr(),
                                          makeImage(Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA)};
-    images.resize(34);
-    images[33] = makeImage(Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA);
+    images.resize(kaRenderPass::Depth + 1);
+    images[kaRenderPass::Depth] = makeImage(Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA);
     images[2] = nullptr;
     katest::LogCapture log;
     EXPECT_FALSE(writer.saveImages(images, dir.file("out/frame.png").toStdString(), "PNG", false,
@@ -300,9 +300,9 @@ TEST_F(kaImageWriterSave, PassJobsRunOnRegisteredImagewriterThreads) {
 
 TEST_F(kaImageWriterSave, MultiLayerWritesOneFileWithNamedLayers) {
     writer.setExportMultiLayer(true);
-    std::vector<osg::ImagePtr> images(34);
+    std::vector<osg::ImagePtr> images(kaRenderPass::Depth + 1);
     images[0] = makeImage(Image::OSG_RGBA_PF, Image::OSG_FLOAT32_IMAGEDATA);
-    images[33] = makeImage(Image::OSG_L_PF, Image::OSG_FLOAT32_IMAGEDATA);
+    images[kaRenderPass::Depth] = makeImage(Image::OSG_L_PF, Image::OSG_FLOAT32_IMAGEDATA);
     testing::internal::CaptureStdout();
     const bool written = writer.saveImages(images, dir.file("layers.exr").toStdString(), "EXR",
                                            false, false, false, 72, false, false, "layered");

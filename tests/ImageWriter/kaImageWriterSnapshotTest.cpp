@@ -9,6 +9,7 @@
 #include "kaImageOutStream.h"
 #include "kaOSGWidget.h"
 #include "kaPreferences.h"
+#include "kaRenderPassCatalogue.h"
 #include "kaTestSupport.h"
 #include "kaWinPower.h"
 
@@ -114,7 +115,7 @@ TEST_F(SnapshotExport, AlphaAndFloatFormats) {
 
 TEST_F(SnapshotExport, CryptomattePassesForceAlpha) {
     std::vector<bool> passes(47, false);
-    passes[0] = passes[34] = true;
+    passes[0] = passes[kaRenderPass::CryptoObject00] = true;
     kaImageRenderWidget::setActiveRenderPasses(passes);
     writer.exportImage(dir.file("p.png"), 64, 48, 0, 0, -1.0f, true, QString(), false, false);
     auto beauty = open("p-beauty.png");

@@ -12,6 +12,7 @@
 #include "kaRTMath.h"
 #include "kaRTRenderer.h"
 #include "kaRenderParameter.h"
+#include "kaRenderPassCatalogue.h"
 #include "kaSharedOffscreenRender.h"
 
 #include <gtest/gtest.h>
@@ -24,10 +25,11 @@
 #include <thread>
 
 using osg::Image;
+namespace P = kaRenderPass;
 
 namespace {
 
-constexpr int kPasses = 47;
+constexpr int kPasses = kaRenderPass::Count;
 constexpr int W = 80, H = 60;
 
 osg::ImagePtr newImage(int w, int h, uint32_t format = Image::OSG_RGBA_PF,
@@ -138,7 +140,7 @@ TEST_F(Raytracer, LightPassesAddUpToBeauty) {
             kaRT::V3 sum;
             for (int p : lightPasses)
                 sum += rgb(images[size_t(p)], x, y);
-            const kaRT::V3 beauty = rgb(images[0], x, y);
+            const kaRT::V3 beauty = rgb(images[P::Beauty], x, y);
             for (float d : {sum.x - beauty.x, sum.y - beauty.y, sum.z - beauty.z})
                 worst = std::max(worst, double(std::fabs(d)) /
                                             std::max(double(kaRT::average(beauty)), 1e-2));
@@ -228,7 +230,7 @@ kaRT::M4 viewProjectionOf(const osg::Camera& camera) {
 
 TEST_F(Raytracer, SurfacesAreWhereOpenGLDrawsThem) {
     view.getBackground()->setAlpha(0.0f);
-    std::vector<osg::ImagePtr> traced = passImages({33, 41, 42, 46});
+    std::vector<osg::ImagePtr> traced = passImages({P::Depth, P::Mask, P::Position, P::GpuDepth});
     ASSERT_TRUE(render(traced, 0));
     kaOSGWidget::setRaytracing(false);
     std::vector<osg::ImagePtr> drawn = {newImage(W, H)};
@@ -239,17 +241,18 @@ TEST_F(Raytracer, SurfacesAreWhereOpenGLDrawsThem) {
     int different = 0, covered = 0;
     for (int y = 0; y < H; ++y)
         for (int x = 0; x < W; ++x) {
-            const bool hit = traced[41]->getPixel(x, y).r > 0.5f;
+            const bool hit = traced[P::Mask]->getPixel(x, y).r > 0.5f;
             different += hit != (drawn[0]->getPixel(x, y).a > 0.0f);
             if (!hit)
                 continue;
             ++covered;
-            const kaRT::V3 position = rgb(traced[42], x, y);
+            const kaRT::V3 position = rgb(traced[P::Position], x, y);
             const kaRT::V3 ndc = viewProjection.project(position);
             EXPECT_NEAR((ndc.x * 0.5f + 0.5f) * W, x + 0.5f, 1e-2f) << x << "," << y;
             EXPECT_NEAR((ndc.y * 0.5f + 0.5f) * H, y + 0.5f, 1e-2f) << x << "," << y;
-            EXPECT_NEAR(traced[46]->getPixel(x, y).r, ndc.z * 0.5f + 0.5f, 1e-5f);
-            EXPECT_NEAR(traced[33]->getPixel(x, y).r, -float(viewing.row(2, position)), 1e-3f);
+            EXPECT_NEAR(traced[P::GpuDepth]->getPixel(x, y).r, ndc.z * 0.5f + 0.5f, 1e-5f);
+            EXPECT_NEAR(traced[P::Depth]->getPixel(x, y).r, -float(viewing.row(2, position)),
+                        1e-3f);
         }
     EXPECT_GT(covered, W * H / 2);
     // Pixels whose centre lies exactly on an edge may go either way.
@@ -268,7 +271,7 @@ TEST_F(Raytracer, StereoEyesMatchTheOpenGLEyes) {
         eye->setLeftEye(left);
         view.getViewport()->setCamera(eye);
         kaOSGWidget::setRaytracing(true);
-        std::vector<osg::ImagePtr> traced = passImages({41});
+        std::vector<osg::ImagePtr> traced = passImages({P::Mask});
         ASSERT_TRUE(render(traced, 0));
         kaOSGWidget::setRaytracing(false);
         std::vector<osg::ImagePtr> drawn = {newImage(W, H)};
@@ -276,19 +279,21 @@ TEST_F(Raytracer, StereoEyesMatchTheOpenGLEyes) {
         int different = 0;
         for (int y = 0; y < H; ++y)
             for (int x = 0; x < W; ++x)
-                different +=
-                    (traced[41]->getPixel(x, y).r > 0.5f) != (drawn[0]->getPixel(x, y).a > 0.0f);
+                different += (traced[P::Mask]->getPixel(x, y).r > 0.5f) !=
+                             (drawn[0]->getPixel(x, y).a > 0.0f);
         EXPECT_LE(different, W * H / 200) << (left ? "left" : "right");
-        masks.push_back(traced[41]);
+        masks.push_back(traced[P::Mask]);
     }
     view.getViewport()->setCamera(camera);
     EXPECT_FALSE(samePixels(masks[0], masks[1])) << "the eyes see differently";
 }
 
 TEST_F(Raytracer, SamplesAddUpOneAtATime) {
-    std::vector<osg::ImagePtr> atOnce = passImages({0, 16, 30, 34, 41});
+    std::vector<osg::ImagePtr> atOnce = passImages(
+        {P::Beauty, P::DiffuseIblIllumination, P::Occlusion, P::CryptoObject00, P::Mask});
     ASSERT_TRUE(render(atOnce, 2)); // 4 samples
-    std::vector<osg::ImagePtr> oneByOne = passImages({0, 16, 30, 34, 41});
+    std::vector<osg::ImagePtr> oneByOne = passImages(
+        {P::Beauty, P::DiffuseIblIllumination, P::Occlusion, P::CryptoObject00, P::Mask});
     osg::TileCameraDecoratorPtr tile = osg::TileCameraDecorator::create();
     const osg::CameraPtr camera = view.getViewport()->getCamera();
     tile->setDecoratee(camera);
@@ -304,19 +309,19 @@ TEST_F(Raytracer, SamplesAddUpOneAtATime) {
         }
     }
     view.getViewport()->setCamera(camera);
-    for (int p : {0, 16, 30, 34, 41})
+    for (int p : {P::Beauty, P::DiffuseIblIllumination, P::Occlusion, P::CryptoObject00, P::Mask})
         EXPECT_TRUE(samePixels(atOnce[size_t(p)], oneByOne[size_t(p)])) << "pass " << p;
 }
 
 TEST_F(Raytracer, TheTimeLimitStopsAfterTheSampleThatPassesIt) {
     // Embree and the scene's structures are set up once, outside the timed render.
-    std::vector<osg::ImagePtr> warmUp = passImages({0});
+    std::vector<osg::ImagePtr> warmUp = passImages({P::Beauty});
     ASSERT_TRUE(render(warmUp, 0));
     kaRenderParameter::setUseRenderTimeLimit(true);
     kaRenderParameter::setRenderTimeInSeconds(0.3);
     CallbackLog log;
     view.getViewport()->setEventProcessingCB(CallbackLog::record, &log);
-    std::vector<osg::ImagePtr> images = passImages({0});
+    std::vector<osg::ImagePtr> images = passImages({P::Beauty});
     log.start = std::chrono::steady_clock::now();
     EXPECT_TRUE(render(images, 0));
     view.getViewport()->setEventProcessingCB(nullptr, nullptr);
@@ -331,19 +336,19 @@ TEST_F(Raytracer, TheCallbackStopsTheRender) {
     CallbackLog log;
     log.stopAt = 3;
     view.getViewport()->setEventProcessingCB(CallbackLog::record, &log);
-    std::vector<osg::ImagePtr> images = passImages({0});
+    std::vector<osg::ImagePtr> images = passImages({P::Beauty});
     EXPECT_FALSE(render(images, 4)) << "16 samples asked, stopped at 3";
     view.getViewport()->setEventProcessingCB(nullptr, nullptr);
     EXPECT_EQ(log.seconds.size(), 3u);
     EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 3);
-    EXPECT_TRUE(hasContent(images[0])) << "the samples made so far are kept";
+    EXPECT_TRUE(hasContent(images[P::Beauty])) << "the samples made so far are kept";
 }
 
 // A picture large enough that one sample takes a good part of a second.
 constexpr int kLargeW = 1600, kLargeH = 1200;
 
 TEST_F(Raytracer, AnInterruptStopsTheRenderWithinAFewRows) {
-    std::vector<osg::ImagePtr> images = passImages({0}, kLargeW, kLargeH);
+    std::vector<osg::ImagePtr> images = passImages({P::Beauty}, kLargeW, kLargeH);
     std::chrono::steady_clock::time_point interrupted;
     std::thread interrupter([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
@@ -370,7 +375,7 @@ TEST_F(Raytracer, AbortInsideASampleStopsItAndTheNextRenderStartsOver) {
         }
     } abort;
     view.getViewport()->setEventProcessingCB(Abort::check, &abort);
-    std::vector<osg::ImagePtr> images = passImages({0}, kLargeW, kLargeH);
+    std::vector<osg::ImagePtr> images = passImages({P::Beauty}, kLargeW, kLargeH);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(render(images, 4, 1, 1, kLargeW, kLargeH));
     const double aborted =
@@ -380,7 +385,7 @@ TEST_F(Raytracer, AbortInsideASampleStopsItAndTheNextRenderStartsOver) {
     EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 0);
 
     // One whole sample takes longer than the aborted one did.
-    std::vector<osg::ImagePtr> whole = passImages({0}, kLargeW, kLargeH);
+    std::vector<osg::ImagePtr> whole = passImages({P::Beauty}, kLargeW, kLargeH);
     const auto wholeStart = std::chrono::steady_clock::now();
     EXPECT_TRUE(render(whole, 0, 1, 1, kLargeW, kLargeH));
     EXPECT_LT(aborted,
@@ -395,7 +400,7 @@ TEST_F(Raytracer, ProgressMovesInsideASample) {
         EXPECT_EQ(steps, 1);
         fractions.push_back(fraction);
     });
-    std::vector<osg::ImagePtr> images = passImages({0}, kLargeW, kLargeH);
+    std::vector<osg::ImagePtr> images = passImages({P::Beauty}, kLargeW, kLargeH);
     EXPECT_TRUE(render(images, 0, 1, 1, kLargeW, kLargeH));
     kaController::removeStepListener(listener);
     ASSERT_FALSE(fractions.empty());
@@ -407,41 +412,41 @@ TEST_F(Raytracer, ProgressMovesInsideASample) {
 TEST_F(Raytracer, AlphaIsPremultipliedOrStraight) {
     view.getBackground()->setAlpha(0.0f);
     view.getBackground()->setAlphaColor({0.2f, 0.4f, 0.6f});
-    std::vector<osg::ImagePtr> premultiplied = passImages({0, 2});
+    std::vector<osg::ImagePtr> premultiplied = passImages({P::Beauty, P::DiffuseLight});
     ASSERT_TRUE(render(premultiplied, 2));
     kaRaytracer::setPremultiply(false);
-    std::vector<osg::ImagePtr> straight = passImages({0, 2});
+    std::vector<osg::ImagePtr> straight = passImages({P::Beauty, P::DiffuseLight});
     ASSERT_TRUE(render(straight, 2));
 
-    const osg::Color4f sky = straight[0]->getPixel(W / 2, H - 1);
+    const osg::Color4f sky = straight[P::Beauty]->getPixel(W / 2, H - 1);
     EXPECT_FLOAT_EQ(sky.a, 0.0f);
     EXPECT_NEAR(sky.r, 0.2f, 1e-6f) << "straight colour where nothing is: the alpha colour";
     EXPECT_NEAR(sky.b, 0.6f, 1e-6f);
-    EXPECT_NEAR(premultiplied[0]->getPixel(W / 2, H - 1).r, 0.0f, 1e-6f);
+    EXPECT_NEAR(premultiplied[P::Beauty]->getPixel(W / 2, H - 1).r, 0.0f, 1e-6f);
     int partial = 0;
     for (int y = 0; y < H; ++y)
         for (int x = 0; x < W; ++x) {
-            const osg::Color4f p = premultiplied[0]->getPixel(x, y),
-                               s = straight[0]->getPixel(x, y);
+            const osg::Color4f p = premultiplied[P::Beauty]->getPixel(x, y),
+                               s = straight[P::Beauty]->getPixel(x, y);
             EXPECT_FLOAT_EQ(p.a, s.a);
             if (p.a <= 0.01f)
                 continue;
             partial += p.a < 0.99f;
             EXPECT_NEAR(s.g * s.a, p.g, 1e-4f * std::max(p.g, 1.0f)) << x << "," << y;
-            const osg::Color4f pl = premultiplied[2]->getPixel(x, y),
-                               sl = straight[2]->getPixel(x, y);
+            const osg::Color4f pl = premultiplied[P::DiffuseLight]->getPixel(x, y),
+                               sl = straight[P::DiffuseLight]->getPixel(x, y);
             EXPECT_NEAR(sl.r * sl.a, pl.r, 1e-4f * std::max(pl.r, 1.0f)) << x << "," << y;
         }
     EXPECT_GT(partial, 0) << "edges against the background are partly covered";
 }
 
 TEST_F(Raytracer, FloatImagesKeepValuesAboveOne) {
-    std::vector<osg::ImagePtr> images = passImages({0, 7});
+    std::vector<osg::ImagePtr> images = passImages({P::Beauty, P::Incandescence});
     ASSERT_TRUE(render(images, 0));
     float brightest = 0;
     for (int y = 0; y < H; ++y)
         for (int x = 0; x < W; ++x)
-            brightest = std::max(brightest, images[7]->getPixel(x, y).r);
+            brightest = std::max(brightest, images[P::Incandescence]->getPixel(x, y).r);
     EXPECT_GT(brightest, 3.0f) << "the lamp glows at 6";
     std::vector<osg::ImagePtr> bytes(kPasses);
     bytes[0] = newImage(W, H, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA);
@@ -451,15 +456,15 @@ TEST_F(Raytracer, FloatImagesKeepValuesAboveOne) {
 }
 
 TEST_F(Raytracer, CryptomatteNamesTheObjectsItSaw) {
-    std::vector<osg::ImagePtr> images = passImages({34, 37});
+    std::vector<osg::ImagePtr> images = passImages({P::CryptoObject00, P::CryptoMaterial00});
     ASSERT_TRUE(render(images, 2));
     const float box = kaRTCryptomatte::idOfName("Box");
     const float paint = kaRTCryptomatte::idOfName("Red Paint");
     int boxPixels = 0;
     for (int y = 0; y < H; ++y)
         for (int x = 0; x < W; ++x) {
-            const osg::Color4f object = images[34]->getPixel(x, y);
-            const osg::Color4f material = images[37]->getPixel(x, y);
+            const osg::Color4f object = images[P::CryptoObject00]->getPixel(x, y);
+            const osg::Color4f material = images[P::CryptoMaterial00]->getPixel(x, y);
             EXPECT_GE(object.g, object.a) << "ranks by coverage";
             EXPECT_LE(object.g + object.a, 1.0f + 1e-6f);
             if (object.r == box && object.g == 1.0f) {
@@ -471,7 +476,7 @@ TEST_F(Raytracer, CryptomatteNamesTheObjectsItSaw) {
 }
 
 TEST_F(Raytracer, SampleCountsFollowTheRenderSettings) {
-    std::vector<osg::ImagePtr> images = passImages({0});
+    std::vector<osg::ImagePtr> images = passImages({P::Beauty});
     ASSERT_TRUE(render(images, 1));
     EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 2) << "quality 1: two samples";
     kaRenderParameter::setImageSamples(3);
@@ -494,10 +499,11 @@ TEST_F(Raytracer, FogPlatesAndFlareOnlyWhenTheSceneHasThem) {
         if (node->getName() == "Haze" || node->getName() == "Sky Plate" ||
             node->getName() == "Caption Plate" || node->getName() == "Lens Flare")
             node->setActive(false);
-    std::vector<osg::ImagePtr> images = passImages({0, 26, 27, 28, 29});
+    std::vector<osg::ImagePtr> images =
+        passImages({P::Beauty, P::Fog, P::LensFlare, P::Backplates, P::Frontplates});
     ASSERT_TRUE(render(images, 0));
-    EXPECT_TRUE(hasContent(images[0]));
-    for (int p : {26, 27, 28, 29})
+    EXPECT_TRUE(hasContent(images[P::Beauty]));
+    for (int p : {P::Fog, P::LensFlare, P::Backplates, P::Frontplates})
         EXPECT_FALSE(hasContent(images[size_t(p)])) << "pass " << p;
 }
 
@@ -507,20 +513,20 @@ TEST_F(Raytracer, AddingMattesToAProgressiveRenderStartsItOver) {
     region.fullWidth = region.width = W;
     region.fullHeight = region.height = H;
     std::string error;
-    std::vector<osg::ImagePtr> beauty = passImages({0});
+    std::vector<osg::ImagePtr> beauty = passImages({P::Beauty});
     ASSERT_TRUE(
         kaRTRenderer::the().render(*view.getViewport(), *camera, region, beauty, 4, 0, error));
     // Same region, next sample, but now with a matte: the sums so far have no ids.
-    std::vector<osg::ImagePtr> withMatte = passImages({0, 34});
+    std::vector<osg::ImagePtr> withMatte = passImages({P::Beauty, P::CryptoObject00});
     ASSERT_TRUE(
         kaRTRenderer::the().render(*view.getViewport(), *camera, region, withMatte, 4, 1, error));
     // Sample 1 alone, with nothing before it.
     kaRTRenderer::the().releaseBuffers();
-    std::vector<osg::ImagePtr> fresh = passImages({0, 34});
+    std::vector<osg::ImagePtr> fresh = passImages({P::Beauty, P::CryptoObject00});
     ASSERT_TRUE(
         kaRTRenderer::the().render(*view.getViewport(), *camera, region, fresh, 4, 1, error));
     kaRTRenderer::the().releaseBuffers();
-    EXPECT_TRUE(hasContent(withMatte[34]));
-    EXPECT_TRUE(samePixels(withMatte[0], fresh[0])) << "sample 0 was left behind";
-    EXPECT_TRUE(samePixels(withMatte[34], fresh[34]));
+    EXPECT_TRUE(hasContent(withMatte[P::CryptoObject00]));
+    EXPECT_TRUE(samePixels(withMatte[P::Beauty], fresh[P::Beauty])) << "sample 0 was left behind";
+    EXPECT_TRUE(samePixels(withMatte[P::CryptoObject00], fresh[P::CryptoObject00]));
 }
