@@ -4,6 +4,7 @@
 
 #include "kaBuiltinScene.h"
 #include "kaController.h"
+#include "kaGLInfo.h"
 #include "kaGLSceneRenderer.h"
 #include "kaImageWriter.h"
 #include "kaOSGWidget.h"
@@ -104,6 +105,35 @@ TEST_F(RenderWidget, MissingBudgetPreferenceIs2048AndUnlimitedCasesAreNotTiled) 
     EXPECT_EQ(timed->getTileWidth(), 2000) << "time-based renders are never tiled";
     EXPECT_EQ(timed->getProgress()->maximum(), 301) << "hundredths of the render time, plus one";
     kaRenderParameter::setUseRenderTimeLimit(false);
+}
+
+TEST_F(RenderWidget, ABudgetBeyondTheVideoMemoryIsCutToHalfOfIt) {
+    kaGLInfo::setVideoMemorySizeMB(64);
+    budget(2048);
+    testing::internal::CaptureStdout();
+    auto cut = widget(4096, 4096);
+    const std::string said = testing::internal::GetCapturedStdout();
+    kaGLInfo::setVideoMemorySizeMB(0);
+    EXPECT_EQ(said, "kaImageRenderWidget: reduced maximum frame buffer size to 32 MB memory!\n");
+    // The plan is the one a budget of 32 MB gives: the 48 MB picture is split.
+    budget(32);
+    auto planned = widget(4096, 4096);
+    EXPECT_EQ(cut->getTileWidth(), planned->getTileWidth());
+    EXPECT_EQ(cut->getTileHeight(), planned->getTileHeight());
+    EXPECT_LT(cut->getTileWidth() * cut->getTileHeight(), 4096 * 4096);
+}
+
+TEST_F(RenderWidget, ABudgetWithinTheVideoMemoryStands) {
+    kaGLInfo::setVideoMemorySizeMB(4096);
+    budget(100);
+    testing::internal::CaptureStdout();
+    auto w = widget(4096, 4096);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    kaGLInfo::setVideoMemorySizeMB(0);
+    budget(100);
+    auto reference = widget(4096, 4096);
+    EXPECT_EQ(w->getTileWidth(), reference->getTileWidth());
+    EXPECT_EQ(w->getTileHeight(), reference->getTileHeight());
 }
 
 TEST_F(RenderWidget, FullFramePostprocessingMeansOneTile) {
