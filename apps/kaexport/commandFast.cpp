@@ -9,6 +9,7 @@
 #include "kaFile.h"
 #include "kaImageOutStream.h"
 #include "kaImageWriter.h"
+#include "kaOSGWidget.h"
 
 #include <CLI/CLI.hpp>
 
@@ -23,7 +24,7 @@ namespace kaexport {
 namespace {
 struct FastOptions {
     std::string out;
-    int count = 0, width = 1280, height = 720, superSampling = 0;
+    int count = 0, width = 1280, height = 720, superSampling = 0, icc = 0, metadata = 0;
     bool force = false;
 };
 
@@ -58,6 +59,16 @@ Runner defineFast(CLI::App& command) {
     command.add_option("--ss", o->superSampling, "supersampling level")
         ->type_name("N")
         ->check(rangeCheck(0, 3));
+    command
+        .add_option("--icc", o->icc,
+                    "colour space: 0/1 sRGB, 2 Adobe RGB, 3 monitor, 4 image profile")
+        ->type_name("INDEX")
+        ->check(rangeCheck(0, 4));
+    command
+        .add_option("--metadata", o->metadata,
+                    "XMP metadata of files (as for snapshot; a stream carries none)")
+        ->type_name("FLAGS")
+        ->check(rangeCheck(0, 255));
     command.add_flag("--force", o->force, "replace existing files");
 
     return [o](Streams& io, Host*) {
@@ -101,6 +112,12 @@ Runner defineFast(CLI::App& command) {
 
         kaImageWriter writer;
         writer.setNoShowImage(true);
+        writer.setMetaDataFlags(o->metadata);
+        // The fast export keeps the view's colour space: it is switched here for the captures.
+        kaOSGWidget* view = kaOSGWidget::getMGLW(-1);
+        const unsigned int savedColorSpace = view ? view->getDisplayColorspace() : 0;
+        if (view && o->icc > 0)
+            view->setDisplayColorspace(unsigned(o->icc));
         WriteReport report;
         writer.exportImageFastInit(o->width, o->height, o->superSampling);
         const auto start = std::chrono::steady_clock::now();
@@ -120,6 +137,8 @@ Runner defineFast(CLI::App& command) {
             ++made;
         }
         writer.exportImageFastTerminate();
+        if (view && o->icc > 0)
+            view->setDisplayColorspace(savedColorSpace);
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         Host::finishProgress(made == o->count);

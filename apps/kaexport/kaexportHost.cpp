@@ -2,13 +2,9 @@
 
 #include "kaexportApp.h"
 
-#include "OSGGeometry.h"
-#include "OSGNodeCores.h"
 #include "kaAtomicFile.h"
 #include "kaBuiltinScene.h"
 #include "kaController.h"
-#include "kaFileIO.h"
-#include "kaNodeUtils.h"
 #include "kaOSGWidget.h"
 #include "kaSceneImport.h"
 #include "kaWriteJournal.h"
@@ -24,7 +20,6 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <mutex>
@@ -155,41 +150,6 @@ void abortRunningRender() {
             static_cast<QDialog*>(widget)->reject();
 }
 
-// Looks through the scene's first camera; without one, from in front of everything it holds.
-void frameScene(kaOSGWidget& view, const osg::NodePtr& scene) {
-    auto beacon = osg::dynamic_pointer_cast<osg::Transform>(view.getCameraBeacon()->getCore());
-    osg::Pnt3f low{1e30f, 1e30f, 1e30f}, high{-1e30f, -1e30f, -1e30f};
-    for (const osg::NodePtr& node : osg::collectNodes(scene)) {
-        if (auto camera = osg::dynamic_pointer_cast<osg::CameraCore>(node->getCore())) {
-            beacon->setMatrix(node->getToWorld());
-            view.getCamera()->setFov(camera->getFov());
-            view.getCamera()->setNear(camera->getNear());
-            view.getCamera()->setFar(camera->getFar());
-            return;
-        }
-        if (auto geometry = osg::dynamic_pointer_cast<osg::Geometry>(node->getCore())) {
-            const osg::Matrix world = node->getToWorld();
-            for (const osg::Pnt3f& p : geometry->getMesh().positions) {
-                const osg::Pnt3f w = world.transformPoint(p);
-                low = {std::min(low.x, w.x), std::min(low.y, w.y), std::min(low.z, w.z)};
-                high = {std::max(high.x, w.x), std::max(high.y, w.y), std::max(high.z, w.z)};
-            }
-        }
-    }
-    if (low.x > high.x)
-        return; // nothing to see
-    const osg::Pnt3f centre{(low.x + high.x) / 2, (low.y + high.y) / 2, (low.z + high.z) / 2};
-    const float radius = std::max(0.5f * std::sqrt((high.x - low.x) * (high.x - low.x) +
-                                                   (high.y - low.y) * (high.y - low.y) +
-                                                   (high.z - low.z) * (high.z - low.z)),
-                                  1e-3f);
-    const float distance = radius / std::tan(view.getCamera()->getFov() * float(M_PI) / 360.0f);
-    beacon->setMatrix(osg::Matrix::lookAt({centre.x, centre.y + radius * 0.3f, centre.z + distance},
-                                          centre, {0, 1, 0}));
-    view.getCamera()->setNear(distance / 100.0f);
-    view.getCamera()->setFar(distance + radius * 4.0f);
-}
-
 } // namespace
 
 Host::Host()
@@ -232,10 +192,7 @@ bool Host::loadScene(const QString& sceneFile, QString& error) {
     osg::NodePtr scene = kaSceneImport::load(sceneFile, error);
     if (!scene)
         return false;
-    _view->setSceneRoot(scene);
-    kaNodeUtils::setSceneRoot(scene);
-    kaFileIO::setFilename(sceneFile);
-    frameScene(*_view, scene);
+    kaSceneImport::show(*_view, scene, sceneFile);
     return true;
 }
 

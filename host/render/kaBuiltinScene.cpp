@@ -66,11 +66,24 @@ kaBuiltinScene::kaBuiltinScene(kaOSGWidget& view)
     paper->roughness = 0.85f;
     paper->translucency = 0.6f;
 
+    // The box's paint is a choice between two (a material switch), and the sphere one of two
+    // shapes (a switch): exports record both choices.
+    auto bluePaint = osg::SimpleMaterial::create("Blue Paint");
+    bluePaint->baseColor = {0.08f, 0.2f, 0.75f};
+    bluePaint->roughness = 0.25f;
+    auto boxPaint = osg::SwitchMaterial::create("Box Paint");
+    boxPaint->addMaterial(paint);
+    boxPaint->addMaterial(bluePaint);
+    boxPaint->setChoice(0);
+
     add(_root, osg::makePlane(20, 20, ground), "Ground");
     osg::NodePtr boxPlace = placed(_root, osg::Matrix(), "Box Place");
-    add(boxPlace, osg::makeBox(1.2f, 1.2f, 1.2f, paint), "Box");
-    add(placed(_root, osg::Matrix::translation(1.6f, 0.8f, -0.6f), ""),
-        osg::makeSphere(0.8f, 48, chrome), "Chrome Sphere");
+    add(boxPlace, osg::makeBox(1.2f, 1.2f, 1.2f, boxPaint), "Box");
+    osg::NodePtr variants =
+        add(placed(_root, osg::Matrix::translation(1.6f, 0.8f, -0.6f), ""),
+            osg::Switch::create(0), "Sphere Variants");
+    add(variants, osg::makeSphere(0.8f, 48, chrome), "Chrome Sphere");
+    add(variants, osg::makeBox(1.3f, 1.3f, 1.3f, chrome), "Chrome Cube");
     add(placed(_root, osg::Matrix::translation(-1.8f, 2.6f, -1.5f), ""),
         osg::makeSphere(0.35f, 24, lamp), "Lamp");
 

@@ -6,8 +6,11 @@
 #include "kaRTCryptomatte.h"
 #include "kaRTIntegrator.h"
 #include "kaRTScene.h"
+#include "kaRTSceneHandler.h"
 #include "kaRaytracer.h"
 #include "kaRenderParameter.h"
+
+#include <embree3/rtcore_config.h>
 
 #include <algorithm>
 #include <atomic>
@@ -169,6 +172,24 @@ void runRows(int threads, int rows, const Stop& stop, const std::function<void(i
     }
     for (std::thread& worker : workers)
         worker.join();
+}
+
+// What this render really used, for the scene's raytracing-settings attachment that exports
+// record. A new map each time: readers on other threads keep the one they hold.
+void publishSettings(int samples, int offset, int threads, bool premultiply, bool timeLimit,
+                     double limit, size_t slots) {
+    osg::StringAttributeMapPtr settings = osg::StringAttributeMap::create();
+    settings->setAttribute("Renderer", "Embree " + std::to_string(RTC_VERSION_MAJOR) + "." +
+                                           std::to_string(RTC_VERSION_MINOR));
+    settings->setAttribute("Samples", std::to_string(samples));
+    settings->setAttribute("SampleOffset", std::to_string(offset));
+    settings->setAttribute("Threads", std::to_string(threads));
+    settings->setAttribute("Premultiplied", premultiply ? "True" : "False");
+    settings->setAttribute("TimeLimit", timeLimit ? "True" : "False");
+    if (timeLimit)
+        settings->setAttribute("TimeLimitSeconds", std::to_string(limit));
+    settings->setAttribute("ShadingSlots", std::to_string(slots));
+    kaRTSceneHandler::setRaytracingSettingsAttachment(settings);
 }
 
 osg::Color3f alphaColorOf(const osg::Background* background) {
@@ -354,6 +375,8 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
         if (stopRequested())
             return false;
     }
+
+    publishSettings(acc.samples, offset, threads, premultiply, timeLimit, limit, slots.size());
 
     std::vector<std::string> objects, materials;
     for (const kaRTScene::Instance& instance : _scene->instances()) {

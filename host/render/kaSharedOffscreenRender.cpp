@@ -5,6 +5,7 @@
 #include "kaLog.h"
 #include "kaOSGWidget.h"
 #include "kaRTRenderer.h"
+#include "kaRTSceneHandler.h"
 #include "kaRaytracer.h"
 
 #include <cmath>
@@ -93,6 +94,8 @@ bool kaSharedOffscreenRender::updateGL() {
                 kaLog::error("kaSharedOffscreenRender: %s", error.c_str());
             continue;
         }
+        // The picture is not raytraced: no raytracing settings describe it.
+        kaRTSceneHandler::setRaytracingSettingsAttachment(nullptr);
         const int samples = viewport.getSamples(_sampleQuality);
         // Each finished piece goes straight into every tile image (rows bottom-up in both).
         auto sink = [&](int px, int py, int pw, int ph, const float* rgba) {

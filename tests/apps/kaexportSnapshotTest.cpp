@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <map>
 
 namespace {
 
@@ -291,4 +292,71 @@ TEST_F(kaexportSnapshot, CtrlCStopsARaytracedAllPassRenderWithinASecond) {
                     .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot)
                     .isEmpty())
         << "nothing written, not even a temporary file";
+}
+
+namespace {
+// The file's XMP fields of the export's own namespace, read by exiv2: key -> value.
+std::map<QString, QString> exportXmp(const QString& file) {
+    QProcess exiv2;
+    exiv2.start("exiv2", {"-PXkv", file});
+    exiv2.waitForFinished(30000);
+    std::map<QString, QString> fields;
+    for (const QString& line : QString::fromUtf8(exiv2.readAllStandardOutput()).split('\n')) {
+        const QString key = line.section(' ', 0, 0);
+        if (key.startsWith("Xmp.kaExport."))
+            fields[key.mid(13)] = line.section(' ', 1).trimmed();
+    }
+    return fields;
+}
+} // namespace
+
+TEST_F(kaexportSnapshot, EveryMetadataFlagWritesItsPartWhenTheSceneHasIt) {
+    // The built-in scene has a camera, a switch and a material switch; raytraced with a pass.
+    Result r = kaexport({"snapshot", dir.file("all.png"), "--width", "64", "--height", "48",
+                         "--metadata", "255", "--raytracing", "--passes", "beauty"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    auto fields = exportXmp(dir.file("all-beauty.png"));
+    EXPECT_EQ(fields["CameraName"], "Camera 1");
+    EXPECT_EQ(fields["CameraFieldOfView"], "40");
+    EXPECT_EQ(fields["SwitchChoices"], "Sphere Variants=0");
+    EXPECT_EQ(fields["SwitchMaterialChoices"], "Box Paint=0");
+    EXPECT_TRUE(fields["RaytracingSettings"].contains("Renderer=Embree"))
+        << fields["RaytracingSettings"].toStdString();
+    EXPECT_TRUE(fields["RaytracingSettings"].contains("Samples="));
+    EXPECT_EQ(fields["RenderPasses"], "beauty");
+    EXPECT_EQ(fields["ImageWidth"], "64");
+    EXPECT_TRUE(fields["NodeVisibility"].contains("Chrome Cube=1"));
+
+    // Rendered with OpenGL, nothing was raytraced: no raytracing settings to record.
+    r = kaexport(
+        {"snapshot", dir.file("gl.png"), "--width", "64", "--height", "48", "--metadata", "72"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    fields = exportXmp(dir.file("gl.png"));
+    EXPECT_EQ(fields.count("RaytracingSettings"), 0u);
+    EXPECT_EQ(fields["ImageWidth"], "64");
+
+    // A scene file without a camera: the camera made for it is the one recorded.
+    QFile obj(dir.file("cube.obj"));
+    ASSERT_TRUE(obj.open(QIODevice::WriteOnly));
+    obj.write("o Cube\nv -1 -1 -1\nv 1 -1 -1\nv 1 1 -1\nv -1 1 -1\nv -1 -1 1\nv 1 -1 1\n"
+              "v 1 1 1\nv -1 1 1\nf 1 2 3 4\nf 5 8 7 6\nf 1 5 6 2\nf 2 6 7 3\nf 3 7 8 4\n"
+              "f 5 1 4 8\n");
+    obj.close();
+    r = kaexport({"--scene", dir.file("cube.obj"), "snapshot", dir.file("cube.jpg"), "--width",
+                  "64", "--height", "48", "--metadata", "1"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    fields = exportXmp(dir.file("cube.jpg"));
+    EXPECT_EQ(fields["CameraName"], "Automatic Camera");
+    EXPECT_FALSE(fields["CameraPosition"].isEmpty());
+}
+
+TEST_F(kaexportSnapshot, FastFilesCarryTheProfileAndTheMetadataLikeEveryFile) {
+    Result r = kaexport({"fast", dir.file("f.png"), "--count", "1", "--width", "64", "--height",
+                         "48", "--metadata", "1", "--icc", "2"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(exportXmp(dir.file("f.png"))["CameraName"], "Camera 1");
+    auto in = open(dir.file("f.png"));
+    ASSERT_TRUE(in);
+    EXPECT_EQ(in->spec().get_string_attribute("ICCProfile:profile_description"),
+              "Adobe RGB (1998)");
 }
