@@ -3,6 +3,8 @@
 // and what its destructor gives back to the main view.
 #include "kaImageRenderWidget.h"
 
+#include "kaRenderPassCatalogue.h"
+
 #include "OSGNodeCores.h"
 #include "kaADPInterface.h"
 #include "kaGLInfo.h"
@@ -26,6 +28,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <mutex>
+
+namespace {
+// A pass of data keeps its alpha channel as it is: only light follows the alpha convention.
+void markAlphaOfPass(const osg::ImagePtr& image, int pass) {
+    if (!kaRenderPass::holdsLight(pass))
+        image->setAlphaMode(osg::Image::AlphaMode::Independent);
+}
+} // namespace
 
 namespace {
 
@@ -174,6 +184,7 @@ kaImageRenderWidget::kaImageRenderWidget(QWidget* parent, int width, int height,
             tile = osg::Image::create();
             tile->set(_pixel_format, _tileWidth, _tileHeight, 1, 1, 1, 0.0, nullptr, _data_type,
                       true);
+            markAlphaOfPass(tile, int(i));
         }
         _tileImages.push_back(tile);
     }
@@ -285,6 +296,8 @@ void kaImageRenderWidget::initSuperSampling() {
                         .arg(double(_width) * double(_height) * 3.0 / 1048576.0, 6, 'f', 1));
                 _valid = false;
             }
+            if (image)
+                markAlphaOfPass(image, int(i));
         }
         _images.push_back(image);
     }

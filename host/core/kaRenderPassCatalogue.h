@@ -60,6 +60,9 @@ enum Index : int {
 
 struct Pass {
     const char* name;
+    // Holds light, in the alpha convention of the picture (straight or premultiplied colour);
+    // the other passes hold data whose alpha channel stands on its own.
+    bool light;
     // Kept in 32-bit floats in files: depths, positions and Cryptomatte ids lose what they say
     // in half floats.
     bool keepsFullFloat;
@@ -69,53 +72,53 @@ struct Pass {
 
 // Row i describes pass i.
 constexpr std::array<Pass, Count> kTable = {{
-    {"beauty", false, false},
-    {"diffuse_ibl", false, false},
-    {"diffuse_light", false, false},
-    {"glossy_ibl", false, false},
-    {"glossy_light", false, false},
-    {"specular_reflection", false, false},
-    {"translucency", false, false},
-    {"incandescence", false, false},
-    {"diffuse_indirect", false, false},
-    {"glossy_indirect", false, false},
-    {"diffuse_color", false, false},
-    {"glossy_color", false, false},
-    {"specular_color", false, false},
-    {"translucency_color", false, false},
-    {"transparency_color", false, false},
-    {"background_color", false, false},
-    {"diffuse_ibl_illumination", false, false},
-    {"glossy_ibl_illumination", false, false},
-    {"translucency_ibl_illumination", false, false},
-    {"diffuse_light_illumination", false, false},
-    {"glossy_light_illumination", false, false},
-    {"translucency_light_illumination", false, false},
-    {"diffuse_indirect_illumination", false, false},
-    {"glossy_indirect_illumination", false, false},
-    {"specular_indirect_illumination", false, false},
-    {"translucency_indirect_illumination", false, false},
-    {"fog", false, false},
-    {"lens_flare", false, false},
-    {"backplates", false, false},
-    {"frontplates", false, false},
-    {"occlusion", false, false},
-    {"albedo", false, false},
-    {"normal", false, false},
-    {"depth", true, false},
-    {"cryptoObject00", true, true},
-    {"cryptoObject01", true, false},
-    {"cryptoObject02", true, false},
-    {"cryptoMaterial00", true, true},
-    {"cryptoMaterial01", true, false},
-    {"cryptoMaterial02", true, false},
-    {"materialID", false, false},
-    {"mask", false, false},
-    {"position", true, false},
-    {"view", false, false},
-    {"camera_normal", false, false},
-    {"motion_vector", false, false},
-    {"gpu_depth", false, false},
+    {"beauty", true, false, false},
+    {"diffuse_ibl", true, false, false},
+    {"diffuse_light", true, false, false},
+    {"glossy_ibl", true, false, false},
+    {"glossy_light", true, false, false},
+    {"specular_reflection", true, false, false},
+    {"translucency", true, false, false},
+    {"incandescence", true, false, false},
+    {"diffuse_indirect", true, false, false},
+    {"glossy_indirect", true, false, false},
+    {"diffuse_color", true, false, false},
+    {"glossy_color", true, false, false},
+    {"specular_color", true, false, false},
+    {"translucency_color", true, false, false},
+    {"transparency_color", true, false, false},
+    {"background_color", true, false, false},
+    {"diffuse_ibl_illumination", false, false, false},
+    {"glossy_ibl_illumination", false, false, false},
+    {"translucency_ibl_illumination", false, false, false},
+    {"diffuse_light_illumination", false, false, false},
+    {"glossy_light_illumination", false, false, false},
+    {"translucency_light_illumination", false, false, false},
+    {"diffuse_indirect_illumination", false, false, false},
+    {"glossy_indirect_illumination", false, false, false},
+    {"specular_indirect_illumination", false, false, false},
+    {"translucency_indirect_illumination", false, false, false},
+    {"fog", true, false, false},
+    {"lens_flare", true, false, false},
+    {"backplates", true, false, false},
+    {"frontplates", true, false, false},
+    {"occlusion", false, false, false},
+    {"albedo", true, false, false},
+    {"normal", false, false, false},
+    {"depth", false, true, false},
+    {"cryptoObject00", false, true, true},
+    {"cryptoObject01", false, true, false},
+    {"cryptoObject02", false, true, false},
+    {"cryptoMaterial00", false, true, true},
+    {"cryptoMaterial01", false, true, false},
+    {"cryptoMaterial02", false, true, false},
+    {"materialID", false, false, false},
+    {"mask", false, false, false},
+    {"position", false, true, false},
+    {"view", false, false, false},
+    {"camera_normal", false, false, false},
+    {"motion_vector", false, false, false},
+    {"gpu_depth", false, false, false},
 }};
 
 // Ranks of each Cryptomatte pass (three layers of two id/coverage pairs each).
@@ -129,6 +132,9 @@ constexpr const char* name(int pass) {
 }
 constexpr bool keepsFullFloat(long long pass) {
     return isValid(pass) && kTable[size_t(pass)].keepsFullFloat;
+}
+constexpr bool holdsLight(long long pass) {
+    return isValid(pass) && kTable[size_t(pass)].light;
 }
 constexpr bool carriesCoverage(long long pass) {
     return isValid(pass) && kTable[size_t(pass)].carriesCoverage;

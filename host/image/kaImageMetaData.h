@@ -2,6 +2,7 @@
 
 #include "OSGNode.h"
 #include "OSGStringAttributeMap.h"
+#include "OSGXMPToolkit.h"
 
 #include <QString>
 
@@ -23,8 +24,8 @@
 class kaImageMetaData {
 public:
     // Namespace of the export settings in the packet.
-    static constexpr const char* kNamespace = "http://ns.kalo.local/imageexport/1.0/";
-    static constexpr const char* kPrefix = "kaExport";
+    static constexpr const char* kNamespace = osg::XMPToolkit::kExportNamespace;
+    static constexpr const char* kPrefix = osg::XMPToolkit::kExportPrefix;
 
     kaImageMetaData();
     ~kaImageMetaData();

@@ -3,6 +3,7 @@
 #include "OSGImageFileHandler.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -119,6 +120,8 @@ bool Image::set(uint32_t pixelFormat, int32_t width, int32_t height, int32_t dep
     }
     _pixelFormat = pixelFormat;
     _type = type;
+    _alphaMode = isFloat() && floatAlphaPremultipliedByDefault() ? AlphaMode::Premultiplied
+                                                                : AlphaMode::Straight;
     _width = width;
     _height = height;
     _depth = depth;
@@ -266,8 +269,21 @@ ImagePtr Image::clone() const {
     copy->_resX = _resX;
     copy->_resY = _resY;
     copy->_resUnit = _resUnit;
+    copy->_alphaMode = _alphaMode;
     copy->_attachments = _attachments;
     return copy;
+}
+
+namespace {
+std::atomic<bool> g_floatAlphaPremultiplied{true};
+}
+
+bool Image::floatAlphaPremultipliedByDefault() {
+    return g_floatAlphaPremultiplied;
+}
+
+void Image::setFloatAlphaPremultipliedByDefault(bool premultiplied) {
+    g_floatAlphaPremultiplied = premultiplied;
 }
 
 } // namespace osg

@@ -122,6 +122,28 @@ public:
     int32_t getComponentSize() const { return componentSizeOf(_type); }
     int32_t getBpp() const { return getComponents() * getComponentSize(); }
     bool hasAlphaChannel() const;
+    // What the alpha channel means to the colour channels: they hold the colour itself
+    // (straight), colour times alpha (premultiplied, associated), or alpha is a channel of its
+    // own that the others don't depend on (independent: render passes of data such as depths
+    // or Cryptomatte ids). A fresh float image takes the host's convention for rendered float
+    // pictures (floatAlphaPremultipliedByDefault); a fresh integer image holds straight colour,
+    // as every integer file format with alpha expects. File types convert straight and
+    // premultiplied pixels to the convention their format defines when they write.
+    enum class AlphaMode { Straight, Premultiplied, Independent };
+    AlphaMode getAlphaMode() const { return _alphaMode; }
+    void setAlphaMode(AlphaMode mode) { _alphaMode = mode; }
+    bool isAlphaPremultiplied() const { return _alphaMode == AlphaMode::Premultiplied; }
+    void setAlphaPremultiplied(bool premultiplied) {
+        _alphaMode = premultiplied ? AlphaMode::Premultiplied : AlphaMode::Straight;
+    }
+    // Turns the pixels into the other convention (colour times alpha, or colour divided by it,
+    // where alpha is 0 colour 0) and marks the image; nothing for images without alpha, with
+    // independent alpha, or already there. False when the format is unknown.
+    bool premultiplyAlpha();
+    bool unpremultiplyAlpha();
+    // The convention of rendered float pictures (true at start). Safe from any thread.
+    static bool floatAlphaPremultipliedByDefault();
+    static void setFloatAlphaPremultipliedByDefault(bool premultiplied);
     bool isFloat() const {
         return _type == OSG_FLOAT32_IMAGEDATA || _type == OSG_FLOAT16_IMAGEDATA;
     }
@@ -184,6 +206,7 @@ private:
     PixelBuffer _pixel;
     float _resX = 72.0f, _resY = 72.0f;
     uint16_t _resUnit = OSG_RESUNIT_INCH;
+    AlphaMode _alphaMode = AlphaMode::Straight;
     std::map<std::string, std::string> _attachments;
 };
 

@@ -167,8 +167,50 @@ bool Image::reformat(PixelFormat pixelFormat, const ImagePtr& destination) {
         target->_resX = _resX;
         target->_resY = _resY;
         target->_resUnit = _resUnit;
+        target->_alphaMode = _alphaMode;
         target->_attachments = _attachments;
     }
+    return true;
+}
+
+namespace {
+// Scales the colour values of every pixel by 'factor(alpha)'.
+template <typename Factor>
+void scaleColours(Image& image, size_t pixels, const Factor& factor) {
+    const int32_t components = image.getComponents();
+    const int32_t alphaAt = components - 1; // RGBA and LA keep alpha last
+    const int32_t size = image.getComponentSize();
+    uint8_t* data = image.getData();
+    for (size_t i = 0; i < pixels; ++i) {
+        uint8_t* pixel = data + i * size_t(components) * size_t(size);
+        const float f = factor(Image::readValue(pixel + alphaAt * size, image.getDataType()));
+        for (int32_t c = 0; c < alphaAt; ++c)
+            Image::writeValue(pixel + c * size, image.getDataType(),
+                              Image::readValue(pixel + c * size, image.getDataType()) * f);
+    }
+}
+} // namespace
+
+bool Image::premultiplyAlpha() {
+    if (componentsOf(_pixelFormat) == 0)
+        return false;
+    if (_alphaMode != AlphaMode::Straight || !hasAlphaChannel() || _pixelFormat == OSG_A_PF)
+        return true;
+    if (hasData())
+        scaleColours(*this, _pixel.size() / size_t(getBpp()), [](float a) { return a; });
+    _alphaMode = AlphaMode::Premultiplied;
+    return true;
+}
+
+bool Image::unpremultiplyAlpha() {
+    if (componentsOf(_pixelFormat) == 0)
+        return false;
+    if (_alphaMode != AlphaMode::Premultiplied || !hasAlphaChannel() || _pixelFormat == OSG_A_PF)
+        return true;
+    if (hasData())
+        scaleColours(*this, _pixel.size() / size_t(getBpp()),
+                     [](float a) { return a > 0.0f ? 1.0f / a : 0.0f; });
+    _alphaMode = AlphaMode::Straight;
     return true;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <mutex>
+#include <string>
 
 namespace osg {
 
@@ -11,6 +12,15 @@ struct XMPToolkit {
     // Whether the toolkit runs.
     static bool ready();
     static std::recursive_mutex& mutex();
+
+    // The namespace of the export's own fields, and its prefix.
+    static constexpr const char* kExportNamespace = "http://ns.kalo.local/imageexport/1.0/";
+    static constexpr const char* kExportPrefix = "kaExport";
+
+    // 'packet' with its export field 'name' set to 'value' when the packet has that field; the
+    // packet as it is otherwise (or when it does not parse).
+    static std::string withExportField(const std::string& packet, const char* name,
+                                       const std::string& value);
 };
 
 } // namespace osg

@@ -1,5 +1,7 @@
 #include "kaRaytracer.h"
 
+#include "OSGImage.h"
+
 #include "kaRenderParameter.h"
 
 #include <algorithm>
@@ -33,6 +35,8 @@ bool kaRaytracer::getPremultiply() {
 }
 void kaRaytracer::setPremultiply(bool premultiply) {
     g_premultiply = premultiply;
+    // Both renderers follow it: rendered float pictures are what it says.
+    osg::Image::setFloatAlphaPremultipliedByDefault(premultiply);
 }
 int kaRaytracer::getThreadCount() {
     return g_threads;

@@ -13,7 +13,8 @@ public:
     static int applyChangeList();
     // The quality the raytracer renders with (as of the last applyChangeList).
     static int getAppliedQuality();
-    // Whether alpha is premultiplied into the colours of raytraced images.
+    // Whether alpha is premultiplied into the colours of rendered float images, by both
+    // renderers (integer images always hold straight colour); exports record it.
     static bool getPremultiply();
     static void setPremultiply(bool premultiply);
     // Threads a render uses; 0 (the default) uses every core of the machine.

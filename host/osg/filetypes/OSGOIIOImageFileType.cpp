@@ -3,6 +3,7 @@
 #include "OSGOIIOImageFileType_p.h"
 
 #include "OSGImageFileType.h"
+#include "OSGXMPToolkit.h"
 
 #include "kaLog.h"
 
@@ -32,7 +33,18 @@ OIIO::TypeDesc typeDescOf(int32_t type) {
     return OIIO::TypeDesc::UNKNOWN;
 }
 
-void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpec& spec) {
+std::string packetFor(const Image& image) {
+    const std::string* xmp = image.findAttachmentField(kXMPAttachment);
+    if (!xmp)
+        return std::string();
+    if (!image.hasAlphaChannel() || image.getAlphaMode() == Image::AlphaMode::Independent)
+        return *xmp;
+    return XMPToolkit::withExportField(*xmp, "PremultipliedAlpha",
+                                       image.isAlphaPremultiplied() ? "True" : "False");
+}
+
+void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpec& spec,
+                        const std::string* xmpPacket) {
     if (image.getResUnit() == Image::OSG_RESUNIT_INCH) {
         spec.attribute("XResolution", image.getResX());
         spec.attribute("YResolution", image.getResY());
@@ -40,8 +52,8 @@ void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpe
     }
     if (const std::string* comment = image.findAttachmentField(kCommentAttachment))
         spec.attribute("ImageDescription", *comment);
-    const std::string* xmp = image.findAttachmentField(kXMPAttachment);
-    if (xmp && std::string(oiioName) == "openexr")
+    const std::string* xmp = xmpPacket ? xmpPacket : image.findAttachmentField(kXMPAttachment);
+    if (xmp && !xmp->empty() && std::string(oiioName) == "openexr")
         spec.attribute(kExrXMPAttribute, *xmp);
     if (const std::string* profile = image.findAttachmentField(kICCProfileAttachment)) {
         if (std::string(oiioName) == "openexr")
@@ -73,26 +85,48 @@ std::string unwritableBecause(const ImagePtr& image, const OIIOFormatTraits& tra
     return std::string();
 }
 
-// The image as the format can take it: a converted copy when the format lacks its data type
-// or its channel layout, else the image itself.
+// The image as the format can take it: a converted copy when the format lacks its data type,
+// its channel layout or its alpha convention, else the image itself.
 ImagePtr prepareForFormat(const ImagePtr& image, const OIIOFormatTraits& traits,
                           const std::string& fileName) {
     ImagePtr prepared = image;
+    auto ownCopy = [&] {
+        if (prepared == image)
+            prepared = image->clone();
+        return prepared != nullptr;
+    };
+    const bool keepsAlpha = traits.alpha != FileAlpha::None;
+    auto convertAlpha = [&] {
+        if (!keepsAlpha || !prepared->hasAlphaChannel() ||
+            prepared->getAlphaMode() == Image::AlphaMode::Independent)
+            return true;
+        const bool wanted = traits.alpha == FileAlpha::Associated ||
+                            (traits.alpha == FileAlpha::Either && prepared->isAlphaPremultiplied());
+        if (wanted == prepared->isAlphaPremultiplied())
+            return true;
+        return ownCopy() &&
+               (wanted ? prepared->premultiplyAlpha() : prepared->unpremultiplyAlpha());
+    };
     const auto& kept = traits.keptTypes;
-    if (std::find(kept.begin(), kept.end(), image->getDataType()) == kept.end()) {
-        prepared = image->clone();
-        if (!prepared || !prepared->convertDataTypeTo(traits.otherTypesBecome))
-            return ImagePtr();
-    }
+    const bool convertType =
+        std::find(kept.begin(), kept.end(), image->getDataType()) == kept.end();
+    auto convertDataType = [&] {
+        return !convertType || (ownCopy() && prepared->convertDataTypeTo(traits.otherTypesBecome));
+    };
+    // The alpha convention changes where the values are more precise: before a conversion to
+    // fewer bits, after one to more.
+    const bool widening = convertType && Image::componentSizeOf(traits.otherTypesBecome) >
+                                             Image::componentSizeOf(image->getDataType());
+    if (widening ? !(convertDataType() && convertAlpha()) : !(convertAlpha() && convertDataType()))
+        return ImagePtr();
     uint32_t format = prepared->getPixelFormat();
     uint32_t wanted = format;
     if (!traits.keepsGray && prepared->getComponents() < 3)
-        wanted = prepared->hasAlphaChannel() && traits.keepsAlpha ? Image::OSG_RGBA_PF
-                                                                  : Image::OSG_RGB_PF;
-    if (!traits.keepsAlpha && prepared->hasAlphaChannel())
+        wanted = prepared->hasAlphaChannel() && keepsAlpha ? Image::OSG_RGBA_PF : Image::OSG_RGB_PF;
+    if (!keepsAlpha && prepared->hasAlphaChannel())
         wanted = (wanted == Image::OSG_RGBA_PF || wanted == Image::OSG_RGB_PF) ? Image::OSG_RGB_PF
                                                                                : Image::OSG_L_PF;
-    if (image->hasAlphaChannel() && !traits.keepsAlpha)
+    if (image->hasAlphaChannel() && !keepsAlpha)
         kaLog::warning("ImageFileType: %s keeps no alpha channel; '%s' is written without it.",
                        traits.mimeType, fileName.c_str());
     if (wanted != format) {
@@ -104,7 +138,7 @@ ImagePtr prepareForFormat(const ImagePtr& image, const OIIOFormatTraits& traits,
     return prepared;
 }
 
-OIIO::ImageSpec specFor(const Image& image, const char* oiioName) {
+OIIO::ImageSpec specFor(const Image& image, const char* oiioName, const std::string* xmp) {
     OIIO::ImageSpec spec(image.getWidth(), image.getHeight(), image.getComponents(),
                          oiio::typeDescOf(image.getDataType()));
     switch (image.getPixelFormat()) {
@@ -123,9 +157,10 @@ OIIO::ImageSpec specFor(const Image& image, const char* oiioName) {
     default:
         break; // OpenImageIO's R, G, B (, A) are right
     }
-    oiio::addImageAttributes(image, oiioName, spec);
-    // Pixels go out as they are: straight alpha stays straight, premultiplied stays premultiplied.
-    spec.attribute("oiio:UnassociatedAlpha", 1);
+    oiio::addImageAttributes(image, oiioName, spec, xmp);
+    // What the pixels hold (the format's own convention by now): OpenImageIO writes them as
+    // they are and marks TIFF files either way.
+    spec.attribute("oiio:UnassociatedAlpha", image.isAlphaPremultiplied() ? 0 : 1);
     return spec;
 }
 
@@ -192,6 +227,9 @@ bool readFrom(OIIO::ImageInput& in, ImagePtr& image, std::string& error) {
     } else {
         image->setResUnit(Image::OSG_RESUNIT_NONE);
     }
+    // Read as the file holds them; EXR and associated TIFF hold colour times alpha.
+    image->setAlphaPremultiplied(image->hasAlphaChannel() &&
+                                 spec.get_int_attribute("oiio:UnassociatedAlpha", 0) == 0);
     std::string description = spec.get_string_attribute("ImageDescription");
     if (!description.empty())
         image->setAttachmentField("Comment", description);
@@ -206,14 +244,14 @@ OIIOImageFileType::OIIOImageFileType(OIIOFormatTraits traits)
 
 struct OIIOWriteJob {
     // Opens 'name' (a file, or any name when 'proxy' is given) and writes the prepared image.
-    static bool run(const OIIOImageFileType& type, const Image& image, const std::string& name,
-                    OIIO::Filesystem::IOProxy* proxy, std::string& error) {
+    static bool run(const OIIOImageFileType& type, const Image& image, const std::string* xmp,
+                    const std::string& name, OIIO::Filesystem::IOProxy* proxy, std::string& error) {
         auto out = OIIO::ImageOutput::create(type._traits.oiioName);
         if (!out) {
             error = OIIO::geterror();
             return false;
         }
-        OIIO::ImageSpec spec = specFor(image, type._traits.oiioName);
+        OIIO::ImageSpec spec = specFor(image, type._traits.oiioName, xmp);
         int quality = type.compressionQuality();
         if (quality >= 0) {
             spec.attribute("Compression", "jpeg:" + std::to_string(quality));
@@ -241,14 +279,15 @@ bool OIIOImageFileType::write(const ImagePtr& image, const std::string& fileName
             if (error.empty())
                 error = "can't convert the image for this format";
         } else {
-            // The packet goes into the finished file before it gets its final name.
-            const std::string* xmp = prepared->findAttachmentField(kXMPAttachment);
+            // The packet says which alpha the file holds, and goes into the finished file
+            // before it gets its final name.
+            const std::string packet = oiio::packetFor(*prepared);
             ok = oiio::writeFile(
                 fileName, _traits.oiioName,
                 [&](OIIO::Filesystem::IOProxy* proxy, const std::string& name, std::string& why) {
-                    return OIIOWriteJob::run(*this, *prepared, name, proxy, why);
+                    return OIIOWriteJob::run(*this, *prepared, &packet, name, proxy, why);
                 },
-                embedsXMPBlock() ? xmp : nullptr, error);
+                embedsXMPBlock() && !packet.empty() ? &packet : nullptr, error);
         }
     } catch (const std::exception& e) {
         error = e.what();
@@ -269,8 +308,9 @@ bool OIIOImageFileType::store(const ImagePtr& image, std::vector<uint8_t>& buffe
         } else {
             buffer.clear();
             OIIO::Filesystem::IOVecOutput proxy(buffer);
-            ok = OIIOWriteJob::run(*this, *prepared, "memory." + getSuffixList().front(), &proxy,
-                                   error);
+            const std::string packet = oiio::packetFor(*prepared);
+            ok = OIIOWriteJob::run(*this, *prepared, &packet, "memory." + getSuffixList().front(),
+                                   &proxy, error);
         }
     } catch (const std::exception& e) {
         error = e.what();

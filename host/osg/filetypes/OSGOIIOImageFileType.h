@@ -6,6 +6,10 @@
 
 namespace osg {
 
+// How a format holds alpha: not at all (the channel is dropped), as colour times alpha
+// (associated), as the colour itself (unassociated), or either way, marked in the file.
+enum class FileAlpha { None, Associated, Unassociated, Either };
+
 // What one OpenImageIO format keeps of an image, so that an image is converted only where the
 // format needs it.
 struct OIIOFormatTraits {
@@ -15,7 +19,7 @@ struct OIIOFormatTraits {
     uint32_t flags;                 // ImageFileType::Flags
     std::vector<int32_t> keptTypes; // data types written as they are
     int32_t otherTypesBecome;       // data type for all others
-    bool keepsAlpha;                // else the alpha channel is dropped
+    FileAlpha alpha;                // how alpha is kept, if at all
     bool keepsGray;                 // else one- and two-channel images are written as RGB(A)
     int maxSide;                    // widest and highest image the format holds; 0: no limit
 };

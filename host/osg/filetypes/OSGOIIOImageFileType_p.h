@@ -22,8 +22,14 @@ constexpr const char* kExrXMPAttribute = "xmp";
 // XMP blocks). Exempi is not reentrant for files, so calls are serialised.
 bool embedXMP(const std::string& path, const std::string& packet, std::string& error);
 
-// The image's resolution and attachments as attributes of 'spec' for the format 'oiioName'.
-void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpec& spec);
+// The image's resolution and attachments as attributes of 'spec' for the format 'oiioName';
+// 'xmp', when given, stands for the image's XMP packet.
+void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpec& spec,
+                        const std::string* xmp = nullptr);
+
+// The image's XMP packet as the file will say it: with the alpha convention the image holds.
+// Empty when the image has no packet.
+std::string packetFor(const Image& image);
 
 // Writes the file 'fileName' of the OpenImageIO format 'oiioName' so that it is complete under
 // its final name or not there at all (kaAtomicFile). 'encode' runs the codec: it gets the proxy

@@ -4,6 +4,7 @@
 
 #include "OSGOIIOImageFileType_p.h"
 
+#include "OSGXMPToolkit.h"
 #include "kaLog.h"
 
 #include <Imath/half.h>
@@ -73,6 +74,7 @@ bool OIIOImageFileType::writeLayered(const ImagePtr& image, const std::string& f
     const int width = image->getWidth(), height = image->getHeight();
     OIIO::ImageSpec spec(width, height, 0, OIIO::TypeDesc::HALF);
     std::vector<Layer> used;
+    std::vector<ImagePtr> premultipliedCopies;
     std::vector<std::string> usedNames;
     size_t pixelBytes = 0;
     for (size_t i = 0; i < layers.size(); ++i) {
@@ -83,7 +85,16 @@ bool OIIOImageFileType::writeLayered(const ImagePtr& image, const std::string& f
             return fail("layer " + std::to_string(i) + " is empty or of another size");
         std::string name =
             layerNames && !layerNames[i].empty() ? layerNames[i] : "layer" + std::to_string(i);
-        Layer entry{layer.get(), storedTypeOf(layer->getDataType()), layer->getComponents()};
+        // OpenEXR's colour is colour times alpha: straight colour is premultiplied for the file.
+        const Image* source = layer.get();
+        if (layer->hasAlphaChannel() && layer->getAlphaMode() == Image::AlphaMode::Straight) {
+            ImagePtr premultiplied = layer->clone();
+            if (!premultiplied || !premultiplied->premultiplyAlpha())
+                return fail("not enough memory to premultiply layer " + std::to_string(i));
+            premultipliedCopies.push_back(premultiplied);
+            source = premultiplied.get();
+        }
+        Layer entry{source, storedTypeOf(layer->getDataType()), layer->getComponents()};
         for (const std::string& letter : channelLetters(layer->getPixelFormat())) {
             spec.channelnames.push_back(name + "." + letter);
             spec.channelformats.push_back(oiio::typeDescOf(entry.storedType));
@@ -96,7 +107,11 @@ bool OIIOImageFileType::writeLayered(const ImagePtr& image, const std::string& f
         return fail("no layer to write");
     spec.nchannels = int(spec.channelnames.size());
     spec.alpha_channel = -1;
-    oiio::addImageAttributes(*image, traits().oiioName, spec);
+    // Every layer's colour is premultiplied in the file by now.
+    std::string packet = oiio::packetFor(*image);
+    if (!packet.empty())
+        packet = XMPToolkit::withExportField(packet, "PremultipliedAlpha", "True");
+    oiio::addImageAttributes(*image, traits().oiioName, spec, &packet);
     for (const auto& [key, value] : layeredAttributes(usedNames))
         spec.attribute(key, value);
 

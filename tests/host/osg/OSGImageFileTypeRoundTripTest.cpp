@@ -124,6 +124,9 @@ TEST_P(FileTypeRoundTrip, ReadsBackWithOpenImageIO) {
     const osg::OIIOFormatTraits& traits = c.type->traits();
     const std::string format = traits.oiioName;
     osg::ImagePtr source = makeSource(c.source);
+    // Rendered float pictures are premultiplied, integer ones straight (the host's defaults).
+    EXPECT_EQ(source->isAlphaPremultiplied(),
+              source->hasAlphaChannel() && c.source.type == Image::OSG_FLOAT32_IMAGEDATA);
     const std::string path = dir.fileStd(QString("image.") + traits.suffixes.front().c_str());
 
     ASSERT_TRUE(osg::ImageFileHandler::the().write(source, path.c_str()));
@@ -139,7 +142,16 @@ TEST_P(FileTypeRoundTrip, ReadsBackWithOpenImageIO) {
     EXPECT_EQ(spec.width, kWidth);
     EXPECT_EQ(spec.height, kHeight);
     const int srcChannels = source->getComponents();
-    const bool alphaKept = source->hasAlphaChannel() && traits.keepsAlpha;
+    const bool alphaKept = source->hasAlphaChannel() && traits.alpha != osg::FileAlpha::None;
+    // The file holds the convention its format defines: colour times alpha (associated) or
+    // the colour itself; a format that marks either keeps the image's own.
+    const bool sourcePremultiplied = source->isAlphaPremultiplied();
+    const bool filePremultiplied = traits.alpha == osg::FileAlpha::Associated ||
+                                   (traits.alpha == osg::FileAlpha::Either && sourcePremultiplied);
+    // Formats that can say which they hold, say it.
+    if (alphaKept && (format == "tiff" || format == "openexr" || format == "png")) {
+        EXPECT_EQ(spec.get_int_attribute("oiio:UnassociatedAlpha", 0) == 0, filePremultiplied);
+    }
     int expectedChannels = srcChannels == 1 ? (traits.keepsGray ? 1 : 3) : (alphaKept ? 4 : 3);
     ASSERT_EQ(spec.nchannels, expectedChannels);
 
@@ -156,11 +168,16 @@ TEST_P(FileTypeRoundTrip, ReadsBackWithOpenImageIO) {
         for (int x = 0; x < kWidth; ++x)
             for (int ch = 0; ch < spec.nchannels; ++ch) {
                 int srcCh = srcChannels == 1 ? 1 : ch;
-                float expected = sampleValue(x, y, srcCh, floatSource);
+                // The source's values as stored in it, then in the file's convention.
+                auto stored = [&](int channel) {
+                    const float v = sampleValue(x, y, channel, floatSource);
+                    return floatSource ? v : std::lround(std::min(v, 1.0f) * 255.0f) / 255.0f;
+                };
+                float expected = stored(srcCh);
+                if (alphaKept && ch < 3 && sourcePremultiplied != filePremultiplied)
+                    expected = filePremultiplied ? expected * stored(3) : expected / stored(3);
                 if (!unclamped)
                     expected = std::min(expected, 1.0f);
-                if (!floatSource)
-                    expected = std::lround(expected * 255.0f) / 255.0f;
                 float got = pixels[(size_t(fileRow) * kWidth + x) * spec.nchannels + ch];
                 float diff = std::fabs(got - expected);
                 if (format == "hdr") {
