@@ -4,6 +4,7 @@
 
 #include <lcms2.h>
 
+#include <array>
 #include <memory>
 
 namespace {
@@ -116,4 +117,65 @@ bool kaICCProfile::load(const QString& fileName) {
     cmsCloseProfile(profile);
     _loaded = matrixShaper;
     return _loaded;
+}
+
+QByteArray kaICCProfile::linearized(const QByteArray& bytes, std::array<float, 8>* chromaticities) {
+    std::unique_ptr<_cmsContext_struct, void (*)(cmsContext)> context(
+        cmsCreateContext(nullptr, nullptr), cmsDeleteContext);
+    cmsHPROFILE profile =
+        cmsOpenProfileFromMemTHR(context.get(), bytes.constData(), cmsUInt32Number(bytes.size()));
+    if (!profile)
+        return QByteArray();
+    QByteArray result;
+    Mat3 colorantsD50;
+    if (cmsGetColorSpace(profile) == cmsSigRgbData && cmsIsMatrixShaper(profile) &&
+        colorants(profile, colorantsD50)) {
+        cmsToneCurve* linear = cmsBuildGamma(context.get(), 1.0);
+        bool ok = linear && cmsWriteTag(profile, cmsSigRedTRCTag, linear) &&
+                  cmsWriteTag(profile, cmsSigGreenTRCTag, linear) &&
+                  cmsWriteTag(profile, cmsSigBlueTRCTag, linear);
+        if (linear)
+            cmsFreeToneCurve(linear);
+        // Say what it is: "sRGB IEC61966-2.1" becomes "sRGB IEC61966-2.1 (linear)".
+        const QString name = description(profile) + " (linear)";
+        cmsMLU* text = cmsMLUalloc(context.get(), 1);
+        if (text && cmsMLUsetASCII(text, "en", "US", name.toLatin1().constData()))
+            cmsWriteTag(profile, cmsSigProfileDescriptionTag, text);
+        if (text)
+            cmsMLUfree(text);
+        cmsUInt32Number size = 0;
+        if (ok && cmsSaveProfileToMem(profile, nullptr, &size) && size > 0) {
+            result.resize(int(size));
+            if (!cmsSaveProfileToMem(profile, result.data(), &size))
+                result.clear();
+        }
+        if (chromaticities) {
+            // The colorants and white before the profile's adaptation to D50.
+            Mat3 undo{{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}}};
+            // The tag is nine doubles, row by row.
+            if (auto* chad =
+                    static_cast<const double*>(cmsReadTag(profile, cmsSigChromaticAdaptationTag))) {
+                Mat3 adapt;
+                for (int r = 0; r < 3; ++r)
+                    for (int c = 0; c < 3; ++c)
+                        adapt.m[r][c] = chad[r * 3 + c];
+                invert(adapt, undo);
+            }
+            const Mat3 original = multiply(undo, colorantsD50);
+            auto xy = [](double X, double Y, double Z, float* out) {
+                const double sum = X + Y + Z;
+                out[0] = sum > 0 ? float(X / sum) : 0.0f;
+                out[1] = sum > 0 ? float(Y / sum) : 0.0f;
+            };
+            for (int c = 0; c < 3; ++c)
+                xy(original.m[0][c], original.m[1][c], original.m[2][c],
+                   chromaticities->data() + 2 * c);
+            // The white is what the three add up to at full strength.
+            xy(original.m[0][0] + original.m[0][1] + original.m[0][2],
+               original.m[1][0] + original.m[1][1] + original.m[1][2],
+               original.m[2][0] + original.m[2][1] + original.m[2][2], chromaticities->data() + 6);
+        }
+    }
+    cmsCloseProfile(profile);
+    return result;
 }

@@ -34,6 +34,12 @@ public:
         return _tables[channel];
     }
 
+    // For pictures of linear values: the profile 'bytes' with its tone curves made linear (the
+    // same primaries and white), and in 'chromaticities' the primaries' and white's x, y
+    // (red, green, blue, white) as they are before the profile's adaptation to D50. Empty for
+    // profiles that are no RGB matrix/shaper profile. Safe from any thread.
+    static QByteArray linearized(const QByteArray& bytes, std::array<float, 8>* chromaticities);
+
 private:
     QString _fileName;
     QByteArray _data;

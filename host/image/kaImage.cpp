@@ -1,10 +1,12 @@
 #include "kaImage.h"
 
 #include "OSGImageFileType.h"
+#include "kaICCProfile.h"
 
 #include <QFile>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <mutex>
 
@@ -35,6 +37,19 @@ bool kaImage::embedActiveICCProfile(osg::ImagePtr& image, const std::string& pro
     // Every ICC profile carries "acsp" at byte 36.
     if (bytes.size() < 128 || std::memcmp(bytes.constData() + 36, "acsp", 4) != 0)
         return false;
+    // Float pictures hold linear values: their profile has linear tone curves, and formats that
+    // know chromaticities get them too.
+    if (image->isFloat()) {
+        std::array<float, 8> chromaticities{};
+        const QByteArray linear = kaICCProfile::linearized(bytes, &chromaticities);
+        if (!linear.isEmpty()) {
+            bytes = linear;
+            std::string text;
+            for (float v : chromaticities)
+                text += (text.empty() ? "" : " ") + QString::number(v, 'g', 7).toStdString();
+            image->setAttachmentField(osg::kChromaticitiesAttachment, text);
+        }
+    }
     image->setAttachmentField(ICCProfileAttachmentKey,
                               std::string(bytes.constData(), size_t(bytes.size())));
     return true;

@@ -121,7 +121,7 @@ bool Image::set(uint32_t pixelFormat, int32_t width, int32_t height, int32_t dep
     _pixelFormat = pixelFormat;
     _type = type;
     _alphaMode = isFloat() && floatAlphaPremultipliedByDefault() ? AlphaMode::Premultiplied
-                                                                : AlphaMode::Straight;
+                                                                 : AlphaMode::Straight;
     _width = width;
     _height = height;
     _depth = depth;

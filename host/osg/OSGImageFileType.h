@@ -15,6 +15,8 @@ namespace osg {
 constexpr const char* kCommentAttachment = "Comment";
 constexpr const char* kICCProfileAttachment = "ICCProfile";
 constexpr const char* kXMPAttachment = "XMP";
+// The chromaticities of linear pictures: red, green, blue and white x, y as eight numbers.
+constexpr const char* kChromaticitiesAttachment = "Chromaticities";
 
 // One image file format: its MIME type, its suffixes, what it supports, and how it reads and
 // writes. Instances live as long as the process and are used from several threads at once:

@@ -16,6 +16,8 @@ class Background : public FieldContainer {
 public:
     // The colour (linear) and alpha at vertical position 'v' (0 bottom, 1 top).
     virtual Color4f colorAt(float v) const = 0;
+    // The colour shown behind transparent pixels of pictures with straight alpha (linear).
+    virtual const Color3f& getAlphaColor() const = 0;
 };
 using BackgroundPtr = RefPtr<Background>;
 
@@ -28,7 +30,7 @@ public:
     const Color3f& getColor() const { return _color; }
     // With an alpha below 1 the background shows the alpha colour, weighted by the alpha.
     void setAlphaColor(const Color3f& color, float alpha);
-    const Color3f& getAlphaColor() const { return _alphaColor; }
+    const Color3f& getAlphaColor() const override { return _alphaColor; }
     float getAlpha() const { return _alpha; }
     void setBackplateMode(bool on);
     bool getBackplateMode() const { return _backplate; }
@@ -60,7 +62,7 @@ public:
     void setAlpha(float alpha);
     float getAlpha() const { return _alpha; }
     void setAlphaColor(const Color3f& color);
-    const Color3f& getAlphaColor() const { return _alphaColor; }
+    const Color3f& getAlphaColor() const override { return _alphaColor; }
     // Whether a backplate image is shown instead of the gradient.
     void setBackplateMode(bool on);
     bool getBackplateMode() const { return _backplate; }

@@ -79,9 +79,8 @@ kaBuiltinScene::kaBuiltinScene(kaOSGWidget& view)
     add(_root, osg::makePlane(20, 20, ground), "Ground");
     osg::NodePtr boxPlace = placed(_root, osg::Matrix(), "Box Place");
     add(boxPlace, osg::makeBox(1.2f, 1.2f, 1.2f, boxPaint), "Box");
-    osg::NodePtr variants =
-        add(placed(_root, osg::Matrix::translation(1.6f, 0.8f, -0.6f), ""),
-            osg::Switch::create(0), "Sphere Variants");
+    osg::NodePtr variants = add(placed(_root, osg::Matrix::translation(1.6f, 0.8f, -0.6f), ""),
+                                osg::Switch::create(0), "Sphere Variants");
     add(variants, osg::makeSphere(0.8f, 48, chrome), "Chrome Sphere");
     add(variants, osg::makeBox(1.3f, 1.3f, 1.3f, chrome), "Chrome Cube");
     add(placed(_root, osg::Matrix::translation(-1.8f, 2.6f, -1.5f), ""),

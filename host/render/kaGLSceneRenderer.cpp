@@ -34,12 +34,15 @@ void main() {
 )";
 
 // Lambert diffuse and normalised Blinn-Phong highlights from the lights, the environment as
-// ambient light on diffuse and specular colour, plus emission (which may exceed 1).
+// ambient light on diffuse and specular colour, plus emission (which may exceed 1). The second
+// output is the blend weight of the colour (the surface's opacity), so that the alpha written
+// is the coverage of geometry: 1 on every surface, see-through ones included.
 const char* const kSurfaceFragment = R"(#version 450 core
 in vec3 worldPosition;
 in vec3 worldNormal;
 in vec4 vertexColor;
-out vec4 fragColor;
+layout(location = 0, index = 0) out vec4 fragColor;
+layout(location = 0, index = 1) out vec4 blendWeight;
 uniform vec3 baseColor;
 uniform float metallic;
 uniform float roughness;
@@ -79,7 +82,8 @@ void main() {
         float highlight = pow(max(dot(n, normalize(l + v)), 0.0), shininess) * (shininess + 8.0) / 8.0;
         color += pointColor[i] / d2 * ndl * (diffuse + specular * highlight);
     }
-    fragColor = vec4(color, opacity);
+    fragColor = vec4(color, 1.0);
+    blendWeight = vec4(opacity);
 }
 )";
 
@@ -98,7 +102,9 @@ uniform float vOffset;
 uniform float vScale;
 void main() {
     float v = clamp(vOffset + gl_FragCoord.y * vScale, 0.0, 1.0);
-    fragColor = mix(bottomColor, topColor, v);
+    vec4 c = mix(bottomColor, topColor, v);
+    // Premultiplied, as every colour the renderer writes: a transparent background is nothing.
+    fragColor = vec4(c.rgb * c.a, c.a);
 }
 )";
 
@@ -297,7 +303,8 @@ struct kaGLSceneRenderer::Impl {
         glEnable(GL_DEPTH_TEST);
         glDepthFunc(GL_LESS);
         glEnable(GL_BLEND);
-        glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+        // Colour over what lies behind by the surface's opacity; alpha: covered.
+        glBlendFuncSeparate(GL_SRC1_ALPHA, GL_ONE_MINUS_SRC1_ALPHA, GL_ONE, GL_ZERO);
         glUseProgram(surface);
         uniformMatrix(surface, "viewProjection", viewProjection);
         glUniform3f(glGetUniformLocation(surface, "eye"), eye.x, eye.y, eye.z);

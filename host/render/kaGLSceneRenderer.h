@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
-// Draws a viewport's scene with OpenGL into a float RGBA buffer. Every pixel is the mean of
+// Draws a viewport's scene with OpenGL into a float RGBA buffer of scene-linear, premultiplied
+// colour whose alpha is the coverage of geometry (1 on every surface, the background's alpha
+// elsewhere, fractions at edges). Every pixel is the mean of
 // 'samples' jittered sub-pixel samples, sample k always at the same sub-pixel offset of the
 // target's pixel grid, so that rendering a picture in tiles gives the same pixels as rendering
 // it whole. Targets larger than the piece limit are drawn piece by piece. GUI thread only.

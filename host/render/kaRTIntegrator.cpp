@@ -350,10 +350,9 @@ void kaRTIntegrator::sample(int x, int y, int sampleIndex, Sample& out, float& o
     }
     out.add(kTransparencyColor, seenThrough);
 
-    float alpha = 1.0f;
+    float backgroundAlpha = 1.0f;
     if (!blocked) {
         V3 color;
-        float backgroundAlpha = 1.0f;
         background(u, v, color, backgroundAlpha);
         // Backplates hide the background where they are opaque.
         float plateAlpha = 0.0f;
@@ -365,8 +364,6 @@ void kaRTIntegrator::sample(int x, int y, int sampleIndex, Sample& out, float& o
         }
         out.add(kBackplate, weight * plate);
         out.add(kBackground, weight * color * (backgroundAlpha * (1.0f - plateAlpha)));
-        const float behindAlpha = plateAlpha + (1.0f - plateAlpha) * backgroundAlpha;
-        alpha = 1.0f - average(weight) * (1.0f - behindAlpha);
     }
 
     for (const Flare& flare : _flares) {
@@ -386,8 +383,18 @@ void kaRTIntegrator::sample(int x, int y, int sampleIndex, Sample& out, float& o
             for (float& value : out.v[s])
                 value *= keep;
         out.add(kFrontplate, V3{c.r, c.g, c.b} * c.a);
-        alpha = c.a + keep * alpha;
     }
+
+    // Alpha is the coverage of geometry: a sample that hits a surface counts whole, one that
+    // hits nothing has the background's alpha. Colour is premultiplied by it, so a sample that
+    // shows a transparent background adds nothing (no plates, no flare).
+    // (The background's own colour is weighted by its alpha already.)
+    const float alpha = firstHit ? 1.0f : backgroundAlpha;
+    if (alpha < 1.0f)
+        for (int s = kDiffuseIbl; s <= kAlbedo; ++s)
+            if (s != kBackground)
+                for (float& value : out.v[s])
+                    value *= alpha;
 
     V3 beauty;
     for (Slot s : {kDiffuseIbl, kDiffuseLight, kGlossyIbl, kGlossyLight, kSpecular, kTranslucency,

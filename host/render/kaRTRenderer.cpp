@@ -2,6 +2,7 @@
 
 #include "kaAnimManager.h"
 #include "kaController.h"
+#include "kaPixelEncoder.h"
 #include "kaRTCryptoAccumulator.h"
 #include "kaRTCryptomatte.h"
 #include "kaRTIntegrator.h"
@@ -33,8 +34,7 @@ struct kaRTRenderer::Accumulation {
     bool crypto = false;
     kaRTCryptoAccumulator objects, materials;
 
-    osg::Color4f value(const PassRule& rule, size_t pixel, bool premultiply,
-                       const osg::Color3f& alphaColor) const;
+    osg::Color4f value(const PassRule& rule, size_t pixel) const;
 
     bool matches(const osg::Camera* c, const Region& r, int f) const {
         return c == camera && r.fullWidth == fullWidth && r.fullHeight == fullHeight && r.x == x &&
@@ -42,9 +42,10 @@ struct kaRTRenderer::Accumulation {
     }
 };
 
-// Pass 'rule' of one pixel: the mean of the samples, read as the pass reads its slots.
-osg::Color4f kaRTRenderer::Accumulation::value(const PassRule& rule, size_t pixel, bool premultiply,
-                                               const osg::Color3f& alphaColor) const {
+// Pass 'rule' of one pixel: the mean of the samples, read as the pass reads its slots. Light
+// comes premultiplied (samples that hit nothing add none); the encoder makes it what each image
+// holds.
+osg::Color4f kaRTRenderer::Accumulation::value(const PassRule& rule, size_t pixel) const {
     const std::vector<float>& coverage = sums[kCoverage];
     const float n = float(std::max(samples, 1));
     const float alpha = coverage[pixel * 3] / n;
@@ -56,17 +57,6 @@ osg::Color4f kaRTRenderer::Accumulation::value(const PassRule& rule, size_t pixe
         c.r = s[0] / n;
         c.g = s[1] / n;
         c.b = s[2] / n;
-        if (!premultiply) {
-            if (alpha > 1e-6f) {
-                c.r /= alpha;
-                c.g /= alpha;
-                c.b /= alpha;
-            } else if (rule.slot == kBeauty || rule.slot == kBackground) {
-                c.r = alphaColor.r;
-                c.g = alphaColor.g;
-                c.b = alphaColor.b;
-            }
-        }
         break;
     case PassKind::Illumination: {
         const float* colour = sums[size_t(rule.colour)].data() + pixel * 3;
@@ -190,14 +180,6 @@ void publishSettings(int samples, int offset, int threads, bool premultiply, boo
         settings->setAttribute("TimeLimitSeconds", std::to_string(limit));
     settings->setAttribute("ShadingSlots", std::to_string(slots));
     kaRTSceneHandler::setRaytracingSettingsAttachment(settings);
-}
-
-osg::Color3f alphaColorOf(const osg::Background* background) {
-    if (auto* gradient = dynamic_cast<const osg::Gradient2Background*>(background))
-        return gradient->getAlphaColor();
-    if (auto* solid = dynamic_cast<const osg::SolidBackground*>(background))
-        return solid->getAlphaColor();
-    return {0, 0, 0};
 }
 
 } // namespace
@@ -336,40 +318,31 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
     if (stopped && stopRequested())
         return false;
 
-    // Hand the mean of the samples to every wanted pass image.
+    // Hand the mean of the samples to every wanted pass image, as each image holds it.
     const bool premultiply = kaRaytracer::getPremultiply();
-    const osg::Color3f alphaColor = alphaColorOf(viewport.getBackground().get());
+    const kaPixelEncoder encoder(viewport.getBackground()
+                                     ? viewport.getBackground()->getAlphaColor()
+                                     : osg::Color3f{0, 0, 0});
     for (int pass = 0; pass < kPassCount && pass < int(images.size()); ++pass) {
         const osg::ImagePtr& image = images[size_t(pass)];
         if (!image || !image->getData())
             continue;
         const PassRule& rule = passRule(pass);
-        // Float RGBA, the raytracer's own format, is written directly.
-        const bool floatRgba = image->getPixelFormat() == osg::Image::OSG_RGBA_PF &&
-                               image->getDataType() == osg::Image::OSG_FLOAT32_IMAGEDATA;
         runRows(
             threads, region.height, stopRequested,
             [&](int row) {
-                const int iy = region.imageY + row;
-                if (iy < 0 || iy >= int(image->getHeight()))
-                    return;
+                std::vector<float> rgba(size_t(region.width) * 4);
                 for (int column = 0; column < region.width; ++column) {
-                    const int ix = region.imageX + column;
-                    if (ix < 0 || ix >= int(image->getWidth()))
-                        continue;
-                    const size_t pixel = size_t(row) * size_t(region.width) + size_t(column);
-                    const osg::Color4f c = acc.value(rule, pixel, premultiply, alphaColor);
-                    if (floatRgba) {
-                        float* out = reinterpret_cast<float*>(image->getData()) +
-                                     (size_t(iy) * size_t(image->getWidth()) + size_t(ix)) * 4;
-                        out[0] = c.r;
-                        out[1] = c.g;
-                        out[2] = c.b;
-                        out[3] = c.a;
-                    } else {
-                        image->setPixel(ix, iy, c);
-                    }
+                    const osg::Color4f c =
+                        acc.value(rule, size_t(row) * size_t(region.width) + size_t(column));
+                    float* out = &rgba[size_t(column) * 4];
+                    out[0] = c.r;
+                    out[1] = c.g;
+                    out[2] = c.b;
+                    out[3] = c.a;
                 }
+                encoder.store(*image, region.imageX, region.imageY + row, region.width, 1,
+                              rgba.data(), region.x, region.y + row);
             },
             nullptr);
         if (stopRequested())

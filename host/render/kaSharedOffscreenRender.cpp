@@ -4,6 +4,7 @@
 #include "kaGLSceneRenderer.h"
 #include "kaLog.h"
 #include "kaOSGWidget.h"
+#include "kaPixelEncoder.h"
 #include "kaRTRenderer.h"
 #include "kaRTSceneHandler.h"
 #include "kaRaytracer.h"
@@ -97,17 +98,16 @@ bool kaSharedOffscreenRender::updateGL() {
         // The picture is not raytraced: no raytracing settings describe it.
         kaRTSceneHandler::setRaytracingSettingsAttachment(nullptr);
         const int samples = viewport.getSamples(_sampleQuality);
-        // Each finished piece goes straight into every tile image (rows bottom-up in both).
+        const kaPixelEncoder encoder(viewport.getBackground()
+                                         ? viewport.getBackground()->getAlphaColor()
+                                         : osg::Color3f{0, 0, 0});
+        // Each finished piece goes straight into every tile image (rows bottom-up in both), as
+        // each image holds it.
         auto sink = [&](int px, int py, int pw, int ph, const float* rgba) {
-            for (const osg::ImagePtr& image : _tileImages) {
-                if (!image || !image->getData())
-                    continue;
-                for (int y = 0; y < ph && y0 + py + y < image->getHeight(); ++y)
-                    for (int x = 0; x < pw && x0 + px + x < image->getWidth(); ++x) {
-                        const float* p = rgba + (size_t(y) * size_t(pw) + size_t(x)) * 4;
-                        image->setPixel(x0 + px + x, y0 + py + y, {p[0], p[1], p[2], p[3]});
-                    }
-            }
+            for (const osg::ImagePtr& image : _tileImages)
+                if (image)
+                    encoder.store(*image, x0 + px, y0 + py, pw, ph, rgba, regionX + px,
+                                  regionY + py);
         };
         ok = kaGLSceneRenderer::the().render(viewport, *camera, fullWidth, fullHeight, regionX,
                                              regionY, width, height, samples, _rtSample, sink,

@@ -12,6 +12,7 @@
 #include <QByteArray>
 
 #include <algorithm>
+#include <sstream>
 
 namespace osg {
 
@@ -55,6 +56,15 @@ void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpe
     const std::string* xmp = xmpPacket ? xmpPacket : image.findAttachmentField(kXMPAttachment);
     if (xmp && !xmp->empty() && std::string(oiioName) == "openexr")
         spec.attribute(kExrXMPAttribute, *xmp);
+    if (const std::string* text = image.findAttachmentField(kChromaticitiesAttachment)) {
+        float values[8];
+        std::istringstream in(*text);
+        int read = 0;
+        while (read < 8 && in >> values[read])
+            ++read;
+        if (read == 8 && std::string(oiioName) == "openexr")
+            spec.attribute("chromaticities", OIIO::TypeDesc(OIIO::TypeDesc::FLOAT, 8), values);
+    }
     if (const std::string* profile = image.findAttachmentField(kICCProfileAttachment)) {
         if (std::string(oiioName) == "openexr")
             spec.attribute(kExrICCProfileAttribute,

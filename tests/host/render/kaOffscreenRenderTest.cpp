@@ -7,6 +7,7 @@
 #include "kaGLInfo.h"
 #include "kaGLSceneRenderer.h"
 #include "kaOSGWidget.h"
+#include "kaRaytracer.h"
 #include "kaSharedOffscreenRender.h"
 
 #include <gtest/gtest.h>
@@ -160,16 +161,26 @@ INSTANTIATE_TEST_SUITE_P(
                     TileCase{Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 3, "rgb8x9"}),
     [](const testing::TestParamInfo<TileCase>& info) { return std::string(info.param.name); });
 
-TEST_F(OffscreenRender, BackgroundAlphaZeroCarriesTheAlphaColour) {
+TEST_F(OffscreenRender, TransparentBackgroundShowsTheAlphaColourOnlyInStraightPictures) {
     scene.view.getBackground()->setAlpha(0.0f);
     scene.view.getBackground()->setAlphaColor({0.2f, 0.4f, 0.6f});
-    osg::ImagePtr image =
+    // Premultiplied (float pictures by default): nothing where nothing is covered.
+    osg::ImagePtr premultiplied =
         renderTiled(scene.view, 64, 48, 1, 1, Image::OSG_RGBA_PF, Image::OSG_FLOAT32_IMAGEDATA, 0);
-    const osg::Color4f sky = image->getPixel(2, 46); // top left: background
+    const osg::Color4f none = premultiplied->getPixel(2, 46); // top left: background
+    EXPECT_FLOAT_EQ(none.a, 0.0f);
+    EXPECT_FLOAT_EQ(none.r, 0.0f);
+    EXPECT_FLOAT_EQ(none.b, 0.0f);
+    EXPECT_FLOAT_EQ(premultiplied->getPixel(32, 5).a, 1.0f) << "the ground is covered";
+    // Straight: the alpha colour behind what is not covered.
+    kaRaytracer::setPremultiply(false);
+    osg::ImagePtr straight =
+        renderTiled(scene.view, 64, 48, 1, 1, Image::OSG_RGBA_PF, Image::OSG_FLOAT32_IMAGEDATA, 0);
+    kaRaytracer::setPremultiply(true);
+    const osg::Color4f sky = straight->getPixel(2, 46);
     EXPECT_FLOAT_EQ(sky.a, 0.0f);
     EXPECT_NEAR(sky.r, 0.2f, 1e-5f);
     EXPECT_NEAR(sky.b, 0.6f, 1e-5f);
-    EXPECT_FLOAT_EQ(image->getPixel(32, 5).a, 1.0f) << "the ground is opaque";
 }
 
 TEST_F(OffscreenRender, FloatRendersKeepValuesAboveOne) {
