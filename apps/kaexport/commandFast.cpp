@@ -110,6 +110,9 @@ Runner defineFast(CLI::App& command) {
                 kaImageOutStream::setImageWriteFunction(nullptr);
         });
 
+        const std::string noProfile = missingProfileWarning(o->icc);
+        if (!noProfile.empty())
+            io.err << "kaexport fast: " << noProfile << "\n";
         kaImageWriter writer;
         writer.setNoShowImage(true);
         writer.setMetaDataFlags(o->metadata);

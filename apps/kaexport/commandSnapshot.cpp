@@ -100,6 +100,9 @@ Runner defineSnapshot(CLI::App& command) {
         // Render passes other than beauty come from the raytracer only.
         if (o->raytracing)
             kaOSGWidget::setRaytracing(true);
+        const std::string noProfile = missingProfileWarning(o->icc);
+        if (!noProfile.empty())
+            io.err << "kaexport snapshot: " << noProfile << "\n";
         kaMessage& prefs = kaPreferences::getData();
         if (o->stereo >= 0)
             prefs.set("ImageExport stereo mode", o->stereo);

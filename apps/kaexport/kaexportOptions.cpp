@@ -1,5 +1,7 @@
 #include "kaexportOptions.h"
 
+#include "kaDisplayProfiles.h"
+#include "kaFile.h"
 #include "kaMessage.h"
 #include "kaPreferenceKeys.h"
 #include "kaPreferences.h"
@@ -120,6 +122,38 @@ CLI::Validator rangeCheck(double minimum, double maximum) {
 
 void describe(CLI::App& command, const std::string& explanation) {
     command.footer("\n" + explanation);
+}
+
+std::string missingProfileWarning(int colorSpace) {
+    auto preferenceFile = [](const char* key) {
+        boost::any value = kaPreferences::getData().get(key);
+        const QString* name = boost::any_cast<QString>(&value);
+        return name ? kaFile::expandFilename(*name) : QString();
+    };
+    if (colorSpace == 4) {
+        const QString file = preferenceFile("Imageprofile");
+        if (file.isEmpty())
+            return "colour space 4 has no profile (\"Imageprofile\" names none); the file "
+                   "carries none";
+        if (!kaFile::exists(file))
+            return "colour space 4 has no profile (\"Imageprofile\" names '" + file.toStdString() +
+                   "', which does not exist); the file carries none";
+    }
+    if (colorSpace == 3) {
+        bool useSystem = true;
+        boost::any use = kaPreferences::getData().get("Use System Monitor Profile");
+        if (const bool* b = boost::any_cast<bool>(&use))
+            useSystem = *b;
+        if (useSystem)
+            for (const kaDisplayProfiles::Display& display : kaDisplayProfiles::displays())
+                if (display.attached && kaFile::exists(display.profileFile))
+                    return std::string();
+        const QString file = preferenceFile("Monitorprofile");
+        if (!kaFile::exists(file))
+            return "colour space 3 has no profile (no display reports one and "
+                   "\"Monitorprofile\" names none that exists); the file carries none";
+    }
+    return std::string();
 }
 
 CLI::Option* addOutput(CLI::App& command, std::string& out, const char* description) {

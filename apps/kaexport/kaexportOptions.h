@@ -39,6 +39,11 @@ CLI::Validator rangeCheck(double minimum, double maximum);
 // command list shows it), 'explanation' follows its options.
 void describe(CLI::App& command, const std::string& explanation);
 
+// Colour spaces 3 (the monitor's) and 4 (the image profile) embed the profile file that
+// the display or a preference names; "" when there is one, else what the user is told: the file
+// then carries no profile.
+std::string missingProfileWarning(int colorSpace);
+
 // Adds the output name (a required positional argument) to a command.
 CLI::Option* addOutput(CLI::App& command, std::string& out, const char* description);
 

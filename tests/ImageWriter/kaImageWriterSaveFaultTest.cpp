@@ -53,6 +53,10 @@ std::string faultName(const Fault& f) {
     return std::string(f.operation) + (f.error == EIO ? "EIO" : "ENOSPC") + std::to_string(f.nth);
 }
 
+void PrintTo(const Fault& f, std::ostream* out) {
+    *out << faultName(f);
+}
+
 const Fault kFaults[] = {{"write", ENOSPC, 1}, {"write", ENOSPC, 2}, {"write", EIO, 1},
                          {"fsync", EIO, 1},    {"close", EIO, 1},    {"rename", ENOSPC, 1}};
 
@@ -62,6 +66,12 @@ struct SaveCase {
     int32_t dataType;
     Fault fault;
 };
+
+// Names the case in test listings instead of dumping its bytes.
+void PrintTo(const SaveCase& c, std::ostream* out) {
+    *out << c.extension << " with ";
+    PrintTo(c.fault, out);
+}
 
 std::vector<SaveCase> saveCases() {
     const SaveCase formats[] = {{"PNG", "png", Image::OSG_UINT8_IMAGEDATA, {}},

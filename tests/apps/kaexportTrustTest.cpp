@@ -83,6 +83,12 @@ struct Case {
     Fault fault;
 };
 
+// Names the case in test listings instead of dumping its bytes.
+void PrintTo(const Case& c, std::ostream* out) {
+    *out << c.extension << " with " << c.fault.operation << " #" << c.fault.nth << " failing ("
+         << c.fault.error << ")";
+}
+
 std::vector<Case> cases() {
     const Fault faults[] = {{"write", "ENOSPC", 1, "No space left on device"},
                             {"write", "EIO", 2, "Input/output error"},

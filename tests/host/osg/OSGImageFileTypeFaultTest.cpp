@@ -53,10 +53,22 @@ std::string nthName(int nth) {
     return nth == kMiddleWrite ? "Middle" : nth == kLastWrite ? "Last" : std::to_string(nth);
 }
 
+// Names the fault in test listings instead of dumping its bytes.
+void PrintTo(const Fault& f, std::ostream* out) {
+    *out << f.operation << " #" << nthName(f.nth) << " failing ("
+         << (f.error == EIO ? "EIO" : "ENOSPC") << ")";
+}
+
 struct Case {
     osg::ImageFileType* type;
     Fault fault;
 };
+
+// Names the case in test listings instead of dumping its bytes.
+void PrintTo(const Case& c, std::ostream* out) {
+    *out << c.type->getSuffixList().front() << " with ";
+    PrintTo(c.fault, out);
+}
 
 std::vector<Case> allCases() {
     const Fault faults[] = {{"write", ENOSPC, 1},       {"write", ENOSPC, kMiddleWrite},
