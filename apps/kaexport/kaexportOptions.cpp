@@ -1,6 +1,6 @@
 #include "kaexportOptions.h"
 
-#include "kaDisplayProfiles.h"
+#include "kaColor.h"
 #include "kaFile.h"
 #include "kaMessage.h"
 #include "kaPreferenceKeys.h"
@@ -139,20 +139,9 @@ std::string missingProfileWarning(int colorSpace) {
             return "colour space 4 has no profile (\"Imageprofile\" names '" + file.toStdString() +
                    "', which does not exist); the file carries none";
     }
-    if (colorSpace == 3) {
-        bool useSystem = true;
-        boost::any use = kaPreferences::getData().get("Use System Monitor Profile");
-        if (const bool* b = boost::any_cast<bool>(&use))
-            useSystem = *b;
-        if (useSystem)
-            for (const kaDisplayProfiles::Display& display : kaDisplayProfiles::displays())
-                if (display.attached && kaFile::exists(display.profileFile))
-                    return std::string();
-        const QString file = preferenceFile("Monitorprofile");
-        if (!kaFile::exists(file))
-            return "colour space 3 has no profile (no display reports one and "
-                   "\"Monitorprofile\" names none that exists); the file carries none";
-    }
+    if (colorSpace == 3 && !kaColor::getICCProfile(3)->isLoaded())
+        return "colour space 3 has no profile (no display reports one and "
+               "\"Monitorprofile\" names none that exists); the file carries none";
     return std::string();
 }
 

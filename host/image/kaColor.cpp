@@ -1,5 +1,6 @@
 #include "kaColor.h"
 
+#include "kaDisplayProfiles.h"
 #include "kaFile.h"
 #include "kaPreferences.h"
 
@@ -48,6 +49,24 @@ QString preferenceFile(const char* key) {
     return name && !name->isEmpty() ? kaFile::expandFilename(*name) : QString();
 }
 
+// The monitor's colour space is the profile that exports embed for it: the first attached display
+// that reports a profile, when the system's profile is used and that file exists, else the
+// "Monitorprofile" preference. Pixels are encoded for that same profile, so they match it.
+QString monitorProfileFile() {
+    bool useSystemProfile = true;
+    boost::any use = kaPreferences::getData().get("Use System Monitor Profile");
+    if (const bool* b = boost::any_cast<bool>(&use))
+        useSystemProfile = *b;
+    if (useSystemProfile)
+        for (const kaDisplayProfiles::Display& display : kaDisplayProfiles::displays())
+            if (display.attached && !display.profileFile.isEmpty()) {
+                if (kaFile::exists(display.profileFile))
+                    return display.profileFile;
+                break;
+            }
+    return preferenceFile("Monitorprofile");
+}
+
 } // namespace
 
 unsigned int kaColor::getActiveColorSpace() {
@@ -79,11 +98,15 @@ std::shared_ptr<const kaICCProfile> kaColor::getImageICCProfile() {
 }
 
 std::shared_ptr<const kaICCProfile> kaColor::getActiveICCProfile() {
-    switch (getActiveColorSpace()) {
+    return getICCProfile(getActiveColorSpace());
+}
+
+std::shared_ptr<const kaICCProfile> kaColor::getICCProfile(unsigned int colorSpace) {
+    switch (colorSpace) {
     case 2:
         return getAdobeRGBICCProfile();
     case 3:
-        return profileFor(preferenceFile("Monitorprofile"));
+        return profileFor(monitorProfileFile());
     case 4:
         return getImageICCProfile();
     default:

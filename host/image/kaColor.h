@@ -22,6 +22,10 @@ public:
     // Never null; check isLoaded().
     static std::shared_ptr<const kaICCProfile> getSRGBICCProfile();
     static std::shared_ptr<const kaICCProfile> getAdobeRGBICCProfile();
+    // The active colour space's profile: for the monitor's (3) the display's own when it reports
+    // one that exists and "Use System Monitor Profile" is on, else "Monitorprofile"; asks the
+    // displays each time, so callers take it once per picture, not per pixel.
     static std::shared_ptr<const kaICCProfile> getActiveICCProfile();
+    static std::shared_ptr<const kaICCProfile> getICCProfile(unsigned int colorSpace);
     static std::shared_ptr<const kaICCProfile> getImageICCProfile();
 };

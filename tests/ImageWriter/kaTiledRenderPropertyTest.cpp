@@ -26,7 +26,15 @@ struct Case {
     int32_t type;
     bool raytracing;
     SM stereo;
+    bool powerwall = false;
 };
+
+int eyesOf(SM stereo) {
+    return stereo == SM::STEREO_TWO_EYES    ? 2
+           : stereo == SM::STEREO_FIVE_EYES ? 5
+           : stereo == SM::STEREO_NINE_EYES ? 9
+                                            : 1;
+}
 
 std::string nameOf(const Case& c) {
     return std::to_string(c.width) + "x" + std::to_string(c.height) + "_budget" +
@@ -34,13 +42,19 @@ std::string nameOf(const Case& c) {
            (c.format == Image::OSG_RGBA_PF ? "_rgba" : "_rgb") +
            (c.type == Image::OSG_FLOAT32_IMAGEDATA ? "Float" : "8") +
            (c.raytracing ? "_raytraced" : "_opengl") +
-           (c.stereo == SM::STEREO_TWO_EYES ? "_stereo" : "");
+           (eyesOf(c.stereo) > 1 ? "_" + std::to_string(eyesOf(c.stereo)) + "eyes" : "") +
+           (c.powerwall ? "_powerwall" : "");
+}
+
+void PrintTo(const Case& c, std::ostream* out) {
+    *out << nameOf(c);
 }
 
 std::vector<Case> cases() {
     constexpr uint32_t RGB = Image::OSG_RGB_PF, RGBA = Image::OSG_RGBA_PF;
     constexpr int32_t U8 = Image::OSG_UINT8_IMAGEDATA, F32 = Image::OSG_FLOAT32_IMAGEDATA;
-    constexpr SM MONO = SM::STEREO_NONE, TWO = SM::STEREO_TWO_EYES;
+    constexpr SM MONO = SM::STEREO_NONE, TWO = SM::STEREO_TWO_EYES, FIVE = SM::STEREO_FIVE_EYES,
+                 NINE = SM::STEREO_NINE_EYES;
     return {
         // The case users reported: 8-bit, supersampled, the smallest budget.
         {1024, 768, 1, 2, RGB, U8, false, MONO},
@@ -50,12 +64,17 @@ std::vector<Case> cases() {
         {1031, 769, 3, 3, RGB, F32, false, MONO},
         {521, 389, 1, 2, RGBA, F32, false, MONO},
         {521, 389, 1, 1, RGBA, U8, false, TWO},
+        // Every eye of the other stereo sets, and the powerwall's off-axis projection.
+        {613, 467, 1, 2, RGB, U8, false, FIVE},
+        {613, 467, 1, 0, RGBA, F32, false, NINE},
+        {521, 389, 1, 1, RGBA, U8, false, TWO, true},
         // Below one tile: the budget must change nothing.
         {97, 53, 1, 3, RGB, U8, false, MONO},
         // The raytracer with every pass: its sums make many tiles of small pictures too.
         {389, 263, 1, 0, RGBA, F32, true, MONO},
         {389, 263, 2, 1, RGBA, U8, true, MONO},
         {97, 53, 1, 0, RGB, U8, true, TWO},
+        {263, 263, 1, 0, RGBA, U8, true, FIVE},
     };
 }
 
@@ -91,6 +110,7 @@ protected:
         view.setSize(320, 240);
         const Case& c = GetParam();
         kaOSGWidget::setRaytracing(c.raytracing);
+        kaImageRenderWidget::setPowerwall(c.powerwall);
         kaImageRenderWidget::setAlpha(c.format == Image::OSG_RGBA_PF);
         kaImageRenderWidget::setDataType(osg::Image::Type(c.type));
         kaImageRenderWidget::setActiveRenderPasses(c.raytracing ? std::vector<bool>(47, true)
@@ -98,6 +118,7 @@ protected:
     }
     void TearDown() override {
         kaOSGWidget::setRaytracing(false);
+        kaImageRenderWidget::setPowerwall(false);
         kaImageRenderWidget::setAlpha(false);
         kaImageRenderWidget::setDataType(Image::OSG_UINT8_IMAGEDATA);
         kaImageRenderWidget::setActiveRenderPasses({});
@@ -114,7 +135,7 @@ protected:
         tiles = ((c.width + widget.getTileWidth() - 1) / widget.getTileWidth()) *
                 ((c.height + widget.getTileHeight() - 1) / widget.getTileHeight());
         std::vector<std::vector<osg::ImagePtr>> eyes;
-        for (int eye = 0; eye < (c.stereo == SM::STEREO_TWO_EYES ? 2 : 1); ++eye) {
+        for (int eye = 0; eye < eyesOf(c.stereo); ++eye) {
             std::vector<osg::ImagePtr> images = widget.render(nullptr, eye, true, false);
             // The widget reuses its images for the next eye: keep copies.
             for (osg::ImagePtr& image : images)

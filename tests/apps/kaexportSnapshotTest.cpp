@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <map>
 
 namespace {
@@ -141,6 +142,34 @@ TEST_F(kaexportSnapshot, RaytracedPassesIntoOneLayeredExr) {
         cryptoObject = cryptoObject || (attribute.name().string().rfind("cryptomatte/", 0) == 0 &&
                                         attribute.get_string() == "cryptoObject");
     EXPECT_TRUE(cryptoObject);
+}
+
+// Every layer of a raytraced all-pass file rendered in many tiles equals the one-tile file.
+TEST_F(kaexportSnapshot, RaytracedLayeredExrInTilesEqualsTheWholeOne) {
+    auto render = [&](const char* name, const char* budget) {
+        Result r =
+            kaexport({"snapshot", dir.file(name), "--raytracing", "--passes", "all", "--width",
+                      "389", "--height", "263", "--set", "ImageExport multi layer exr=true",
+                      "--set", QString("Image Export Max Framebuffer Memory=") + budget});
+        EXPECT_EQ(r.code, 0) << r.err.toStdString();
+        std::vector<float> pixels;
+        auto in = open(dir.file(name));
+        if (!in)
+            return pixels;
+        const OIIO::ImageSpec& spec = in->spec();
+        pixels.resize(spec.image_pixels() * size_t(spec.nchannels));
+        EXPECT_TRUE(in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, pixels.data()))
+            << in->geterror();
+        return pixels;
+    };
+    const std::vector<float> whole = render("whole.exr", "0");
+    const std::vector<float> tiled = render("tiled.exr", "1");
+    ASSERT_EQ(whole.size(), size_t(389) * 263 * 47 * 4);
+    ASSERT_EQ(tiled.size(), whole.size());
+    size_t differing = 0;
+    for (size_t i = 0; i < whole.size(); ++i)
+        differing += std::memcmp(&whole[i], &tiled[i], sizeof(float)) != 0;
+    EXPECT_EQ(differing, 0u) << "channel values differ between the tiled and the whole file";
 }
 
 TEST_F(kaexportSnapshot, RaytracedPassesAsOneFileEach) {

@@ -1,5 +1,6 @@
 #include "kaColor.h"
 
+#include "kaDisplayProfiles.h"
 #include "kaPreferences.h"
 #include "kaTestSupport.h"
 
@@ -10,7 +11,10 @@
 
 class kaColorTest : public testing::Test {
 protected:
-    void TearDown() override { kaColor::setActiveColorSpace(0); }
+    void TearDown() override {
+        kaColor::setActiveColorSpace(0);
+        kaDisplayProfiles::setSource(nullptr);
+    }
     katest::PreferencesGuard guard;
 };
 
@@ -26,6 +30,7 @@ TEST_F(kaColorTest, ActiveProfileFollowsTheColourSpace) {
 }
 
 TEST_F(kaColorTest, MonitorAndImageProfilesComeFromThePreferences) {
+    kaDisplayProfiles::setSource([] { return QVector<kaDisplayProfiles::Display>(); });
     kaPreferences::getData().set("Monitorprofile", kaColor::getAdobeRGBProfileFileName());
     kaPreferences::getData().set("Imageprofile", kaColor::getSRGBProfileFileName());
     kaColor::setActiveColorSpace(3);
@@ -33,6 +38,25 @@ TEST_F(kaColorTest, MonitorAndImageProfilesComeFromThePreferences) {
     kaColor::setActiveColorSpace(4);
     EXPECT_EQ(kaColor::getActiveICCProfile()->getDescription(), "sRGB IEC61966-2.1");
     EXPECT_EQ(kaColor::getImageICCProfile()->getDescription(), "sRGB IEC61966-2.1");
+}
+
+// The monitor's colour space encodes for the profile that exports embed for it.
+TEST_F(kaColorTest, TheMonitorsColourSpaceIsTheDisplaysProfileWhenItReportsOne) {
+    kaPreferences::getData().set("Monitorprofile", kaColor::getSRGBProfileFileName());
+    const QString displayProfile = kaColor::getAdobeRGBProfileFileName();
+    QString reported = displayProfile;
+    kaDisplayProfiles::setSource([&] {
+        return QVector<kaDisplayProfiles::Display>{
+            {"off", false, kaColor::getSRGBProfileFileName()}, {"display0", true, reported}};
+    });
+    kaColor::setActiveColorSpace(3);
+    EXPECT_EQ(kaColor::getActiveICCProfile()->getFileName(), displayProfile);
+    kaPreferences::getData().set("Use System Monitor Profile", false);
+    EXPECT_EQ(kaColor::getActiveICCProfile()->getFileName(), kaColor::getSRGBProfileFileName());
+    kaPreferences::getData().set("Use System Monitor Profile", true);
+    reported = "/nowhere/display.icc";
+    EXPECT_EQ(kaColor::getActiveICCProfile()->getFileName(), kaColor::getSRGBProfileFileName())
+        << "a display profile that does not exist leaves the preference's";
 }
 
 TEST_F(kaColorTest, AProfileFileThatChangesIsReadAgain) {
