@@ -30,11 +30,8 @@ int WriteImageTask::write() {
         pool.run([sequence, task = this, image = std::move(unit.image),
                   fileName = std::move(unit.fileName), type = std::move(unit.type),
                   keepFloat = unit.keepFloat]() mutable {
-            char threadName[40];
-            std::snprintf(threadName, sizeof threadName, "imagewriter%ld", long(sequence));
-            osg::ExternalThreadRefPtr thread = osg::ExternalThread::get(threadName);
-            if (!thread->isInitialized())
-                thread->initialize(0);
+            osg::ExternalThreadRefPtr thread =
+                osg::ExternalThread::attachCurrentThread("imagewriter" + std::to_string(sequence));
             if (!task->_writer->saveImage(image, fileName.c_str(), type.c_str(),
                                           task->_addSignature, keepFloat, true, task->_dpi, false,
                                           true, nullptr))

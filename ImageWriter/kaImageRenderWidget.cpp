@@ -27,7 +27,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <mutex>
 
 namespace {
 // A pass of data keeps its alpha channel as it is: only light follows the alpha convention.
@@ -46,11 +45,10 @@ uint64_t tileNeed(uint64_t w, uint64_t h, uint64_t images) {
     return (w * h * images * 16) / 1048576;
 }
 
+// Looked up on every use: the host may register or replace it at any time, and the total
+// progress changes a few times a frame.
 kaADPInterface* adpInterface() {
-    static std::once_flag once;
-    static kaADPInterface* adp = nullptr;
-    std::call_once(once, [] { adp = kaInterfaceFactory::get<kaADPInterface>("kaADPInterface"); });
-    return adp;
+    return kaInterfaceFactory::get<kaADPInterface>("kaADPInterface");
 }
 
 } // namespace

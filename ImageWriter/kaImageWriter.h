@@ -15,6 +15,13 @@
 #include <tuple>
 #include <vector>
 
+// Field-container ids cross the library's interface as 64-bit signed integers under the name
+// the host's compiler knows; elsewhere the name is defined here, so that every caller writes
+// the same call.
+#if !defined(_MSC_VER) && !defined(__int64)
+typedef long long __int64;
+#endif
+
 class exImageViewer;
 class kaImageMetaData;
 class kaMessage;
@@ -167,6 +174,18 @@ public:
                      float dpi, bool exportRenderPasses, const QString& clusterSetup,
                      bool appendRenderTime, bool tonemapHDR);
 
+    // An animation into one image file per frame (and per stereo eye and render pass), from
+    // frame 0 to 'stopFrame': frames before 'startFrame' are stepped through (animation,
+    // simulation, a render of the view) without being written, then every 'frameStep'-th frame
+    // is rendered and written. Negative width, height, fps, supersampling and alpha take the
+    // preferences; 'animationNodeId' names the animation that drives the sequence (0: the
+    // host's timeline). Refusals show a warning box (written to the log without a GUI);
+    // wasExportCanceled() tells whether the user aborted.
+    void exportImages(const QString& filename, int width, int height, int fps, int startFrame,
+                      int stopFrame, int superSampling, int alpha, bool exportRenderPasses,
+                      __int64 animationNodeId, const QString& clusterSetup, int frameStep,
+                      bool tonemapHDR);
+
     // Repeated captures at one resolution: init builds the render dialog once (a negative
     // supersampling factor selects fast mode with its magnitude), each exportImageFast renders
     // and saves one picture (or returns it as PNG bytes), terminate drops the dialog.
@@ -185,6 +204,7 @@ public:
 private:
     friend class kaImageWriterTestAccess;
     class SnapshotExport;
+    class SequenceExport;
 
     QStringList getExportedImageFilenames(const QString& filename,
                                           const std::vector<unsigned int>& passes, bool multiLayer,

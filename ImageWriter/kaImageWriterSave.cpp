@@ -240,11 +240,8 @@ bool kaImageWriter::saveImages(std::vector<osg::ImagePtr> images, std::string fi
         const std::string passFile =
             stem + (getPassName(int(i)) + "." + lowerType).toUtf8().toStdString();
         pool.run([this, i, images, passFile, typeName, addSignature, keepFloat, dpi, &results] {
-            char threadName[32];
-            std::snprintf(threadName, sizeof threadName, "imagewriter%d", int(i));
-            osg::ExternalThreadRefPtr thread = osg::ExternalThread::get(threadName);
-            if (!thread->isInitialized())
-                thread->initialize(0);
+            const osg::ExternalThreadRefPtr thread =
+                osg::ExternalThread::attachCurrentThread("imagewriter" + std::to_string(i));
             results[i] = saveImage(images[i], passFile.c_str(), typeName.c_str(), addSignature,
                                    keepFloat, true, dpi, false, true, nullptr);
         });

@@ -4,6 +4,8 @@
 // rendered eye by eye, written and given back.
 #include "kaImageWriter.h"
 
+#include "kaExportSession_p.h"
+
 #include "kaController.h"
 #include "kaFile.h"
 #include "kaImage.h"
@@ -17,37 +19,24 @@
 #include "kaRenderPasses.h"
 #include "kaScopedRenderInProgress.h"
 #include "kaUtils.h"
-#include "kaWinPower.h"
 
-#include <QMessageBox>
 #include <QProgressBar>
 
-#include <chrono>
 #include <cstdio>
+#include <optional>
 #include <tuple>
 
-namespace {
+using kaExportSession::now;
+using kaExportSession::refuse;
+using kaExportSession::warn;
 
-double now() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
-        .count();
-}
+namespace {
 
 // The name without its extension; only a dot in the file-name part counts, so that folders
 // with dots in their names stay whole.
 QString withoutExtension(const QString& name) {
     const int dot = name.lastIndexOf('.');
     return dot > name.lastIndexOf('/') ? name.left(dot) : name;
-}
-
-void warn(const QString& title, const QString& text) {
-    QMessageBox::warning(nullptr, title, text, QMessageBox::Ok);
-}
-
-// A warning box titled with the application's name whose text also goes to the error log.
-void refuse(const QString& text) {
-    warn(kaPlatform::getAppVersionName(), text);
-    kaLog::error("%s", text.toUtf8().constData());
 }
 
 // Cryptomatte passes carry coverage in their alpha.
@@ -57,33 +46,6 @@ bool coverageActive(const std::vector<bool>& active) {
             return true;
     return false;
 }
-
-// Keeps the machine awake and the view in the export's colour space while it lives; gives
-// the colour space back, then the machine's previous state.
-class AwakeInExportColorSpace {
-public:
-    AwakeInExportColorSpace(kaOSGWidget& view, int iccProfile)
-        : _view(view)
-        , _iccProfile(iccProfile)
-        , _previousState(SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED))
-        , _savedColorSpace(view.getDisplayColorspace()) {
-        if (_iccProfile > 0)
-            _view.setDisplayColorspace(unsigned(_iccProfile));
-    }
-    ~AwakeInExportColorSpace() {
-        if (_iccProfile > 0)
-            _view.setDisplayColorspace(_savedColorSpace);
-        SetThreadExecutionState(_previousState);
-    }
-    AwakeInExportColorSpace(const AwakeInExportColorSpace&) = delete;
-    AwakeInExportColorSpace& operator=(const AwakeInExportColorSpace&) = delete;
-
-private:
-    kaOSGWidget& _view;
-    int _iccProfile;
-    EXECUTION_STATE _previousState;
-    unsigned int _savedColorSpace;
-};
 
 } // namespace
 
@@ -148,12 +110,7 @@ public:
             view.enablePowerwall(false);
             kaImageRenderWidget::setPowerwall(true);
         }
-        _isolateOverlay = view.getDrawIsolateViewOverlay();
-        _lightsVisible = view.getLightsVisible();
-        _camerasVisible = view.getCamerasVisible();
-        view.setDrawIsolateViewOverlay(false);
-        view.setLightsVisible(false);
-        view.setCamerasVisible(false);
+        _overlays.emplace(view);
         kaController::setSnapshotRendering(true);
         raytracing = kaOSGWidget::getRaytracing();
         const bool sceneplate = view.getBackplate() ? view.getSceneplate() : false;
@@ -161,23 +118,15 @@ public:
         kaImageRenderWidget::setAlpha(alpha);
         kaImageRenderWidget::setAlphaColor(color[0], color[1], color[2]);
 
-        _viewport = view.getViewport();
-        if (_viewport) {
-            _savedDeepLearning = _viewport->getDeepLearningSS();
-            _savedDisplay = _viewport->getDisplay();
-            _savedReferenceWhite = _viewport->getHdrReferenceWhite();
-        }
-        writer.setupViewport(_viewport, kaDisplayStandard, 80.0f, 0);
-        writer.setupBackground(_viewport, color[0], color[1], color[2], 0.0f, sceneplate, alpha);
+        _viewport.emplace(view.getViewport());
+        writer.setupViewport(_viewport->viewport, kaDisplayStandard, 80.0f, 0);
+        writer.setupBackground(_viewport->viewport, color[0], color[1], color[2], 0.0f, sceneplate,
+                               alpha);
     }
 
     // What an export that could not make its render dialog gives back: only overlays, lights
     // and cameras; the snapshot flag, powerwall, viewport and background stay as set.
-    void restoreOverlays() {
-        _view.setDrawIsolateViewOverlay(_isolateOverlay);
-        _view.setLightsVisible(_lightsVisible);
-        _view.setCamerasVisible(_camerasVisible);
-    }
+    void restoreOverlays() { _overlays->restore(); }
 
     // Everything, in this order, after the render.
     void restore() {
@@ -189,9 +138,7 @@ public:
             _view.enablePowerwall(true);
             kaImageRenderWidget::setPowerwall(false);
         }
-        _writer.setupViewport(_viewport, kaDisplay(_savedDisplay), _savedReferenceWhite,
-                              _savedDeepLearning);
-        _writer.setupBackground(_viewport, 0.5f, 0.5f, 0.5f, 0.0f, false, false);
+        _viewport->restore(_writer);
     }
 
     bool raytracing = false;
@@ -199,12 +146,9 @@ public:
 private:
     kaImageWriter& _writer;
     kaOSGWidget& _view;
-    osg::UberViewportPtr _viewport;
-    bool _hadPowerwall = false, _isolateOverlay = false, _lightsVisible = false,
-         _camerasVisible = false;
-    // A viewport that is not an UberViewport counts as display 0, white 80 and no deep learning.
-    int _savedDeepLearning = 0, _savedDisplay = 0;
-    float _savedReferenceWhite = 80.0f;
+    bool _hadPowerwall = false;
+    std::optional<kaExportSession::HiddenOverlays> _overlays;
+    std::optional<kaExportSession::SavedViewportDisplay> _viewport;
 };
 
 void kaImageWriter::exportImage(const QString& filename, int width, int height, int superSampling,
@@ -304,7 +248,7 @@ bool kaImageWriter::SnapshotExport::completeRequest() {
 }
 
 void kaImageWriter::SnapshotExport::run() {
-    const AwakeInExportColorSpace awake(_view, _writer._iccProfile);
+    const kaExportSession::AwakeInExportColorSpace awake(_view, _writer._iccProfile);
 
     if (_writer._metaDataFlags != 0 && kaImageMetaData::isXMPSupported() &&
         (_writer._metaDataFlags & 8))
@@ -326,9 +270,7 @@ QString kaImageWriter::SnapshotExport::formatOf() const {
 }
 
 void kaImageWriter::SnapshotExport::useFloatFor(const QString& format) const {
-    if ((_writer._exportTiffHDR &&
-         (format == "TIF" || format == "TIFF" || format == "PSD" || format == "PSB")) ||
-        format == "HDR" || format == "EXR")
+    if (kaExportSession::rendersFloat(format, _writer._exportTiffHDR))
         kaImageRenderWidget::setDataType(osg::Image::OSG_FLOAT32_IMAGEDATA);
 }
 

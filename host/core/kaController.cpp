@@ -2,6 +2,7 @@
 
 #include "kaBatchDialogAnswerer.h"
 #include "kaPreferences.h"
+#include "kaSimulationTime.h"
 
 #include <QPointer>
 #include <QWidget>
@@ -187,6 +188,13 @@ void kaController::forceRender(bool wait) {
 }
 int kaController::getForcedRenderCount() {
     return g_forcedRenders;
+}
+
+kaSimulationTime* kaController::getSimulationTimer() {
+    return &kaSimulationTime::instance();
+}
+double kaController::getSimulationTime() {
+    return kaSimulationTime::getTime();
 }
 
 bool kaController::isSimulationEnable() {

@@ -4,6 +4,7 @@
 #include <functional>
 
 class QWidget;
+class kaSimulationTime;
 
 // The host's application controller: progress display, GUI or batch mode, the main window.
 // GUI thread only, except the progress calls and the render interrupt, which may be called
@@ -65,6 +66,10 @@ public:
     static void updateBehavior(bool force);
     static void forceRender(bool wait);
     static int getForcedRenderCount();
+
+    // The clock the simulations run at; getSimulationTime() reads it.
+    static kaSimulationTime* getSimulationTimer();
+    static double getSimulationTime();
 
     // Whether simulations run.
     static bool isSimulationEnable();

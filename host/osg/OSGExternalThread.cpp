@@ -67,4 +67,11 @@ void ExternalThread::subRef() const {
     delete this;
 }
 
+ExternalThreadRefPtr ExternalThread::attachCurrentThread(const std::string& name) {
+    ExternalThreadRefPtr thread = get(name.c_str());
+    if (!thread->isInitialized())
+        thread->initialize(0);
+    return thread;
+}
+
 } // namespace osg

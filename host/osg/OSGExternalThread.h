@@ -20,6 +20,9 @@ public:
     static ExternalThreadRefPtr get(const char* name);
     // Null when no record of that name is alive.
     static ExternalThreadRefPtr find(const char* name);
+    // get(name), bound to the calling thread unless a thread is bound already: what a worker
+    // does before it touches the scene graph. The record lives while the handle does.
+    static ExternalThreadRefPtr attachCurrentThread(const std::string& name);
     // The record the calling thread is bound to; null when none (or when it is gone).
     static ExternalThreadRefPtr getCurrent();
 

@@ -21,6 +21,15 @@ void kaAnimManager::setCurrentFrame(int frame, bool evaluate, bool notify) {
     }
 }
 
+void kaAnimManager::setCurrentFrameNoEvaluation(int frame, bool notify) {
+    g_frame = frame;
+    if (!notify)
+        return;
+    for (const osg::AnimNodeBasePtr& animation :
+         osg::FieldContainerFactory::the().getContainersOfType<osg::AnimNodeBase>())
+        animation->setCurrentFrameNoEvaluation(frame, true);
+}
+
 void kaAnimManager::evaluateByFrame(const osg::AnimNodeBasePtr& node, int frame, bool evaluate,
                                     bool notify, bool) {
     if (!node)

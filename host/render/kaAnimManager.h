@@ -10,6 +10,9 @@ public:
     // Sets the frame; with 'evaluate' every live animation is evaluated at it; 'notify'
     // records the change of each animation's frame.
     static void setCurrentFrame(int frame, bool evaluate = false, bool notify = false);
+    // Sets the frame the host shows without evaluating anything (an export evaluates its own
+    // animation); 'notify' records the change of every animation's frame.
+    static void setCurrentFrameNoEvaluation(int frame, bool notify);
     // Evaluates one animation at 'frame'.
     static void evaluateByFrame(const osg::AnimNodeBasePtr& node, int frame, bool evaluate,
                                 bool notify, bool reserved);

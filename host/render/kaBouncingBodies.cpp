@@ -3,6 +3,8 @@
 #include "kaController.h"
 #include "kaSimulationTime.h"
 
+#include <algorithm>
+
 kaBouncingBodies::kaBouncingBodies() {
     _hook = kaController::addBehavior([this](bool) {
         if (kaController::isSimulationEnable())
@@ -39,10 +41,13 @@ void kaBouncingBodies::stepTo(double time) {
         _bodies = _start;
         _time = 0.0;
     }
-    while (_time + kStep <= time + 1e-9) {
+    const double reachable = std::min(time, _time + kMaxAdvance);
+    while (_time + kStep <= reachable + 1e-9) {
         step();
         _time += kStep;
     }
+    if (reachable < time)
+        _time = time; // what could not be stepped is dropped, not caught up later
     for (const Body& b : _bodies)
         b.transform->setMatrix(osg::Matrix::translation(b.position.x, b.position.y, b.position.z));
 }

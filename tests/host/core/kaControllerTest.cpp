@@ -1,6 +1,7 @@
 #include "kaController.h"
 
 #include "kaPreferences.h"
+#include "kaSimulationTime.h"
 #include "kaTestSupport.h"
 
 #include <QApplication>
@@ -90,4 +91,18 @@ TEST(kaController, ForcedRendersAdvanceTheFrameId) {
     EXPECT_EQ(kaController::getFrameId(), frame + 1);
     kaController::increaseFrameId();
     EXPECT_EQ(kaController::getFrameId(), frame + 2);
+}
+
+TEST(kaController, TheSimulationTimerIsTheOneClockAndTellsEverySet) {
+    kaSimulationTime* timer = kaController::getSimulationTimer();
+    ASSERT_EQ(timer, &kaSimulationTime::instance());
+    std::vector<double> seen;
+    const int id = timer->addListener([&](double t) { seen.push_back(t); });
+    timer->set(1.25);
+    kaSimulationTime::setTime(1.25); // the shortcut, and the same time again
+    EXPECT_EQ(kaController::getSimulationTime(), 1.25);
+    EXPECT_EQ(timer->get(), 1.25);
+    timer->removeListener(id);
+    timer->set(0.0);
+    EXPECT_EQ(seen, (std::vector<double>{1.25, 1.25}));
 }

@@ -1,5 +1,7 @@
+#include "OSGAnimNodeBase.h"
 #include "OSGChangeList.h"
 #include "OSGNodeCores.h"
+#include "kaAnimManager.h"
 #include "kaCameraService.h"
 #include "kaKernelServiceFactory.h"
 #include "kaNodeUtils.h"
@@ -51,4 +53,33 @@ TEST(kaSceneServices, RaytracingSettingsAreNeverNull) {
     EXPECT_EQ(kaRTSceneHandler::getRaytracingSettingsAttachment(), settings);
     kaRTSceneHandler::setRaytracingSettingsAttachment(nullptr);
     EXPECT_TRUE(kaRTSceneHandler::getRaytracingSettingsAttachment()->getAttributes().empty());
+}
+
+TEST(kaSceneServices, NamesOfNodesAndAnimations) {
+    osg::NodePtr node = osg::Node::create(osg::Group::create(), "Ground");
+    osg::TransformPtr place = osg::Transform::create(osg::Matrix());
+    osg::TransformAnimationPtr animation = osg::TransformAnimation::create(place, "Drive");
+    EXPECT_EQ(kaNodeUtils::getName(osg::FieldContainerPtr(node.get())), "Ground");
+    EXPECT_EQ(kaNodeUtils::getName(osg::FieldContainerPtr(animation.get())), "Drive");
+    EXPECT_EQ(kaNodeUtils::getName(osg::FieldContainerPtr(place.get())), "");
+    EXPECT_EQ(kaNodeUtils::getName(osg::FieldContainerPtr()), "");
+}
+
+TEST(kaSceneServices, TheFrameCanMoveWithoutEvaluatingAnimations) {
+    osg::TransformPtr place = osg::Transform::create(osg::Matrix());
+    osg::TransformAnimationPtr animation = osg::TransformAnimation::create(place, "Drive");
+    animation->addKey({0.0f, {0, 0, 0}, 0.0f});
+    animation->addKey({10.0f, {10, 0, 0}, 0.0f});
+    osg::ChangeList::getCurrent()->clear();
+    kaAnimManager::setCurrentFrameNoEvaluation(5, false);
+    EXPECT_EQ(kaAnimManager::getCurrentFrame(), 5);
+    EXPECT_EQ(animation->getCurrentFrame(), 0) << "not told without notify";
+    EXPECT_EQ(animation->getLastEvaluationTime(), -1.0f) << "never evaluated";
+    kaAnimManager::setCurrentFrameNoEvaluation(7, true);
+    EXPECT_EQ(animation->getCurrentFrame(), 7);
+    EXPECT_EQ(osg::ChangeList::getCurrent()->getChangedMask(animation.get()),
+              osg::AnimNodeBase::CurrentFrameFieldMask);
+    EXPECT_EQ(animation->getLastEvaluationTime(), -1.0f);
+    osg::ChangeList::getCurrent()->clear();
+    kaAnimManager::setCurrentFrame(0, false, false);
 }

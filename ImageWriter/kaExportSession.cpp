@@ -1,0 +1,78 @@
+#include "kaExportSession_p.h"
+
+#include "kaImageWriter.h"
+#include "kaLog.h"
+#include "kaOSGWidget.h"
+#include "kaPlatform.h"
+
+#include <QMessageBox>
+
+#include <chrono>
+
+namespace kaExportSession {
+
+double now() {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+void warn(const QString& title, const QString& text) {
+    QMessageBox::warning(nullptr, title, text, QMessageBox::Ok);
+}
+
+void refuse(const QString& text) {
+    warn(kaPlatform::getAppVersionName(), text);
+    kaLog::error("%s", text.toUtf8().constData());
+}
+
+bool rendersFloat(const QString& format, bool tiffHDR) {
+    return format == "HDR" || format == "EXR" ||
+           (tiffHDR && (format == "TIF" || format == "TIFF" || format == "PSD" || format == "PSB"));
+}
+
+AwakeInExportColorSpace::AwakeInExportColorSpace(kaOSGWidget& view, int iccProfile)
+    : _view(view)
+    , _iccProfile(iccProfile)
+    , _previousState(SetThreadExecutionState(ES_CONTINUOUS | ES_SYSTEM_REQUIRED))
+    , _savedColorSpace(view.getDisplayColorspace()) {
+    if (_iccProfile > 0)
+        _view.setDisplayColorspace(unsigned(_iccProfile));
+}
+
+AwakeInExportColorSpace::~AwakeInExportColorSpace() {
+    if (_iccProfile > 0)
+        _view.setDisplayColorspace(_savedColorSpace);
+    SetThreadExecutionState(_previousState);
+}
+
+HiddenOverlays::HiddenOverlays(kaOSGWidget& view)
+    : _view(view)
+    , _isolateOverlay(view.getDrawIsolateViewOverlay())
+    , _lightsVisible(view.getLightsVisible())
+    , _camerasVisible(view.getCamerasVisible()) {
+    view.setDrawIsolateViewOverlay(false);
+    view.setLightsVisible(false);
+    view.setCamerasVisible(false);
+}
+
+void HiddenOverlays::restore() {
+    _view.setDrawIsolateViewOverlay(_isolateOverlay);
+    _view.setLightsVisible(_lightsVisible);
+    _view.setCamerasVisible(_camerasVisible);
+}
+
+SavedViewportDisplay::SavedViewportDisplay(const osg::UberViewportPtr& v)
+    : viewport(v) {
+    if (viewport) {
+        deepLearning = viewport->getDeepLearningSS();
+        display = viewport->getDisplay();
+        referenceWhite = viewport->getHdrReferenceWhite();
+    }
+}
+
+void SavedViewportDisplay::restore(kaImageWriter& writer) const {
+    writer.setupViewport(viewport, kaDisplay(display), referenceWhite, deepLearning);
+    writer.setupBackground(viewport, 0.5f, 0.5f, 0.5f, 0.0f, false, false);
+}
+
+} // namespace kaExportSession

@@ -1,0 +1,68 @@
+#pragma once
+
+// What the exports share while they run: their clock, their refusals, and the host state they
+// change and give back. Internal to the library; GUI thread only.
+
+#include "OSGViewport.h"
+#include "kaWinPower.h"
+
+#include <QString>
+
+class kaImageWriter;
+class kaOSGWidget;
+
+namespace kaExportSession {
+
+// Seconds of a monotonic clock, for render times.
+double now();
+
+// A warning box without parent and with an Ok button.
+void warn(const QString& title, const QString& text);
+// A warning box titled with the application's name whose text also goes to the error log.
+void refuse(const QString& text);
+
+// Whether a file of this upper-case extension is rendered in 32-bit float: HDR and EXR always,
+// TIFF and Photoshop files with the writer's TIFF HDR flag.
+bool rendersFloat(const QString& upperExtension, bool tiffHDR);
+
+// Keeps the machine awake and the view in the export's colour space while it lives; gives
+// the colour space back, then the machine's previous state.
+class AwakeInExportColorSpace {
+public:
+    AwakeInExportColorSpace(kaOSGWidget& view, int iccProfile);
+    ~AwakeInExportColorSpace();
+    AwakeInExportColorSpace(const AwakeInExportColorSpace&) = delete;
+    AwakeInExportColorSpace& operator=(const AwakeInExportColorSpace&) = delete;
+
+private:
+    kaOSGWidget& _view;
+    int _iccProfile;
+    EXECUTION_STATE _previousState;
+    unsigned int _savedColorSpace;
+};
+
+// The isolate-view overlay, lights and cameras of the view: switched off while an export
+// renders, given back by restore().
+class HiddenOverlays {
+public:
+    explicit HiddenOverlays(kaOSGWidget& view);
+    void restore();
+
+private:
+    kaOSGWidget& _view;
+    bool _isolateOverlay, _lightsVisible, _camerasVisible;
+};
+
+// The viewport's display settings as an export found them; a viewport that is not an
+// UberViewport counts as display 0, white 80 and no deep-learning supersampling.
+struct SavedViewportDisplay {
+    explicit SavedViewportDisplay(const osg::UberViewportPtr& viewport);
+    // Sets them again and the background to the host's grey without plate or alpha.
+    void restore(kaImageWriter& writer) const;
+
+    osg::UberViewportPtr viewport;
+    int deepLearning = 0, display = 0;
+    float referenceWhite = 80.0f;
+};
+
+} // namespace kaExportSession
