@@ -1,5 +1,6 @@
 // kaexport files: the names an export would write, one per line.
 #include "kaexportApp.h"
+#include "kaexportFrames.h"
 #include "kaexportOptions.h"
 
 #include "kaImageWriter.h"
@@ -22,7 +23,10 @@ struct FilesOptions {
 Runner defineFiles(CLI::App& command) {
     auto o = std::make_shared<FilesOptions>();
     describe(command, "Prints the files that an export to OUT writes, one per line: one per "
-                      "stereo view (\"ImageExport stereo mode\"), render pass and frame.");
+                      "stereo view (\"ImageExport stereo mode\"), render pass and frame. A "
+                      "sequence walks from frame 0: the frames before the start are pre-rolled "
+                      "(stepped through for the animation and simulation), not written, and not "
+                      "listed.");
     addOutput(command, o->out, "the name the export is given");
     command.add_option("--passes", o->passes, "render passes exported, each to its own file")
         ->type_name("PASSES")
@@ -31,7 +35,7 @@ Runner defineFiles(CLI::App& command) {
                      "put the passes into one layered file where the format allows it");
     auto* start = command
                       .add_option("--start", o->start,
-                                  "first frame of a sequence; a negative value takes "
+                                  "first frame written by a sequence; a negative value takes "
                                   "\"MovieExport start frame\"")
                       ->type_name("S");
     auto* stop = command
@@ -50,12 +54,19 @@ Runner defineFiles(CLI::App& command) {
         const bool sequence = start->count() + stop->count() + step->count() > 0;
         kaImageWriter writer;
         const QString out = QString::fromStdString(o->out);
-        const QStringList names =
-            sequence ? writer.getExportedImageFilenames(out, passes, o->multiLayer, o->start,
-                                                        o->stop, o->step)
-                     : writer.getExportedImageFilenames(out, passes, o->multiLayer);
-        for (const QString& name : names)
+        if (!sequence) {
+            for (const QString& name : writer.getExportedImageFilenames(out, passes, o->multiLayer))
+                io.out << name.toStdString() << "\n";
+            return int(Done);
+        }
+        const FrameWalk walk(writer, o->start, o->stop, o->step);
+        for (const QString& name : writtenFiles(writer, out, passes, o->multiLayer, walk))
             io.out << name.toStdString() << "\n";
+        if (walk.preRolled() == 1)
+            io.err << "kaexport files: frame 0 is pre-rolled, not written\n";
+        else if (walk.preRolled() > 1)
+            io.err << "kaexport files: frames 0 to " << walk.preRolled() - 1
+                   << " are pre-rolled, not written\n";
         return int(Done);
     };
 }

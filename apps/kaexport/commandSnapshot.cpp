@@ -27,7 +27,7 @@ namespace {
 
 struct SnapshotOptions {
     std::string out, passes;
-    int width = -1, height = -1, superSampling = -1, stereo = -1, icc = 0, metadata = 0;
+    int width = -1, height = -1, superSampling = -1, stereo = -1, icc = 0, metadata = 0, frame = -1;
     float dpi = -1.0f;
     bool alpha = false, noAlpha = false, raytracing = false, signature = false,
          appendRenderTime = false, force = false;
@@ -81,9 +81,16 @@ Runner defineSnapshot(CLI::App& command) {
                      "draw the text signature (\"ImageExport sig ...\")");
     command.add_flag("--append-render-time", o->appendRenderTime,
                      "add \"__<seconds>\" to the file name");
+    command
+        .add_option("--frame", o->frame,
+                    "show frame N of the animation: the frames before it are pre-rolled at "
+                    "\"MovieExport fps\" as a sequence export does, so the picture equals that "
+                    "frame of a sequence")
+        ->type_name("N")
+        ->check(rangeCheck(0, 100000000));
     command.add_flag("--force", o->force, "replace existing files");
 
-    return [o](Streams& io, Host*) {
+    return [o](Streams& io, Host* host) {
         const QString out = kaFile::expandFilename(QString::fromStdString(o->out));
         if (!kaFile::getExtension(out).isEmpty() &&
             !osg::ImageFileHandler::the().getFileType(nullptr, out.toUtf8().constData())) {
@@ -132,6 +139,11 @@ Runner defineSnapshot(CLI::App& command) {
         kaAtomicFile::setReplaceExisting(o->force);
         kaController::setBatchOverwrite(o->force);
 
+        if (o->frame >= 0) {
+            int fps = 25;
+            kaImageWriter::getFromMessage(prefs, "MovieExport fps", fps);
+            host->stepToFrame(o->frame, fps);
+        }
         const int alpha = o->alpha ? 1 : o->noAlpha ? 0 : -1;
         WriteReport report;
         const auto start = std::chrono::steady_clock::now();

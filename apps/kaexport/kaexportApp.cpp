@@ -17,11 +17,13 @@ namespace kaexport {
 
 Runner defineSnapshot(CLI::App& command);
 Runner defineFast(CLI::App& command);
+Runner defineSequence(CLI::App& command);
 Runner defineFiles(CLI::App& command);
 
 const std::vector<Command>& commands() {
     static const std::vector<Command> table = {
         {"snapshot", "render the scene into an image file", true, defineSnapshot},
+        {"sequence", "render the animation into numbered image files", true, defineSequence},
         {"fast", "capture the scene repeatedly (files or PNG bytes)", true, defineFast},
         {"files", "list the files an export writes", false, defineFiles},
     };

@@ -2,11 +2,14 @@
 
 #include "kaexportApp.h"
 
+#include "kaAnimManager.h"
 #include "kaAtomicFile.h"
 #include "kaBuiltinScene.h"
+#include "kaConstraintManager.h"
 #include "kaController.h"
 #include "kaOSGWidget.h"
 #include "kaSceneImport.h"
+#include "kaSimulationTime.h"
 #include "kaWriteJournal.h"
 
 #include <QApplication>
@@ -194,6 +197,28 @@ bool Host::loadScene(const QString& sceneFile, QString& error) {
         return false;
     kaSceneImport::show(*_view, scene, sceneFile);
     return true;
+}
+
+void Host::stepToFrame(int frame, int fps) {
+    // Nobody sees this host's view: the frames are stepped, not drawn (as while an export's
+    // render dialog holds the view).
+    const bool redraw = _view->isRedrawEnabled();
+    _view->setRedrawEnabled(false);
+    kaSimulationTime* timer = kaController::getSimulationTimer();
+    const double start = timer->get();
+    for (int f = 0; f <= frame && !interrupted(); ++f) {
+        timer->set(start + double(f) / double(fps));
+        kaController::callLoopCBs();
+        kaController::updateBehavior(true);
+        if (f == frame)
+            break;
+        _view->setSnapshotMode(true);
+        kaController::forceRender(true);
+        _view->setSnapshotMode(false);
+    }
+    kaAnimManager::setCurrentFrame(frame, true, false);
+    kaConstraintManager::evaluateConstraints();
+    _view->setRedrawEnabled(redraw);
 }
 
 bool Host::interrupted() {

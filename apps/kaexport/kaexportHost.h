@@ -17,6 +17,10 @@ public:
     ~Host();
     // Loads 'sceneFile' (empty: the built-in scene); false with the reason in 'error'.
     bool loadScene(const QString& sceneFile, QString& error);
+    // Steps the animation and the simulation from frame 0 to 'frame' at 'fps' as a sequence
+    // export with step 1 does (the frames before it through the host's loop without being
+    // drawn into files), so that the view shows 'frame' as that sequence would.
+    void stepToFrame(int frame, int fps);
     // Whether Ctrl-C was pressed since the host was made.
     static bool interrupted();
     // Ends the progress display on its own line: at 100 % when the work is 'complete'.

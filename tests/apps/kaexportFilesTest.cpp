@@ -41,9 +41,20 @@ TEST_F(kaexportFiles, SequenceOptions) {
     Outcome r =
         runKaexport({"files", dir.file("a.exr"), "--start", "2", "--stop", "4", "--step", "2"});
     EXPECT_EQ(r.code, 0);
-    EXPECT_EQ(r.out, (dir.file("a-00000.exr") + "\n" + dir.file("a-00001.exr") + "\n" +
-                      dir.file("a-00002.exr") + "\n" + dir.file("a-00004.exr") + "\n")
-                         .toStdString());
+    EXPECT_EQ(r.out,
+              (dir.file("a-00002.exr") + "\n" + dir.file("a-00004.exr") + "\n").toStdString())
+        << "what is written, not what is pre-rolled";
+    EXPECT_EQ(r.err, "kaexport files: frames 0 to 1 are pre-rolled, not written\n");
+    r = runKaexport({"files", dir.file("a.png"), "--start", "1", "--stop", "2", "--passes",
+                     "beauty,depth", "--set", "ImageExport stereo mode=1"});
+    EXPECT_EQ(
+        r.out,
+        (dir.file("a-left-beauty-00001.png") + "\n" + dir.file("a-left-beauty-00002.png") + "\n" +
+         dir.file("a-left-depth-00001.png") + "\n" + dir.file("a-left-depth-00002.png") + "\n" +
+         dir.file("a-right-beauty-00001.png") + "\n" + dir.file("a-right-beauty-00002.png") + "\n" +
+         dir.file("a-right-depth-00001.png") + "\n" + dir.file("a-right-depth-00002.png") + "\n")
+            .toStdString());
+    EXPECT_EQ(r.err, "kaexport files: frame 0 is pre-rolled, not written\n");
 }
 
 TEST_F(kaexportFiles, AllPassesIntoOneLayeredFile) {

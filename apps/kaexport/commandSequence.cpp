@@ -1,0 +1,260 @@
+// kaexport sequence: an animation into numbered image files through the library's sequence
+// export, with a resume that continues an interrupted run exactly where it stopped.
+#include "kaexportApp.h"
+#include "kaexportFrames.h"
+#include "kaexportHost.h"
+#include "kaexportOptions.h"
+#include "kaexportReport.h"
+
+#include "OSGAnimNodeBase.h"
+#include "OSGImageFileHandler.h"
+#include "kaAtomicFile.h"
+#include "kaController.h"
+#include "kaFile.h"
+#include "kaImageWriter.h"
+#include "kaOSGWidget.h"
+#include "kaPreferences.h"
+#include "kaRenderPasses.h"
+#include "kaSimulationTime.h"
+
+#include <CLI/CLI.hpp>
+
+#include <QFileInfo>
+
+#include <chrono>
+#include <memory>
+#include <ostream>
+
+namespace kaexport {
+
+namespace {
+
+struct SequenceOptions {
+    std::string out, passes, animation;
+    int width = -1, height = -1, fps = -1, start = -1, stop = -1, step = 1, superSampling = -1,
+        stereo = -1, icc = 0, metadata = 0;
+    bool alpha = false, noAlpha = false, raytracing = false, signature = false, force = false,
+         resume = false;
+};
+
+// The id of the animation called 'name'; 0 with the known names in 'known' when there is none.
+__int64 findAnimation(const std::string& name, std::string& known) {
+    for (const osg::AnimNodeBasePtr& animation :
+         osg::FieldContainerFactory::the().getContainersOfType<osg::AnimNodeBase>()) {
+        if (animation->getName() == name)
+            return __int64(animation->getId());
+        known += (known.empty() ? "" : ", ") + ("'" + animation->getName() + "'");
+    }
+    return 0;
+}
+
+// The index of the first written frame whose files are not all there and whole.
+size_t firstIncompleteFrame(const QStringList& files, const FrameWalk& walk) {
+    const size_t frames = walk.written().size();
+    for (size_t i = 0; i < frames; ++i)
+        for (const QString& file : filesOfFrame(files, walk, i))
+            if (!isCompleteImage(file))
+                return i;
+    return frames;
+}
+
+} // namespace
+
+constexpr int kMaxFrame = 100000000;
+constexpr int kMaxSide = 1048576;
+
+Runner defineSequence(CLI::App& command) {
+    auto o = std::make_shared<SequenceOptions>();
+    describe(command,
+             "Renders the animation into numbered files OUT-00000.png, OUT-00001.png, ...; the "
+             "extension picks the format. The export walks from frame 0: frames before --start are "
+             "pre-rolled (the animation and the simulation step through them so that the start "
+             "frame shows what playing the animation shows), not written; from the start on every "
+             "--step-th frame up to --stop is written. An option left out takes its preference "
+             "(\"MovieExport start frame\", \"MovieExport stop frame\", \"MovieExport fps\", "
+             "\"ImageExport width\", ...). 'kaexport files' lists the files.");
+    addOutput(command, o->out, "the name the frames are numbered after");
+    command.add_option("--width", o->width, "width in pixels")
+        ->type_name("W")
+        ->check(rangeCheck(1, kMaxSide));
+    command.add_option("--height", o->height, "height in pixels")
+        ->type_name("H")
+        ->check(rangeCheck(1, kMaxSide));
+    command.add_option("--fps", o->fps, "frames per second of the animation's clock")
+        ->type_name("F")
+        ->check(rangeCheck(1, 1000));
+    command
+        .add_option("--start", o->start, "first frame written; the frames before are pre-rolled")
+        ->type_name("S")
+        ->check(rangeCheck(0, kMaxFrame));
+    command.add_option("--stop", o->stop, "last frame (inclusive)")
+        ->type_name("E")
+        ->check(rangeCheck(0, kMaxFrame));
+    command.add_option("--step", o->step, "every K-th frame from the start on")
+        ->type_name("K")
+        ->check(rangeCheck(1, kMaxFrame));
+    command.add_option("--ss", o->superSampling, "supersampling level")
+        ->type_name("N")
+        ->check(rangeCheck(0, 3));
+    auto* alpha = command.add_flag("--alpha", o->alpha, "with an alpha channel");
+    command.add_flag("--no-alpha", o->noAlpha, "without an alpha channel")->excludes(alpha);
+    command.add_option("--passes", o->passes, "render passes, each to its own file (or layer)")
+        ->type_name("PASSES")
+        ->check(passListCheck());
+    command.add_flag("--raytracing", o->raytracing, "render with the raytracer");
+    command
+        .add_option("--animation", o->animation,
+                    "the animation that drives the frames (by name); the host's timeline "
+                    "when left out")
+        ->type_name("NAME");
+    command.add_option("--stereo", o->stereo, "0 mono, 1 two eyes, 2 five eyes, 3 nine eyes")
+        ->type_name("MODE")
+        ->check(rangeCheck(0, 3));
+    command
+        .add_option("--icc", o->icc,
+                    "colour space: 0/1 sRGB, 2 Adobe RGB, 3 monitor, 4 image profile")
+        ->type_name("INDEX")
+        ->check(rangeCheck(0, 4));
+    command
+        .add_option("--metadata", o->metadata,
+                    "XMP metadata: 1 camera, 2 visibility, 4 switches, 8 image settings, 16 "
+                    "animation, 32 passes, 64 raytracing, 128 materials (added up)")
+        ->type_name("FLAGS")
+        ->check(rangeCheck(0, 255));
+    command.add_flag("--signature", o->signature,
+                     "draw the text signature (\"ImageExport sig ...\")");
+    auto* force = command.add_flag("--force", o->force, "replace existing files");
+    command
+        .add_flag("--resume", o->resume,
+                  "continue an interrupted sequence: keep the frames whose files are complete, "
+                  "pre-roll to the first one that is not and render from there; the result is "
+                  "the same as a run that was never interrupted")
+        ->excludes(force);
+
+    return [o](Streams& io, Host*) {
+        const QString out = kaFile::expandFilename(QString::fromStdString(o->out));
+        if (!kaFile::getExtension(out).isEmpty() &&
+            !osg::ImageFileHandler::the().getFileType(nullptr, out.toUtf8().constData())) {
+            io.err << "kaexport sequence: no image file type writes '."
+                   << kaFile::getExtension(out).toStdString() << "' files\n";
+            return int(UsageError);
+        }
+        std::vector<unsigned int> passes;
+        QString error;
+        const bool passesGiven = !o->passes.empty();
+        if (passesGiven)
+            parsePassList(QString::fromStdString(o->passes), passes, error);
+        __int64 animationId = 0;
+        if (!o->animation.empty()) {
+            std::string known;
+            animationId = findAnimation(o->animation, known);
+            if (!animationId) {
+                io.err << "kaexport sequence: the scene has no animation '" << o->animation << "'"
+                       << (known.empty() ? " (it has none)" : "; it has " + known) << "\n";
+                return int(UsageError);
+            }
+        }
+
+        if (o->raytracing)
+            kaOSGWidget::setRaytracing(true);
+        const std::string noProfile = missingProfileWarning(o->icc);
+        if (!noProfile.empty())
+            io.err << "kaexport sequence: " << noProfile << "\n";
+        kaMessage& prefs = kaPreferences::getData();
+        if (o->stereo >= 0)
+            prefs.set("ImageExport stereo mode", o->stereo);
+        if (o->signature)
+            prefs.set("ImageExport add sig", true);
+        kaImageWriter writer;
+        writer.setNoShowImage(true);
+        writer.setICCProfile(o->icc);
+        writer.setMetaDataFlags(o->metadata);
+        std::vector<bool> active(kaRenderPassCount, false);
+        for (unsigned int pass : passes)
+            active[pass] = true;
+        kaImageRenderWidget::setActiveRenderPasses(passesGiven ? active : std::vector<bool>());
+
+        int fps = o->fps;
+        if (fps < 1) {
+            fps = 25;
+            kaImageWriter::getFromMessage(prefs, "MovieExport fps", fps);
+        }
+        const FrameWalk walk(writer, o->start, o->stop, o->step);
+        const std::vector<int> frames = walk.written();
+        if (frames.empty()) {
+            io.err << "kaexport sequence: the stop frame " << walk.stop()
+                   << " is before the start frame " << walk.start() << ": nothing to write\n";
+            return int(UsageError);
+        }
+        const QStringList files =
+            writtenFiles(writer, out, passes, writer.getExportMultiLayer(), walk);
+
+        size_t first = 0;
+        if (o->resume) {
+            first = firstIncompleteFrame(files, walk);
+            if (first == frames.size()) {
+                io.out << "All " << frames.size() << " frames are complete; nothing to do\n";
+                return int(Done);
+            }
+        }
+        QStringList remaining;
+        for (size_t i = first; i < frames.size(); ++i)
+            remaining << filesOfFrame(files, walk, i);
+        if (!o->force && !o->resume) {
+            for (const QString& target : remaining) {
+                if (QFileInfo::exists(target)) {
+                    io.err << "kaexport sequence: '" << target.toStdString()
+                           << "' exists; not overwriting it (use --force, or --resume to "
+                              "continue an interrupted sequence)\n";
+                    return int(Failed);
+                }
+            }
+        }
+        // A resumed run writes again the frames from its first incomplete one on: the files of
+        // the same frames of the same sequence, so they may be replaced.
+        kaAtomicFile::setReplaceExisting(o->force || o->resume);
+        kaController::setBatchOverwrite(o->force || o->resume);
+
+        int start = o->start;
+        if (first > 0) {
+            // The resumed export pre-rolls to its start frame one frame at a time, where the
+            // first run stepped by the frame step from its start on. The simulation clock starts
+            // earlier by the passes that makes up, so that every frame gets the time it got in
+            // the first run and the simulation sees the same steps up to it.
+            start = frames[first];
+            const FrameWalk resumed(writer, start, walk.stop(), walk.step());
+            const int extraPasses = resumed.passOf(start) - walk.passOf(start);
+            kaSimulationTime* timer = kaController::getSimulationTimer();
+            timer->set(timer->get() - double(extraPasses) * double(walk.step()) / double(fps));
+            io.out << "Resuming at frame " << start << ": the " << first
+                   << " frames before it are complete\n";
+        }
+
+        const int alpha = o->alpha ? 1 : o->noAlpha ? 0 : -1;
+        WriteReport report;
+        const auto clockStart = std::chrono::steady_clock::now();
+        writer.exportImages(out, o->width, o->height, fps, start, walk.stop(), o->superSampling,
+                            alpha, passesGiven, animationId, QString(), walk.step(), false);
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - clockStart).count();
+        Host::finishProgress(!writer.wasExportCanceled() && !Host::interrupted());
+        if (writer.wasExportCanceled() || Host::interrupted()) {
+            report.printWritten(io);
+            io.err << "kaexport sequence: cancelled; "
+                   << (report.written().isEmpty()
+                           ? "nothing was written"
+                           : "the files above are complete; --resume continues from there")
+                   << "\n";
+            return int(Cancelled);
+        }
+        if (!report.print(io, "sequence", remaining))
+            return int(Failed);
+        const size_t made = frames.size() - first;
+        io.out << made << (made == 1 ? " frame" : " frames") << " in "
+               << QString::number(seconds, 'f', 2).toStdString() << " s ("
+               << QString::number(double(made) / seconds, 'f', 2).toStdString() << " per second)\n";
+        return int(Done);
+    };
+}
+
+} // namespace kaexport

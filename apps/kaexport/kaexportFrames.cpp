@@ -1,0 +1,71 @@
+#include "kaexportFrames.h"
+
+#include "OSGImageFileHandler.h"
+#include "kaImageWriter.h"
+
+#include <QFileInfo>
+
+#include <algorithm>
+
+namespace kaexport {
+
+FrameWalk::FrameWalk(const kaImageWriter& writer, int start, int stop, int step)
+    : _start(start)
+    , _stop(stop)
+    , _step(step) {
+    writer.validateStartAndStop(_start, _stop);
+    writer.validateFrameStep(_step);
+}
+
+int FrameWalk::preRolled() const {
+    return std::max(0, std::min(_start, _stop + 1));
+}
+
+std::vector<int> FrameWalk::written() const {
+    std::vector<int> frames;
+    for (int f = std::max(_start, 0); f <= _stop; f += _step) {
+        frames.push_back(f);
+        if (f > _stop - _step)
+            break; // the next one would pass the stop (and could overflow)
+    }
+    return frames;
+}
+
+int FrameWalk::passOf(int frame) const {
+    if (frame < _start)
+        return frame;
+    return std::max(_start, 0) + (frame - std::max(_start, 0)) / _step;
+}
+
+QStringList writtenFiles(const kaImageWriter& writer, const QString& out,
+                         const std::vector<unsigned int>& passes, bool multiLayer,
+                         const FrameWalk& walk) {
+    const QStringList all = writer.getExportedImageFilenames(out, passes, multiLayer, walk.start(),
+                                                             walk.stop(), walk.step());
+    // The list holds every frame of the walk for each view and pass, in that order.
+    const int skipped = walk.preRolled();
+    const int perGroup = skipped + int(walk.written().size());
+    QStringList files;
+    if (perGroup == 0)
+        return files;
+    for (int i = 0; i < all.size(); ++i)
+        if (i % perGroup >= skipped)
+            files << all[i];
+    return files;
+}
+
+QStringList filesOfFrame(const QStringList& files, const FrameWalk& walk, size_t frameIndex) {
+    const size_t frames = walk.written().size();
+    QStringList result;
+    for (size_t i = frameIndex; frames > 0 && i < size_t(files.size()); i += frames)
+        result << files[int(i)];
+    return result;
+}
+
+bool isCompleteImage(const QString& file) {
+    if (!QFileInfo(file).isFile())
+        return false;
+    return bool(osg::ImageFileHandler::the().read(file.toUtf8().constData()));
+}
+
+} // namespace kaexport

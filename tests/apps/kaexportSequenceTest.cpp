@@ -1,0 +1,229 @@
+// kaexport sequence as users run it: a separate process rendering the built-in scene's
+// animation and simulation, its files read back with OpenImageIO.
+#include "kaTestSupport.h"
+
+#include <OpenImageIO/imageio.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+
+namespace {
+
+struct Result {
+    int code;
+    QString out, err;
+};
+
+Result kaexport(const QStringList& args) {
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove("QT_QPA_PLATFORM");
+    process.setProcessEnvironment(env);
+    process.start(KAEXPORT_PATH, args);
+    process.waitForFinished(300000);
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+// The pixels as floats; empty when the file does not read back whole.
+std::vector<float> pixels(const QString& file) {
+    auto in = OIIO::ImageInput::open(file.toStdString());
+    if (!in)
+        return {};
+    const OIIO::ImageSpec& spec = in->spec();
+    std::vector<float> values(size_t(spec.image_pixels()) * size_t(spec.nchannels));
+    if (!in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, values.data()))
+        return {};
+    return values;
+}
+
+// The file's annotation without the lines that tell when it was made.
+QString annotationWithoutClocks(const QString& file) {
+    auto in = OIIO::ImageInput::open(file.toStdString());
+    if (!in)
+        return QString();
+    QString text = QString::fromStdString(in->spec().get_string_attribute("ImageDescription"));
+    text.remove(QRegularExpression("Date: [^\n]*\n"));
+    text.remove(QRegularExpression("System time: [^\n]*\n"));
+    return text;
+}
+
+QStringList lines(const QString& text) {
+    return text.split('\n', Qt::SkipEmptyParts);
+}
+
+} // namespace
+
+class kaexportSequence : public testing::Test {
+protected:
+    QStringList names() const {
+        return QDir(dir.path()).entryList(QDir::Files | QDir::Hidden, QDir::Name);
+    }
+    katest::TempDir dir;
+    const QStringList small = {"--width", "96", "--height", "64", "--ss", "0"};
+};
+
+TEST_F(kaexportSequence, WritesExactlyWhatFilesListsAndSaysWhatIsPreRolled) {
+    const QStringList range = {"--start", "4", "--stop", "10", "--step", "3"};
+    const Result listed = kaexport(QStringList{"files", dir.file("a.png")} + range);
+    ASSERT_EQ(listed.code, 0) << listed.err.toStdString();
+    EXPECT_EQ(listed.err, "kaexport files: frames 0 to 3 are pre-rolled, not written\n");
+    const Result r = kaexport(QStringList{"sequence", dir.file("a.png")} + range + small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    QStringList written;
+    for (const QString& name : names())
+        written << dir.file(name);
+    EXPECT_EQ(written, lines(listed.out));
+    EXPECT_EQ(names(), (QStringList{"a-00004.png", "a-00007.png", "a-00010.png"}));
+    for (const QString& file : written)
+        EXPECT_TRUE(r.out.contains("Wrote " + file)) << r.out.toStdString();
+    EXPECT_TRUE(r.out.contains("3 frames in ")) << r.out.toStdString();
+}
+
+TEST_F(kaexportSequence, ExistingFilesNeedForceOrResume) {
+    QFile taken(dir.file("b-00001.png"));
+    ASSERT_TRUE(taken.open(QIODevice::WriteOnly));
+    taken.write("mine");
+    taken.close();
+    Result r =
+        kaexport(QStringList{"sequence", dir.file("b.png"), "--start", "0", "--stop", "1"} + small);
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(r.err.contains("'" + dir.file("b-00001.png") + "' exists; not overwriting it"))
+        << r.err.toStdString();
+    EXPECT_EQ(katest::fileBytes(dir.file("b-00001.png")), QByteArray("mine"));
+    EXPECT_EQ(names(), QStringList{"b-00001.png"}) << "nothing rendered";
+
+    r = kaexport(
+        QStringList{"sequence", dir.file("b.png"), "--start", "0", "--stop", "1", "--force"} +
+        small);
+    EXPECT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_FALSE(pixels(dir.file("b-00001.png")).empty());
+}
+
+TEST_F(kaexportSequence, UsageErrorsSayWhy) {
+    Result r = kaexport({"sequence", dir.file("c.png"), "--start", "5", "--stop", "2"});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_TRUE(r.err.contains("the stop frame 2 is before the start frame 5"))
+        << r.err.toStdString();
+    r = kaexport({"sequence", dir.file("c.png"), "--animation", "Nothing"});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_TRUE(r.err.contains("the scene has no animation 'Nothing'; it has 'BoxAnimation'"))
+        << r.err.toStdString();
+    r = kaexport({"sequence", dir.file("c.png"), "--fps", "0"});
+    EXPECT_EQ(r.code, 2);
+    r = kaexport({"sequence", dir.file("c.png"), "--resume", "--force"});
+    EXPECT_EQ(r.code, 2);
+    EXPECT_TRUE(names().isEmpty());
+}
+
+TEST_F(kaexportSequence, AResumedSequenceEqualsOneThatWasNeverInterrupted) {
+    // A step of 3 frames at 25 fps is 0.12 s a frame: more than the simulation steps in one
+    // update, so it depends on the exact times of every update before a frame.
+    const QStringList range = {"--start", "2", "--stop", "14", "--step", "3"};
+    QDir(dir.path()).mkdir("whole");
+    QDir(dir.path()).mkdir("resumed");
+    const QString whole = dir.file("whole/f.png"), resumed = dir.file("resumed/f.png");
+    Result r = kaexport(QStringList{"sequence", whole} + range + small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    r = kaexport(QStringList{"sequence", resumed} + range + small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+
+    // As an interrupted run leaves it: frame 8 cut short by an older tool, 11 and 14 missing.
+    const QString cut = dir.file("resumed/f-00008.png");
+    QByteArray bytes = katest::fileBytes(cut);
+    bytes.truncate(bytes.size() / 2);
+    QFile file(cut);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(bytes);
+    file.close();
+    QFile::remove(dir.file("resumed/f-00011.png"));
+    QFile::remove(dir.file("resumed/f-00014.png"));
+
+    r = kaexport(QStringList{"sequence", resumed, "--resume"} + range + small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.startsWith("Resuming at frame 8: the 2 frames before it are complete\n"))
+        << r.out.toStdString();
+    EXPECT_FALSE(r.out.contains("f-00005.png")) << "complete frames are kept";
+
+    bool moved = false;
+    std::vector<float> previous;
+    for (const char* frame : {"00002", "00005", "00008", "00011", "00014"}) {
+        const QString name = QString("f-%1.png").arg(frame);
+        const std::vector<float> a = pixels(dir.file("whole/" + name));
+        ASSERT_FALSE(a.empty()) << frame;
+        EXPECT_EQ(a, pixels(dir.file("resumed/" + name))) << frame;
+        EXPECT_EQ(annotationWithoutClocks(dir.file("whole/" + name)),
+                  annotationWithoutClocks(dir.file("resumed/" + name)))
+            << frame;
+        moved = moved || (!previous.empty() && previous != a);
+        previous = a;
+    }
+    EXPECT_TRUE(moved) << "the frames show motion";
+    EXPECT_TRUE(annotationWithoutClocks(dir.file("whole/f-00011.png"))
+                    .contains("Simulation time: 0.6\nFrame: 11\n"))
+        << "frame 11 is pass 5 of the walk (frames 0, 1, 2, 5, 8, 11), 3 / 25 s each";
+
+    r = kaexport(QStringList{"sequence", resumed, "--resume"} + range + small);
+    EXPECT_EQ(r.code, 0);
+    EXPECT_EQ(r.out, "All 5 frames are complete; nothing to do\n");
+}
+
+TEST_F(kaexportSequence, ASnapshotOfAFrameEqualsThatFrameOfTheSequence) {
+    Result r = kaexport(
+        QStringList{"sequence", dir.file("s.png"), "--start", "30", "--stop", "30"} + small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    r = kaexport(QStringList{"snapshot", dir.file("one.png"), "--frame", "30"} + small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    r = kaexport(QStringList{"snapshot", dir.file("zero.png")} + small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::vector<float> frame = pixels(dir.file("s-00030.png"));
+    ASSERT_FALSE(frame.empty());
+    EXPECT_EQ(frame, pixels(dir.file("one.png")));
+    EXPECT_NE(frame, pixels(dir.file("zero.png")));
+}
+
+TEST_F(kaexportSequence, TheAnimationOptionDrivesTheFrames) {
+    Result r = kaexport(QStringList{"sequence", dir.file("m.png"), "--start", "1", "--stop", "1",
+                                    "--animation", "BoxAnimation"} +
+                        small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(annotationWithoutClocks(dir.file("m-00001.png"))
+                    .endsWith("Frame: 1\nAnimation object: BoxAnimation\n"));
+}
+
+TEST_F(kaexportSequence, CtrlCKeepsTheFinishedFramesAndResumeCompletesThem) {
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove("QT_QPA_PLATFORM");
+    process.setProcessEnvironment(env);
+    const QStringList args =
+        QStringList{"sequence", dir.file("long.png"), "--start", "0", "--stop", "400"} + small;
+    process.start(KAEXPORT_PATH, args);
+    ASSERT_TRUE(process.waitForStarted());
+    // Interrupted once a few frames are on disk.
+    while (!QFileInfo::exists(dir.file("long-00003.png")) && process.state() == QProcess::Running)
+        process.waitForFinished(20);
+    ::kill(pid_t(process.processId()), SIGINT);
+    ASSERT_TRUE(process.waitForFinished(30000));
+    const QByteArray err = process.readAllStandardError();
+    EXPECT_EQ(process.exitCode(), 3) << err.toStdString();
+    const QStringList kept = names();
+    EXPECT_GE(kept.size(), 4);
+    EXPECT_LT(kept.size(), 401);
+    for (const QString& name : kept) {
+        EXPECT_FALSE(name.startsWith(".")) << "no temporary file is left: " << name.toStdString();
+        EXPECT_FALSE(pixels(dir.file(name)).empty()) << name.toStdString() << " is whole";
+    }
+
+    const Result r = kaexport(
+        QStringList{"sequence", dir.file("long.png"), "--start", "0", "--stop", "12", "--resume"} +
+        small);
+    EXPECT_EQ(r.code, 0) << r.err.toStdString();
+}
