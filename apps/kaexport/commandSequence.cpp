@@ -8,6 +8,7 @@
 
 #include "OSGAnimNodeBase.h"
 #include "OSGImageFileHandler.h"
+#include "kaAnimManager.h"
 #include "kaAtomicFile.h"
 #include "kaController.h"
 #include "kaFile.h"
@@ -179,6 +180,8 @@ Runner defineSequence(CLI::App& command) {
             fps = 25;
             kaImageWriter::getFromMessage(prefs, "MovieExport fps", fps);
         }
+        // Animations keyed in seconds (imported scenes) play at the sequence's rate.
+        kaAnimManager::setFramesPerSecond(fps);
         const FrameWalk walk(writer, o->start, o->stop, o->step);
         const std::vector<int> frames = walk.written();
         if (frames.empty()) {

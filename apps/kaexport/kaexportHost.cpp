@@ -192,10 +192,11 @@ bool Host::loadScene(const QString& sceneFile, QString& error) {
         _builtin = std::make_unique<kaBuiltinScene>(*_view);
         return true;
     }
-    osg::NodePtr scene = kaSceneImport::load(sceneFile, error);
+    std::vector<osg::AnimNodeBasePtr> animations;
+    osg::NodePtr scene = kaSceneImport::load(sceneFile, error, &animations);
     if (!scene)
         return false;
-    kaSceneImport::show(*_view, scene, sceneFile);
+    kaSceneImport::show(*_view, scene, sceneFile, std::move(animations));
     return true;
 }
 
@@ -204,6 +205,7 @@ void Host::stepToFrame(int frame, int fps) {
     // render dialog holds the view).
     const bool redraw = _view->isRedrawEnabled();
     _view->setRedrawEnabled(false);
+    kaAnimManager::setFramesPerSecond(fps);
     kaSimulationTime* timer = kaController::getSimulationTimer();
     const double start = timer->get();
     for (int f = 0; f <= frame && !interrupted(); ++f) {

@@ -4,6 +4,22 @@
 
 namespace {
 std::atomic<int> g_frame{0};
+std::atomic<double> g_framesPerSecond{25.0};
+std::vector<osg::AnimNodeBasePtr>& sceneAnimations() {
+    static std::vector<osg::AnimNodeBasePtr> animations;
+    return animations;
+}
+} // namespace
+
+double kaAnimManager::getFramesPerSecond() {
+    return g_framesPerSecond;
+}
+void kaAnimManager::setFramesPerSecond(double fps) {
+    if (fps > 0.0)
+        g_framesPerSecond = fps;
+}
+void kaAnimManager::setSceneAnimations(std::vector<osg::AnimNodeBasePtr> animations) {
+    sceneAnimations() = std::move(animations);
 }
 
 int kaAnimManager::getCurrentFrame() {

@@ -2,10 +2,20 @@
 
 #include "OSGAnimNodeBase.h"
 
+#include <vector>
+
 // The host's animation clock: the frame the scene shows, and the animations it evaluates.
 // GUI thread only (getCurrentFrame may be read from any thread).
 class kaAnimManager {
 public:
+    // The frame rate of the timeline: animations keyed in seconds (imported scenes) show
+    // frame f at f / rate seconds. 25 until set.
+    static double getFramesPerSecond();
+    static void setFramesPerSecond(double fps);
+    // Keeps the animations of the scene the host shows alive (replacing those of the scene
+    // before).
+    static void setSceneAnimations(std::vector<osg::AnimNodeBasePtr> animations);
+
     static int getCurrentFrame();
     // Sets the frame; with 'evaluate' every live animation is evaluated at it; 'notify'
     // records the change of each animation's frame.

@@ -2,6 +2,8 @@
 
 #include "OSGGeometry.h"
 #include "OSGNodeCores.h"
+#include "kaAssimpMatrix.h"
+#include "kaSceneAnimation.h"
 
 #include <QFileInfo>
 
@@ -14,16 +16,6 @@
 #include <string>
 
 namespace {
-
-osg::Matrix toMatrix(const aiMatrix4x4& m) {
-    // Both are row-major for column vectors.
-    osg::Matrix r;
-    const float* values = &m.a1;
-    for (int i = 0; i < 4; ++i)
-        for (int j = 0; j < 4; ++j)
-            r.m[i][j] = values[i * 4 + j];
-    return r;
-}
 
 osg::MaterialPtr toMaterial(const aiMaterial* source) {
     aiString name;
@@ -82,10 +74,13 @@ struct Converter {
     std::vector<osg::MaterialPtr> materials;
     std::map<std::string, const aiCamera*> cameras;
     std::map<std::string, const aiLight*> lights;
+    // The transform of every named node, the first of a name, for the animation channels.
+    std::map<std::string, osg::TransformPtr> transforms;
 
     osg::NodePtr convert(const aiNode* source) {
-        osg::NodePtr node = osg::Node::create(
-            osg::Transform::create(toMatrix(source->mTransformation)), source->mName.C_Str());
+        osg::TransformPtr transform = osg::Transform::create(toOsgMatrix(source->mTransformation));
+        osg::NodePtr node = osg::Node::create(transform, source->mName.C_Str());
+        transforms.emplace(source->mName.C_Str(), transform);
         for (unsigned i = 0; i < source->mNumMeshes; ++i) {
             const aiMesh* mesh = scene->mMeshes[source->mMeshes[i]];
             const osg::MaterialPtr& material = mesh->mMaterialIndex < materials.size()
@@ -126,11 +121,53 @@ struct Converter {
             node->addChild(convert(source->mChildren[i]));
         return node;
     }
+
+    // Node channels only: morph and mesh animations are not read.
+    osg::AnimNodeBasePtr animation(const aiAnimation* source, unsigned index) const {
+        std::string name = source->mName.C_Str();
+        if (name.empty())
+            name = "Animation " + std::to_string(index + 1);
+        kaSceneAnimationPtr result = kaSceneAnimation::create(name);
+        // Assimp counts in ticks; files that give no rate are taken at 25 ticks a second.
+        const double ticks = source->mTicksPerSecond > 0.0 ? source->mTicksPerSecond : 25.0;
+        for (unsigned i = 0; i < source->mNumChannels; ++i) {
+            const aiNodeAnim* c = source->mChannels[i];
+            auto target = transforms.find(c->mNodeName.C_Str());
+            if (target == transforms.end())
+                continue;
+            kaSceneAnimation::Channel channel;
+            channel.target = target->second;
+            aiVector3D scale, position;
+            aiQuaternion rotation;
+            fromOsgMatrix(target->second->getLocalMatrix()).Decompose(scale, rotation, position);
+            channel.restPosition = {position.x, position.y, position.z};
+            channel.restScale = {scale.x, scale.y, scale.z};
+            channel.restRotation = {rotation.w, rotation.x, rotation.y, rotation.z};
+            for (unsigned k = 0; k < c->mNumPositionKeys; ++k) {
+                const aiVectorKey& key = c->mPositionKeys[k];
+                channel.positions.push_back(
+                    {key.mTime / ticks, {key.mValue.x, key.mValue.y, key.mValue.z}});
+            }
+            for (unsigned k = 0; k < c->mNumScalingKeys; ++k) {
+                const aiVectorKey& key = c->mScalingKeys[k];
+                channel.scales.push_back(
+                    {key.mTime / ticks, {key.mValue.x, key.mValue.y, key.mValue.z}});
+            }
+            for (unsigned k = 0; k < c->mNumRotationKeys; ++k) {
+                const aiQuatKey& key = c->mRotationKeys[k];
+                channel.rotations.push_back(
+                    {key.mTime / ticks, {key.mValue.w, key.mValue.x, key.mValue.y, key.mValue.z}});
+            }
+            result->addChannel(std::move(channel));
+        }
+        return result;
+    }
 };
 
 } // namespace
 
-osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error) {
+osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
+                                 std::vector<osg::AnimNodeBasePtr>* animations) {
     if (!QFileInfo(fileName).isFile()) {
         error = QString("The scene file '%1' doesn't exist.").arg(fileName);
         return osg::NodePtr();
@@ -153,7 +190,7 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error) {
         return osg::NodePtr();
     }
     const QString suffix = QFileInfo(fileName).suffix().toLower();
-    Converter converter{scene, suffix == "gltf" || suffix == "glb", {}, {}, {}};
+    Converter converter{scene, suffix == "gltf" || suffix == "glb", {}, {}, {}, {}};
     for (unsigned i = 0; i < scene->mNumMaterials; ++i)
         converter.materials.push_back(toMaterial(scene->mMaterials[i]));
     for (unsigned i = 0; i < scene->mNumCameras; ++i)
@@ -163,5 +200,8 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error) {
     osg::NodePtr root =
         osg::Node::create(osg::Group::create(), QFileInfo(fileName).fileName().toStdString());
     root->addChild(converter.convert(scene->mRootNode));
+    if (animations)
+        for (unsigned i = 0; i < scene->mNumAnimations; ++i)
+            animations->push_back(converter.animation(scene->mAnimations[i], i));
     return root;
 }

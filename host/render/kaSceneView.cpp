@@ -1,6 +1,8 @@
 // A loaded scene put into the view: its camera looked through, or one made to see it all.
 #include "kaSceneImport.h"
 
+#include "kaAnimManager.h"
+
 #include "OSGGeometry.h"
 #include "OSGNodeCores.h"
 #include "kaCameraService.h"
@@ -62,10 +64,14 @@ osg::NodePtr automaticCamera(const osg::NodePtr& scene, float fovDegrees) {
 
 } // namespace
 
-void kaSceneImport::show(kaOSGWidget& view, const osg::NodePtr& scene, const QString& fileName) {
+void kaSceneImport::show(kaOSGWidget& view, const osg::NodePtr& scene, const QString& fileName,
+                         std::vector<osg::AnimNodeBasePtr> animations) {
     view.setSceneRoot(scene);
     kaNodeUtils::setSceneRoot(scene);
     kaFileIO::setFilename(fileName);
+    for (const osg::AnimNodeBasePtr& animation : animations)
+        animation->evaluate(float(kaAnimManager::getCurrentFrame()));
+    kaAnimManager::setSceneAnimations(std::move(animations));
     osg::NodePtr camera = firstCamera(scene);
     if (!camera)
         camera = automaticCamera(scene, view.getCamera()->getFov());

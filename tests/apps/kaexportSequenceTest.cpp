@@ -227,3 +227,33 @@ TEST_F(kaexportSequence, CtrlCKeepsTheFinishedFramesAndResumeCompletesThem) {
         small);
     EXPECT_EQ(r.code, 0) << r.err.toStdString();
 }
+
+TEST_F(kaexportSequence, AnImportedSceneMovesWithItsOwnAnimation) {
+    QFile scene(dir.file("moving.gltf"));
+    ASSERT_TRUE(scene.open(QIODevice::WriteOnly));
+    scene.write(katest::animatedGltf());
+    scene.close();
+    QDir(dir.path()).mkdir("out");
+    Result r = kaexport(QStringList{"--scene", dir.file("moving.gltf"), "sequence",
+                                    dir.file("out/m.png"), "--start", "0", "--stop", "30", "--step",
+                                    "15", "--animation", "Move"} +
+                        small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::vector<float> first = pixels(dir.file("out/m-00000.png")),
+                             middle = pixels(dir.file("out/m-00015.png")),
+                             last = pixels(dir.file("out/m-00030.png"));
+    ASSERT_FALSE(first.empty());
+    EXPECT_NE(first, middle);
+    EXPECT_NE(middle, last);
+    // At 30 frames a second, frame 30 is the end of the one-second animation: the same as a
+    // snapshot of frame 60 at 60 frames a second.
+    r = kaexport(QStringList{"--scene", dir.file("moving.gltf"), "--set", "MovieExport fps=60",
+                             "snapshot", dir.file("out/end.png"), "--frame", "60"} +
+                 small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    r = kaexport(QStringList{"--scene", dir.file("moving.gltf"), "sequence", dir.file("out/s.png"),
+                             "--fps", "30", "--start", "30", "--stop", "30"} +
+                 small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_EQ(pixels(dir.file("out/end.png")), pixels(dir.file("out/s-00030.png")));
+}

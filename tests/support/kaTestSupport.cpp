@@ -12,6 +12,8 @@
 
 #include <algorithm>
 #include <mutex>
+#include <utility>
+#include <vector>
 
 namespace katest {
 
@@ -72,6 +74,51 @@ std::vector<std::string> folderEntries(const QString& folder) {
 QByteArray fileBytes(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QByteArray animatedGltf() {
+    const float positions[9] = {-0.5f, 0, 0, 0.5f, 0, 0, 0, 1, 0};
+    const uint16_t indices[4] = {0, 1, 2, 0}; // the last one pads to four bytes
+    const float times[2] = {0.0f, 1.0f};
+    const float translations[6] = {0, 0, 0, 2, 0, 0};
+    const float quarter = 0.70710678f;
+    const float rotations[8] = {0, 0, 0, 1, 0, quarter, 0, quarter}; // x, y, z, w
+    QByteArray buffer;
+    for (const auto& [data, size] :
+         std::vector<std::pair<const void*, size_t>>{{positions, sizeof positions},
+                                                     {indices, sizeof indices},
+                                                     {times, sizeof times},
+                                                     {translations, sizeof translations},
+                                                     {rotations, sizeof rotations}})
+        buffer.append(static_cast<const char*>(data), int(size));
+    return QByteArray(R"({
+  "asset": {"version": "2.0", "generator": "hand-written after the Khronos AnimatedTriangle sample"},
+  "scene": 0, "scenes": [{"nodes": [0, 1, 2]}],
+  "nodes": [{"name": "Mover", "mesh": 0},
+            {"name": "Still", "mesh": 0, "translation": [0, 0, -1]},
+            {"name": "Cam", "camera": 0, "translation": [1, 0.5, 6]}],
+  "meshes": [{"name": "Triangle", "primitives": [{"attributes": {"POSITION": 0}, "indices": 1, "material": 0}]}],
+  "materials": [{"name": "Red", "pbrMetallicRoughness": {"baseColorFactor": [0.8, 0.1, 0.1, 1]},
+                 "emissiveFactor": [0.6, 0.1, 0.1], "doubleSided": true}],
+  "cameras": [{"type": "perspective", "perspective": {"yfov": 0.8, "znear": 0.1, "zfar": 100, "aspectRatio": 1.5}}],
+  "animations": [{"name": "Move",
+                  "channels": [{"sampler": 0, "target": {"node": 0, "path": "translation"}},
+                               {"sampler": 1, "target": {"node": 0, "path": "rotation"}}],
+                  "samplers": [{"input": 2, "output": 3, "interpolation": "LINEAR"},
+                               {"input": 2, "output": 4, "interpolation": "LINEAR"}]}],
+  "buffers": [{"byteLength": 108, "uri": "data:application/octet-stream;base64,)") +
+           buffer.toBase64() + R"("}],
+  "bufferViews": [{"buffer": 0, "byteOffset": 0, "byteLength": 36},
+                  {"buffer": 0, "byteOffset": 36, "byteLength": 6},
+                  {"buffer": 0, "byteOffset": 44, "byteLength": 8},
+                  {"buffer": 0, "byteOffset": 52, "byteLength": 24},
+                  {"buffer": 0, "byteOffset": 76, "byteLength": 32}],
+  "accessors": [{"bufferView": 0, "componentType": 5126, "count": 3, "type": "VEC3", "min": [-0.5, 0, 0], "max": [0.5, 1, 0]},
+                {"bufferView": 1, "componentType": 5123, "count": 3, "type": "SCALAR"},
+                {"bufferView": 2, "componentType": 5126, "count": 2, "type": "SCALAR", "min": [0], "max": [1]},
+                {"bufferView": 3, "componentType": 5126, "count": 2, "type": "VEC3"},
+                {"bufferView": 4, "componentType": 5126, "count": 2, "type": "VEC4"}]
+})";
 }
 
 SmallDisk::SmallDisk(int kilobytes) {

@@ -29,6 +29,12 @@ std::vector<std::string> folderEntries(const QString& folder);
 // The file's bytes; empty when it can't be read.
 QByteArray fileBytes(const QString& path);
 
+// A glTF 2.0 file as an authoring tool exports a keyframed object: a triangle node "Mover" lit
+// by nothing, that an animation "Move" carries from (0, 0, 0) to (2, 0, 0) while turning it a
+// quarter turn about Y, over the first second (linear keys at 0 s and 1 s), and a still
+// triangle node "Still" at (0, 0, -1); a camera node "Cam" at (1, 0.5, 6) looks at them.
+QByteArray animatedGltf();
+
 // A small file system of its own (tmpfs) that a test can fill up, for the real thing behind
 // the injected faults. Mounting needs root and a machine that allows it: check isMounted()
 // and skip otherwise. Unmounted and removed when the object goes.

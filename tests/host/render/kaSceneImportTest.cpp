@@ -2,6 +2,8 @@
 
 #include "OSGGeometry.h"
 #include "OSGNodeCores.h"
+#include "kaAnimManager.h"
+#include "kaSceneAnimation.h"
 #include "kaTestSupport.h"
 
 #include <QFile>
@@ -94,4 +96,44 @@ TEST(kaSceneImport, MissingAndBrokenFilesSayWhy) {
     error.clear();
     EXPECT_FALSE(kaSceneImport::load(dir.file("broken.gltf"), error));
     EXPECT_TRUE(error.startsWith("Couldn't read the scene file")) << error.toStdString();
+}
+
+TEST(kaSceneImport, KeyframeAnimationsPlayOnTheTimeline) {
+    katest::TempDir dir;
+    QFile file(dir.file("moving.gltf"));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write(katest::animatedGltf());
+    file.close();
+    QString error;
+    std::vector<osg::AnimNodeBasePtr> animations;
+    osg::NodePtr root = kaSceneImport::load(dir.file("moving.gltf"), error, &animations);
+    ASSERT_TRUE(root) << error.toStdString();
+    ASSERT_EQ(animations.size(), 1u);
+    EXPECT_EQ(animations[0]->getName(), "Move");
+    auto* animation = dynamic_cast<kaSceneAnimation*>(animations[0].get());
+    ASSERT_TRUE(animation);
+    EXPECT_DOUBLE_EQ(animation->getDuration(), 1.0);
+    const osg::NodePtr mover = find(root, "Mover"), still = find(root, "Still");
+    ASSERT_TRUE(mover && still);
+    auto at = [](const osg::NodePtr& node) { return node->getToWorld().transformPoint({0, 0, 0}); };
+    auto xAxis = [](const osg::NodePtr& node) {
+        return node->getToWorld().transformVector({1, 0, 0});
+    };
+
+    // At 25 frames a second, frame 12.5 is half a second: half way, an eighth of a turn.
+    kaAnimManager::setFramesPerSecond(25.0);
+    animation->evaluate(12.5f);
+    EXPECT_NEAR(at(mover).x, 1.0f, 1e-5f);
+    EXPECT_NEAR(xAxis(mover).x, std::cos(float(M_PI) / 4), 1e-4f);
+    EXPECT_NEAR(xAxis(mover).z, -std::sin(float(M_PI) / 4), 1e-4f);
+    // Held after the last key, and at another frame rate the same second is another frame.
+    kaAnimManager::setCurrentFrame(100, true, false);
+    EXPECT_NEAR(at(mover).x, 2.0f, 1e-5f);
+    EXPECT_NEAR(xAxis(mover).z, -1.0f, 1e-4f);
+    kaAnimManager::setFramesPerSecond(50.0);
+    animation->evaluate(25.0f);
+    EXPECT_NEAR(at(mover).x, 1.0f, 1e-5f);
+    EXPECT_NEAR(at(still).z, -1.0f, 1e-6f) << "a node without keys keeps its place";
+    kaAnimManager::setFramesPerSecond(25.0);
+    kaAnimManager::setCurrentFrame(0, false, false);
 }
