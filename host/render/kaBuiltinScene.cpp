@@ -3,6 +3,7 @@
 #include "OSGGeometry.h"
 #include "OSGSceneEffects.h"
 #include "kaCameraService.h"
+#include "kaConstraintManager.h"
 #include "kaKernelServiceFactory.h"
 #include "kaNodeUtils.h"
 #include "kaOSGWidget.h"
@@ -109,7 +110,9 @@ kaBuiltinScene::kaBuiltinScene(kaOSGWidget& view)
     auto sun = osg::DirectionalLight::create();
     sun->setColor({1.0f, 0.95f, 0.85f});
     sun->setIntensity(1.2f);
-    add(placed(_root, osg::Matrix::lookAt({4, 8, 3}, {0, 0, 0}, {0, 1, 0}), ""), sun, "Sun");
+    osg::NodePtr sunPlace =
+        placed(_root, osg::Matrix::lookAt({4, 8, 3}, {0, 0, 0}, {0, 1, 0}), "Sun Place");
+    add(sunPlace, sun, "Sun");
     auto bulb = osg::PointLight::create();
     bulb->setColor({1.0f, 0.8f, 0.5f});
     bulb->setIntensity(6.0f);
@@ -131,6 +134,18 @@ kaBuiltinScene::kaBuiltinScene(kaOSGWidget& view)
     _animation->addKey({50.0f, {-0.5f, 0.605f, 1.5f}, 90.0f});
     _animation->addKey({100.0f, {1.0f, 0.605f, 0.5f}, 180.0f});
     _animation->evaluate(0.0f);
+
+    // The sun follows the box with its aim and a small lamp rides above it: the rules are
+    // applied after the animation has moved the box.
+    auto boxLamp = osg::PointLight::create();
+    boxLamp->setColor({1.0f, 0.85f, 0.6f});
+    boxLamp->setIntensity(0.8f);
+    osg::NodePtr boxLampPlace = placed(_root, osg::Matrix(), "Box Lamp Place");
+    add(boxLampPlace, boxLamp, "Box Lamp");
+    _constraints.push_back(kaConstraintManager::addLookAtConstraint(sunPlace, boxPlace));
+    _constraints.push_back(
+        kaConstraintManager::addPositionConstraint(boxLampPlace, boxPlace, {0.0f, 1.4f, 0.0f}));
+    kaConstraintManager::evaluateConstraints();
 
     for (int i = 0; i < 3; ++i) {
         osg::NodePtr ballPlace =
@@ -157,6 +172,8 @@ kaBuiltinScene::kaBuiltinScene(kaOSGWidget& view)
 }
 
 kaBuiltinScene::~kaBuiltinScene() {
+    for (int id : _constraints)
+        kaConstraintManager::removeConstraint(id);
     if (kaNodeUtils::getSceneRoot() == _root)
         kaNodeUtils::setSceneRoot(nullptr);
 }

@@ -3,11 +3,13 @@
 #include <map>
 
 namespace {
-struct LookAt {
+struct Constraint {
+    enum Kind { LookAt, Position } kind;
     osg::NodePtr follower, target;
+    osg::Vec3f offset;
 };
-std::map<int, LookAt>& constraints() {
-    static std::map<int, LookAt> c;
+std::map<int, Constraint>& constraints() {
+    static std::map<int, Constraint> c;
     return c;
 }
 int g_nextId = 1;
@@ -16,7 +18,15 @@ int g_nextId = 1;
 int kaConstraintManager::addLookAtConstraint(const osg::NodePtr& follower,
                                              const osg::NodePtr& target) {
     const int id = g_nextId++;
-    constraints()[id] = {follower, target};
+    constraints()[id] = {Constraint::LookAt, follower, target, {0, 0, 0}};
+    return id;
+}
+
+int kaConstraintManager::addPositionConstraint(const osg::NodePtr& follower,
+                                               const osg::NodePtr& target,
+                                               const osg::Vec3f& offset) {
+    const int id = g_nextId++;
+    constraints()[id] = {Constraint::Position, follower, target, offset};
     return id;
 }
 
@@ -29,13 +39,22 @@ void kaConstraintManager::evaluateConstraints() {
         auto transform = osg::dynamic_pointer_cast<osg::Transform>(c.follower->getCore());
         if (!transform || !c.target)
             continue;
-        const osg::Pnt3f from = c.follower->getToWorld().transformPoint({0, 0, 0});
+        const osg::Matrix world = c.follower->getToWorld();
+        const osg::Pnt3f from = world.transformPoint({0, 0, 0});
         const osg::Pnt3f to = c.target->getToWorld().transformPoint({0, 0, 0});
         osg::Matrix parent;
         if (c.follower->getParent())
             parent = c.follower->getParent()->getToWorld();
         osg::Matrix toParent;
         parent.invert(toParent);
-        transform->setMatrix(toParent * osg::Matrix::lookAt(from, to, {0, 1, 0}));
+        if (c.kind == Constraint::LookAt) {
+            transform->setMatrix(toParent * osg::Matrix::lookAt(from, to, {0, 1, 0}));
+        } else {
+            // The world matrix moved so that its origin lands on the target plus the offset.
+            const osg::Vec3f move{to.x + c.offset.x - from.x, to.y + c.offset.y - from.y,
+                                  to.z + c.offset.z - from.z};
+            transform->setMatrix(toParent * osg::Matrix::translation(move.x, move.y, move.z) *
+                                 world);
+        }
     }
 }

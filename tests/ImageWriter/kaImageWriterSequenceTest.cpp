@@ -461,6 +461,14 @@ TEST_F(SequenceExport, LayeredExrIsHalfOnlyForTheCapitalExtension) {
     EXPECT_EQ(formatOf("upper-00000.exr", depth.c_str()), OIIO::TypeDesc::FLOAT)
         << "depth keeps its precision";
     EXPECT_EQ(kaImageRenderWidget::getDataType(), osg::Image::OSG_UINT8_IMAGEDATA) << "restored";
+
+    // Per-pass files keep their float data: the half conversion belongs to layered files.
+    writer.setExportMultiLayer(false);
+    writer.exportImages(dir.file("each.EXR"), 32, 24, 25, 0, 0, 0, 0, true, 0, QString(), 1,
+                        false);
+    auto in = OIIO::ImageInput::open(dir.fileStd("each-beauty-00000.exr"));
+    ASSERT_TRUE(in);
+    EXPECT_EQ(in->spec().format, OIIO::TypeDesc::FLOAT);
 }
 
 TEST_F(SequenceExport, TheMachineStaysAwakeInTheExportColourSpace) {

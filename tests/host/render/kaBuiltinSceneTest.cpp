@@ -134,3 +134,22 @@ TEST_F(BuiltinScene, LookAtConstraintAimsTheFollower) {
     EXPECT_NEAR(positionOf(spot).y, 5.0f, 1e-5f) << "it stays where it is";
     kaConstraintManager::removeConstraint(id);
 }
+
+TEST_F(BuiltinScene, ConstraintsKeepTheSunOnTheBoxAndTheLampAboveIt) {
+    kaAnimManager::setCurrentFrame(80, true, false);
+    kaConstraintManager::evaluateConstraints();
+    const osg::Pnt3f box = positionOf(named("Box"));
+    const osg::Pnt3f lamp = positionOf(named("Box Lamp"));
+    EXPECT_NEAR(lamp.x, box.x, 1e-4f);
+    EXPECT_NEAR(lamp.y, box.y + 1.4f, 1e-4f);
+    EXPECT_NEAR(lamp.z, box.z, 1e-4f);
+    const osg::NodePtr sun = named("Sun Place");
+    const osg::Vec3f aim = osg::normalize(sun->getToWorld().transformVector({0, 0, -1}));
+    const osg::Pnt3f from = positionOf(sun);
+    const osg::Vec3f toBox =
+        osg::normalize(osg::Vec3f{box.x - from.x, box.y - from.y, box.z - from.z});
+    EXPECT_GT(aim.x * toBox.x + aim.y * toBox.y + aim.z * toBox.z, 0.9999f);
+    EXPECT_NEAR(from.x, 4.0f, 1e-4f) << "aiming turns the sun, it does not move it";
+    kaAnimManager::setCurrentFrame(0, true, false);
+    kaConstraintManager::evaluateConstraints();
+}
