@@ -25,6 +25,19 @@ void refuse(const QString& text) {
     kaLog::error("%s", text.toUtf8().constData());
 }
 
+bool rendersOnCluster(const kaOSGWidget& view, const QString& clusterSetup) {
+    if (clusterSetup.isEmpty() && !view.getClusterWindow())
+        return false;
+    if (kaOSGWidget::getRaytracing())
+        return true;
+    kaLog::warning("Snapshot: cluster rendering is not supported with OpenGL!");
+    return false;
+}
+
+bool lacksAlpha(const QString& extension) {
+    return extension == "jpg" || extension == "jpeg" || extension == "bmp";
+}
+
 bool rendersFloat(const QString& format, bool tiffHDR) {
     return format == "HDR" || format == "EXR" ||
            (tiffHDR && (format == "TIF" || format == "TIFF" || format == "PSD" || format == "PSB"));

@@ -21,6 +21,13 @@ void warn(const QString& title, const QString& text);
 // A warning box titled with the application's name whose text also goes to the error log.
 void refuse(const QString& text);
 
+// Whether an export asked for the cluster (a set-up string, or a cluster already running)
+// renders there: only with the raytracer; with OpenGL it says so and renders here.
+bool rendersOnCluster(const kaOSGWidget& view, const QString& clusterSetup);
+
+// Whether a file of this lower-case extension can't hold an alpha channel (JPEG, BMP).
+bool lacksAlpha(const QString& lowerExtension);
+
 // Whether a file of this upper-case extension is rendered in 32-bit float: HDR and EXR always,
 // TIFF and Photoshop files with the writer's TIFF HDR flag.
 bool rendersFloat(const QString& upperExtension, bool tiffHDR);

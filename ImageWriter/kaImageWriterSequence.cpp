@@ -143,12 +143,7 @@ void kaImageWriter::exportImages(const QString& filename, int width, int height,
 }
 
 bool kaImageWriter::SequenceExport::completeRequest() {
-    if (!_r.clusterSetup.isEmpty() || _view.getClusterWindow()) {
-        if (kaOSGWidget::getRaytracing())
-            _localRender = false;
-        else
-            kaLog::warning("Snapshot: cluster rendering is not supported with OpenGL!");
-    }
+    _localRender = !kaExportSession::rendersOnCluster(_view, _r.clusterSetup);
 
     _expanded = QString::fromStdString(kaFile::expandFilename(_r.filename.toUtf8().toStdString()));
     _extension = kaFile::getExtension(_expanded);
@@ -201,7 +196,7 @@ bool kaImageWriter::SequenceExport::completeArguments() {
     _playSound = kaController::playSoundOnExport();
 
     const QString lower = _extension.toLower();
-    if (_alphaOn && (lower == "jpg" || lower == "jpeg" || lower == "bmp")) {
+    if (_alphaOn && kaExportSession::lacksAlpha(lower)) {
         warn(QObject::tr("Movie Export"),
              QObject::tr("The chosen image format doesn't support an alpha channel!\nChoose "
                          "another image format, e.g. png, or disable the alpha channel export."));

@@ -174,12 +174,7 @@ void kaImageWriter::exportImage(const QString& filename, int width, int height, 
 }
 
 bool kaImageWriter::SnapshotExport::completeRequest() {
-    if (!_r.clusterSetup.isEmpty() || _view.getClusterWindow()) {
-        if (kaOSGWidget::getRaytracing())
-            _localRender = false;
-        else
-            kaLog::warning("Snapshot: cluster rendering is not supported with OpenGL!");
-    }
+    _localRender = !kaExportSession::rendersOnCluster(_view, _r.clusterSetup);
 
     const kaMessage& prefs = kaPreferences::getData();
     _playSound = kaController::playSoundOnExport();
@@ -214,7 +209,7 @@ bool kaImageWriter::SnapshotExport::completeRequest() {
     getFromMessage(prefs, "ImageExport ignore aspect", _ignoreAspect);
 
     const QString extension = kaFile::getExtension(_r.filename).toLower();
-    if (_alphaOn && (extension == "jpg" || extension == "jpeg" || extension == "bmp")) {
+    if (_alphaOn && kaExportSession::lacksAlpha(extension)) {
         warn(QObject::tr("Snapshot"),
              QObject::tr("The chosen image format doesn't support an alpha channel!\nChoose "
                          "another image format, e.g. png, or disable the alpha channel export."));

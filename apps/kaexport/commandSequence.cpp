@@ -4,18 +4,15 @@
 #include "kaexportFrames.h"
 #include "kaexportHost.h"
 #include "kaexportOptions.h"
+#include "kaexportRenderOptions.h"
 #include "kaexportReport.h"
 
 #include "OSGAnimNodeBase.h"
-#include "OSGImageFileHandler.h"
 #include "kaAnimManager.h"
 #include "kaAtomicFile.h"
 #include "kaController.h"
-#include "kaFile.h"
 #include "kaImageWriter.h"
-#include "kaOSGWidget.h"
 #include "kaPreferences.h"
-#include "kaRenderPasses.h"
 #include "kaSimulationTime.h"
 
 #include <CLI/CLI.hpp>
@@ -31,11 +28,10 @@ namespace kaexport {
 namespace {
 
 struct SequenceOptions {
-    std::string out, passes, animation;
-    int width = -1, height = -1, fps = -1, start = -1, stop = -1, step = 1, superSampling = -1,
-        stereo = -1, icc = 0, metadata = 0;
-    bool alpha = false, noAlpha = false, raytracing = false, signature = false, force = false,
-         resume = false;
+    std::string out, animation;
+    RenderOptions render;
+    int fps = -1, start = -1, stop = -1, step = 1;
+    bool force = false, resume = false;
 };
 
 // The id of the animation called 'name'; 0 with the known names in 'known' when there is none.
@@ -62,7 +58,6 @@ size_t firstIncompleteFrame(const QStringList& files, const FrameWalk& walk) {
 } // namespace
 
 constexpr int kMaxFrame = 100000000;
-constexpr int kMaxSide = 1048576;
 
 Runner defineSequence(CLI::App& command) {
     auto o = std::make_shared<SequenceOptions>();
@@ -75,12 +70,7 @@ Runner defineSequence(CLI::App& command) {
              "(\"MovieExport start frame\", \"MovieExport stop frame\", \"MovieExport fps\", "
              "\"ImageExport width\", ...). 'kaexport files' lists the files.");
     addOutput(command, o->out, "the name the frames are numbered after");
-    command.add_option("--width", o->width, "width in pixels")
-        ->type_name("W")
-        ->check(rangeCheck(1, kMaxSide));
-    command.add_option("--height", o->height, "height in pixels")
-        ->type_name("H")
-        ->check(rangeCheck(1, kMaxSide));
+    addRenderOptions(command, o->render);
     command.add_option("--fps", o->fps, "frames per second of the animation's clock")
         ->type_name("F")
         ->check(rangeCheck(1, 1000));
@@ -94,36 +84,11 @@ Runner defineSequence(CLI::App& command) {
     command.add_option("--step", o->step, "every K-th frame from the start on")
         ->type_name("K")
         ->check(rangeCheck(1, kMaxFrame));
-    command.add_option("--ss", o->superSampling, "supersampling level")
-        ->type_name("N")
-        ->check(rangeCheck(0, 3));
-    auto* alpha = command.add_flag("--alpha", o->alpha, "with an alpha channel");
-    command.add_flag("--no-alpha", o->noAlpha, "without an alpha channel")->excludes(alpha);
-    command.add_option("--passes", o->passes, "render passes, each to its own file (or layer)")
-        ->type_name("PASSES")
-        ->check(passListCheck());
-    command.add_flag("--raytracing", o->raytracing, "render with the raytracer");
     command
         .add_option("--animation", o->animation,
                     "the animation that drives the frames (by name); the host's timeline "
                     "when left out")
         ->type_name("NAME");
-    command.add_option("--stereo", o->stereo, "0 mono, 1 two eyes, 2 five eyes, 3 nine eyes")
-        ->type_name("MODE")
-        ->check(rangeCheck(0, 3));
-    command
-        .add_option("--icc", o->icc,
-                    "colour space: 0/1 sRGB, 2 Adobe RGB, 3 monitor, 4 image profile")
-        ->type_name("INDEX")
-        ->check(rangeCheck(0, 4));
-    command
-        .add_option("--metadata", o->metadata,
-                    "XMP metadata: 1 camera, 2 visibility, 4 switches, 8 image settings, 16 "
-                    "animation, 32 passes, 64 raytracing, 128 materials (added up)")
-        ->type_name("FLAGS")
-        ->check(rangeCheck(0, 255));
-    command.add_flag("--signature", o->signature,
-                     "draw the text signature (\"ImageExport sig ...\")");
     auto* force = command.add_flag("--force", o->force, "replace existing files");
     command
         .add_flag("--resume", o->resume,
@@ -133,18 +98,11 @@ Runner defineSequence(CLI::App& command) {
         ->excludes(force);
 
     return [o](Streams& io, Host*) {
-        const QString out = kaFile::expandFilename(QString::fromStdString(o->out));
-        if (!kaFile::getExtension(out).isEmpty() &&
-            !osg::ImageFileHandler::the().getFileType(nullptr, out.toUtf8().constData())) {
-            io.err << "kaexport sequence: no image file type writes '."
-                   << kaFile::getExtension(out).toStdString() << "' files\n";
+        kaImageWriter writer;
+        writer.setNoShowImage(true);
+        RenderTarget render;
+        if (!applyRenderOptions(io, "sequence", o->out, o->render, writer, render))
             return int(UsageError);
-        }
-        std::vector<unsigned int> passes;
-        QString error;
-        const bool passesGiven = !o->passes.empty();
-        if (passesGiven)
-            parsePassList(QString::fromStdString(o->passes), passes, error);
         __int64 animationId = 0;
         if (!o->animation.empty()) {
             std::string known;
@@ -156,29 +114,10 @@ Runner defineSequence(CLI::App& command) {
             }
         }
 
-        if (o->raytracing)
-            kaOSGWidget::setRaytracing(true);
-        const std::string noProfile = missingProfileWarning(o->icc);
-        if (!noProfile.empty())
-            io.err << "kaexport sequence: " << noProfile << "\n";
-        kaMessage& prefs = kaPreferences::getData();
-        if (o->stereo >= 0)
-            prefs.set("ImageExport stereo mode", o->stereo);
-        if (o->signature)
-            prefs.set("ImageExport add sig", true);
-        kaImageWriter writer;
-        writer.setNoShowImage(true);
-        writer.setICCProfile(o->icc);
-        writer.setMetaDataFlags(o->metadata);
-        std::vector<bool> active(kaRenderPassCount, false);
-        for (unsigned int pass : passes)
-            active[pass] = true;
-        kaImageRenderWidget::setActiveRenderPasses(passesGiven ? active : std::vector<bool>());
-
         int fps = o->fps;
         if (fps < 1) {
             fps = 25;
-            kaImageWriter::getFromMessage(prefs, "MovieExport fps", fps);
+            kaImageWriter::getFromMessage(kaPreferences::getData(), "MovieExport fps", fps);
         }
         // Animations keyed in seconds (imported scenes) play at the sequence's rate.
         kaAnimManager::setFramesPerSecond(fps);
@@ -190,7 +129,7 @@ Runner defineSequence(CLI::App& command) {
             return int(UsageError);
         }
         const QStringList files =
-            writtenFiles(writer, out, passes, writer.getExportMultiLayer(), walk);
+            writtenFiles(writer, render.out, render.passes, writer.getExportMultiLayer(), walk);
 
         size_t first = 0;
         if (o->resume) {
@@ -204,9 +143,9 @@ Runner defineSequence(CLI::App& command) {
         for (size_t i = first; i < frames.size(); ++i)
             remaining << filesOfFrame(files, walk, i);
         if (!o->force && !o->resume) {
-            for (const QString& target : remaining) {
-                if (QFileInfo::exists(target)) {
-                    io.err << "kaexport sequence: '" << target.toStdString()
+            for (const QString& name : remaining) {
+                if (QFileInfo::exists(name)) {
+                    io.err << "kaexport sequence: '" << name.toStdString()
                            << "' exists; not overwriting it (use --force, or --resume to "
                               "continue an interrupted sequence)\n";
                     return int(Failed);
@@ -233,11 +172,11 @@ Runner defineSequence(CLI::App& command) {
                    << " frames before it are complete\n";
         }
 
-        const int alpha = o->alpha ? 1 : o->noAlpha ? 0 : -1;
         WriteReport report;
         const auto clockStart = std::chrono::steady_clock::now();
-        writer.exportImages(out, o->width, o->height, fps, start, walk.stop(), o->superSampling,
-                            alpha, passesGiven, animationId, QString(), walk.step(), false);
+        writer.exportImages(render.out, o->render.width, o->render.height, fps, start, walk.stop(),
+                            o->render.superSampling, o->render.alphaArgument(), render.passesGiven,
+                            animationId, QString(), walk.step(), false);
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - clockStart).count();
         Host::finishProgress(!writer.wasExportCanceled() && !Host::interrupted());

@@ -3,6 +3,7 @@
 // re-tagged), alpha is the coverage of geometry in the convention the format defines, and the
 // XMP packet says which.
 #include "kaTestSupport.h"
+#include "kaexportProcess.h"
 
 #include <OpenImageIO/imageio.h>
 
@@ -15,23 +16,10 @@
 
 #include <cmath>
 
+using katest::KaexportResult;
+using katest::runKaexport;
+
 namespace {
-
-struct Result {
-    int code;
-    QString out, err;
-};
-
-Result kaexport(const QStringList& args) {
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove("QT_QPA_PLATFORM");
-    process.setProcessEnvironment(env);
-    process.start(KAEXPORT_PATH, args);
-    process.waitForFinished(120000);
-    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError())};
-}
 
 struct Picture {
     int width = 0, height = 0, channels = 0;
@@ -91,8 +79,8 @@ protected:
 };
 
 TEST_F(kaexportColour, FloatFilesAreLinearAndEightBitFilesTheirEncodingWithinOneCodeValue) {
-    ASSERT_EQ(kaexport(QStringList{"snapshot", dir.file("a.exr")} + kSize).code, 0);
-    ASSERT_EQ(kaexport(QStringList{"snapshot", dir.file("a.png")} + kSize).code, 0);
+    ASSERT_EQ(runKaexport(QStringList{"snapshot", dir.file("a.exr")} + kSize).code, 0);
+    ASSERT_EQ(runKaexport(QStringList{"snapshot", dir.file("a.png")} + kSize).code, 0);
     const Picture linear = read(dir.file("a.exr")), encoded = read(dir.file("a.png"));
     ASSERT_EQ(linear.width, encoded.width);
     int worst = 0;
@@ -112,9 +100,9 @@ TEST_F(kaexportColour, FloatFilesAreLinearAndEightBitFilesTheirEncodingWithinOne
 }
 
 TEST_F(kaexportColour, AnotherColourSpaceConvertsThePixelsAndItsProfileDescribesThem) {
-    ASSERT_EQ(kaexport(QStringList{"snapshot", dir.file("srgb.png")} + kSize).code, 0);
-    ASSERT_EQ(kaexport(QStringList{"snapshot", dir.file("adobe.png"), "--icc", "2"} + kSize).code,
-              0);
+    ASSERT_EQ(runKaexport(QStringList{"snapshot", dir.file("srgb.png")} + kSize).code, 0);
+    ASSERT_EQ(
+        runKaexport(QStringList{"snapshot", dir.file("adobe.png"), "--icc", "2"} + kSize).code, 0);
     const Picture srgb = read(dir.file("srgb.png")), adobe = read(dir.file("adobe.png"));
     ASSERT_FALSE(adobe.icc.empty());
     // lcms2 takes the file's own profile back to sRGB.
@@ -153,10 +141,11 @@ TEST_F(kaexportColour, AnotherColourSpaceConvertsThePixelsAndItsProfileDescribes
 }
 
 TEST_F(kaexportColour, PremultipliedExrCompositesOverABackground) {
-    ASSERT_EQ(kaexport(QStringList{"snapshot", dir.file("shot.exr"), "--alpha", "--metadata", "8"} +
-                       kSize)
-                  .code,
-              0);
+    ASSERT_EQ(
+        runKaexport(QStringList{"snapshot", dir.file("shot.exr"), "--alpha", "--metadata", "8"} +
+                    kSize)
+            .code,
+        0);
     const Picture shot = read(dir.file("shot.exr"));
     ASSERT_EQ(shot.channels, 4);
     EXPECT_TRUE(xmpSays(shot.xmp, "PremultipliedAlpha", "True")) << shot.xmp;
@@ -187,10 +176,11 @@ TEST_F(kaexportColour, PremultipliedExrCompositesOverABackground) {
 }
 
 TEST_F(kaexportColour, StraightPngShowsTheAlphaColourWhereNothingIsCovered) {
-    ASSERT_EQ(kaexport(QStringList{"snapshot", dir.file("shot.png"), "--alpha", "--metadata", "8"} +
-                       kSize)
-                  .code,
-              0);
+    ASSERT_EQ(
+        runKaexport(QStringList{"snapshot", dir.file("shot.png"), "--alpha", "--metadata", "8"} +
+                    kSize)
+            .code,
+        0);
     const Picture shot = read(dir.file("shot.png"));
     ASSERT_EQ(shot.channels, 4);
     EXPECT_TRUE(xmpSays(shot.xmp, "PremultipliedAlpha", "False")) << shot.xmp;
@@ -206,9 +196,9 @@ TEST_F(kaexportColour, StraightPngShowsTheAlphaColourWhereNothingIsCovered) {
 }
 
 TEST_F(kaexportColour, AlphaIsTheCoverageOfGeometryInBothRenderers) {
-    ASSERT_EQ(kaexport(QStringList{"snapshot", dir.file("gl.exr"), "--alpha"} + kSize).code, 0);
+    ASSERT_EQ(runKaexport(QStringList{"snapshot", dir.file("gl.exr"), "--alpha"} + kSize).code, 0);
     ASSERT_EQ(
-        kaexport(QStringList{"snapshot", dir.file("rt.exr"), "--alpha", "--raytracing"} + kSize)
+        runKaexport(QStringList{"snapshot", dir.file("rt.exr"), "--alpha", "--raytracing"} + kSize)
             .code,
         0);
     const Picture gl = read(dir.file("gl.exr")), rt = read(dir.file("rt.exr"));
@@ -233,13 +223,13 @@ TEST_F(kaexportColour, AlphaIsTheCoverageOfGeometryInBothRenderers) {
 
 TEST_F(kaexportColour, TheBeautyOfAllPassesIsTheBeautyAlone) {
     ASSERT_EQ(
-        kaexport(QStringList{"snapshot", dir.file("all.exr"), "--raytracing", "--passes", "all"} +
-                 kSize)
+        runKaexport(
+            QStringList{"snapshot", dir.file("all.exr"), "--raytracing", "--passes", "all"} + kSize)
             .code,
         0);
-    ASSERT_EQ(kaexport(QStringList{"snapshot", dir.file("one.exr"), "--raytracing", "--passes",
-                                   "beauty", "--alpha"} +
-                       kSize)
+    ASSERT_EQ(runKaexport(QStringList{"snapshot", dir.file("one.exr"), "--raytracing", "--passes",
+                                      "beauty", "--alpha"} +
+                          kSize)
                   .code,
               0);
     const Picture all = read(dir.file("all-beauty.exr")), one = read(dir.file("one-beauty.exr"));
@@ -248,7 +238,8 @@ TEST_F(kaexportColour, TheBeautyOfAllPassesIsTheBeautyAlone) {
 }
 
 TEST_F(kaexportColour, AColourSpaceWithoutAProfileSaysSoAndTheFileCarriesNone) {
-    Result r = kaexport(QStringList{"snapshot", dir.file("x.png"), "--icc", "4"} + kSize);
+    KaexportResult r =
+        runKaexport(QStringList{"snapshot", dir.file("x.png"), "--icc", "4"} + kSize);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_TRUE(r.err.contains("kaexport snapshot: colour space 4 has no profile (\"Imageprofile\" "
                                "names none); the file carries none"))

@@ -1,6 +1,7 @@
 // kaexport sequence as users run it: a separate process rendering the built-in scene's
 // animation and simulation, its files read back with OpenImageIO.
 #include "kaTestSupport.h"
+#include "kaexportProcess.h"
 
 #include <OpenImageIO/imageio.h>
 
@@ -14,23 +15,10 @@
 
 #include <csignal>
 
+using katest::KaexportResult;
+using katest::runKaexport;
+
 namespace {
-
-struct Result {
-    int code;
-    QString out, err;
-};
-
-Result kaexport(const QStringList& args) {
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove("QT_QPA_PLATFORM");
-    process.setProcessEnvironment(env);
-    process.start(KAEXPORT_PATH, args);
-    process.waitForFinished(300000);
-    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-            QString::fromUtf8(process.readAllStandardError())};
-}
 
 // The pixels as floats; empty when the file does not read back whole.
 std::vector<float> pixels(const QString& file) {
@@ -72,10 +60,11 @@ protected:
 
 TEST_F(kaexportSequence, WritesExactlyWhatFilesListsAndSaysWhatIsPreRolled) {
     const QStringList range = {"--start", "4", "--stop", "10", "--step", "3"};
-    const Result listed = kaexport(QStringList{"files", dir.file("a.png")} + range);
+    const KaexportResult listed = runKaexport(QStringList{"files", dir.file("a.png")} + range);
     ASSERT_EQ(listed.code, 0) << listed.err.toStdString();
     EXPECT_EQ(listed.err, "kaexport files: frames 0 to 3 are pre-rolled, not written\n");
-    const Result r = kaexport(QStringList{"sequence", dir.file("a.png")} + range + small);
+    const KaexportResult r =
+        runKaexport(QStringList{"sequence", dir.file("a.png")} + range + small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     QStringList written;
     for (const QString& name : names())
@@ -92,15 +81,15 @@ TEST_F(kaexportSequence, ExistingFilesNeedForceOrResume) {
     ASSERT_TRUE(taken.open(QIODevice::WriteOnly));
     taken.write("mine");
     taken.close();
-    Result r =
-        kaexport(QStringList{"sequence", dir.file("b.png"), "--start", "0", "--stop", "1"} + small);
+    KaexportResult r = runKaexport(
+        QStringList{"sequence", dir.file("b.png"), "--start", "0", "--stop", "1"} + small);
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(r.err.contains("'" + dir.file("b-00001.png") + "' exists; not overwriting it"))
         << r.err.toStdString();
     EXPECT_EQ(katest::fileBytes(dir.file("b-00001.png")), QByteArray("mine"));
     EXPECT_EQ(names(), QStringList{"b-00001.png"}) << "nothing rendered";
 
-    r = kaexport(
+    r = runKaexport(
         QStringList{"sequence", dir.file("b.png"), "--start", "0", "--stop", "1", "--force"} +
         small);
     EXPECT_EQ(r.code, 0) << r.err.toStdString();
@@ -108,17 +97,17 @@ TEST_F(kaexportSequence, ExistingFilesNeedForceOrResume) {
 }
 
 TEST_F(kaexportSequence, UsageErrorsSayWhy) {
-    Result r = kaexport({"sequence", dir.file("c.png"), "--start", "5", "--stop", "2"});
+    KaexportResult r = runKaexport({"sequence", dir.file("c.png"), "--start", "5", "--stop", "2"});
     EXPECT_EQ(r.code, 2);
     EXPECT_TRUE(r.err.contains("the stop frame 2 is before the start frame 5"))
         << r.err.toStdString();
-    r = kaexport({"sequence", dir.file("c.png"), "--animation", "Nothing"});
+    r = runKaexport({"sequence", dir.file("c.png"), "--animation", "Nothing"});
     EXPECT_EQ(r.code, 2);
     EXPECT_TRUE(r.err.contains("the scene has no animation 'Nothing'; it has 'BoxAnimation'"))
         << r.err.toStdString();
-    r = kaexport({"sequence", dir.file("c.png"), "--fps", "0"});
+    r = runKaexport({"sequence", dir.file("c.png"), "--fps", "0"});
     EXPECT_EQ(r.code, 2);
-    r = kaexport({"sequence", dir.file("c.png"), "--resume", "--force"});
+    r = runKaexport({"sequence", dir.file("c.png"), "--resume", "--force"});
     EXPECT_EQ(r.code, 2);
     EXPECT_TRUE(names().isEmpty());
 }
@@ -130,9 +119,9 @@ TEST_F(kaexportSequence, AResumedSequenceEqualsOneThatWasNeverInterrupted) {
     QDir(dir.path()).mkdir("whole");
     QDir(dir.path()).mkdir("resumed");
     const QString whole = dir.file("whole/f.png"), resumed = dir.file("resumed/f.png");
-    Result r = kaexport(QStringList{"sequence", whole} + range + small);
+    KaexportResult r = runKaexport(QStringList{"sequence", whole} + range + small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    r = kaexport(QStringList{"sequence", resumed} + range + small);
+    r = runKaexport(QStringList{"sequence", resumed} + range + small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
 
     // As an interrupted run leaves it: frame 8 cut short by an older tool, 11 and 14 missing.
@@ -146,7 +135,7 @@ TEST_F(kaexportSequence, AResumedSequenceEqualsOneThatWasNeverInterrupted) {
     QFile::remove(dir.file("resumed/f-00011.png"));
     QFile::remove(dir.file("resumed/f-00014.png"));
 
-    r = kaexport(QStringList{"sequence", resumed, "--resume"} + range + small);
+    r = runKaexport(QStringList{"sequence", resumed, "--resume"} + range + small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_TRUE(r.out.startsWith("Resuming at frame 8: the 2 frames before it are complete\n"))
         << r.out.toStdString();
@@ -170,18 +159,18 @@ TEST_F(kaexportSequence, AResumedSequenceEqualsOneThatWasNeverInterrupted) {
                     .contains("Simulation time: 0.6\nFrame: 11\n"))
         << "frame 11 is pass 5 of the walk (frames 0, 1, 2, 5, 8, 11), 3 / 25 s each";
 
-    r = kaexport(QStringList{"sequence", resumed, "--resume"} + range + small);
+    r = runKaexport(QStringList{"sequence", resumed, "--resume"} + range + small);
     EXPECT_EQ(r.code, 0);
     EXPECT_EQ(r.out, "All 5 frames are complete; nothing to do\n");
 }
 
 TEST_F(kaexportSequence, ASnapshotOfAFrameEqualsThatFrameOfTheSequence) {
-    Result r = kaexport(
+    KaexportResult r = runKaexport(
         QStringList{"sequence", dir.file("s.png"), "--start", "30", "--stop", "30"} + small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    r = kaexport(QStringList{"snapshot", dir.file("one.png"), "--frame", "30"} + small);
+    r = runKaexport(QStringList{"snapshot", dir.file("one.png"), "--frame", "30"} + small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    r = kaexport(QStringList{"snapshot", dir.file("zero.png")} + small);
+    r = runKaexport(QStringList{"snapshot", dir.file("zero.png")} + small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     const std::vector<float> frame = pixels(dir.file("s-00030.png"));
     ASSERT_FALSE(frame.empty());
@@ -190,9 +179,9 @@ TEST_F(kaexportSequence, ASnapshotOfAFrameEqualsThatFrameOfTheSequence) {
 }
 
 TEST_F(kaexportSequence, TheAnimationOptionDrivesTheFrames) {
-    Result r = kaexport(QStringList{"sequence", dir.file("m.png"), "--start", "1", "--stop", "1",
-                                    "--animation", "BoxAnimation"} +
-                        small);
+    KaexportResult r = runKaexport(QStringList{"sequence", dir.file("m.png"), "--start", "1",
+                                               "--stop", "1", "--animation", "BoxAnimation"} +
+                                   small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_TRUE(annotationWithoutClocks(dir.file("m-00001.png"))
                     .endsWith("Frame: 1\nAnimation object: BoxAnimation\n"));
@@ -200,12 +189,9 @@ TEST_F(kaexportSequence, TheAnimationOptionDrivesTheFrames) {
 
 TEST_F(kaexportSequence, CtrlCKeepsTheFinishedFramesAndResumeCompletesThem) {
     QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove("QT_QPA_PLATFORM");
-    process.setProcessEnvironment(env);
-    const QStringList args =
-        QStringList{"sequence", dir.file("long.png"), "--start", "0", "--stop", "400"} + small;
-    process.start(KAEXPORT_PATH, args);
+    katest::startKaexport(
+        process,
+        QStringList{"sequence", dir.file("long.png"), "--start", "0", "--stop", "400"} + small);
     ASSERT_TRUE(process.waitForStarted());
     // Interrupted once a few frames are on disk.
     while (!QFileInfo::exists(dir.file("long-00003.png")) && process.state() == QProcess::Running)
@@ -222,7 +208,7 @@ TEST_F(kaexportSequence, CtrlCKeepsTheFinishedFramesAndResumeCompletesThem) {
         EXPECT_FALSE(pixels(dir.file(name)).empty()) << name.toStdString() << " is whole";
     }
 
-    const Result r = kaexport(
+    const KaexportResult r = runKaexport(
         QStringList{"sequence", dir.file("long.png"), "--start", "0", "--stop", "12", "--resume"} +
         small);
     EXPECT_EQ(r.code, 0) << r.err.toStdString();
@@ -234,10 +220,10 @@ TEST_F(kaexportSequence, AnImportedSceneMovesWithItsOwnAnimation) {
     scene.write(katest::animatedGltf());
     scene.close();
     QDir(dir.path()).mkdir("out");
-    Result r = kaexport(QStringList{"--scene", dir.file("moving.gltf"), "sequence",
-                                    dir.file("out/m.png"), "--start", "0", "--stop", "30", "--step",
-                                    "15", "--animation", "Move"} +
-                        small);
+    KaexportResult r = runKaexport(QStringList{"--scene", dir.file("moving.gltf"), "sequence",
+                                               dir.file("out/m.png"), "--start", "0", "--stop",
+                                               "30", "--step", "15", "--animation", "Move"} +
+                                   small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     const std::vector<float> first = pixels(dir.file("out/m-00000.png")),
                              middle = pixels(dir.file("out/m-00015.png")),
@@ -247,13 +233,14 @@ TEST_F(kaexportSequence, AnImportedSceneMovesWithItsOwnAnimation) {
     EXPECT_NE(middle, last);
     // At 30 frames a second, frame 30 is the end of the one-second animation: the same as a
     // snapshot of frame 60 at 60 frames a second.
-    r = kaexport(QStringList{"--scene", dir.file("moving.gltf"), "--set", "MovieExport fps=60",
-                             "snapshot", dir.file("out/end.png"), "--frame", "60"} +
-                 small);
+    r = runKaexport(QStringList{"--scene", dir.file("moving.gltf"), "--set", "MovieExport fps=60",
+                                "snapshot", dir.file("out/end.png"), "--frame", "60"} +
+                    small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    r = kaexport(QStringList{"--scene", dir.file("moving.gltf"), "sequence", dir.file("out/s.png"),
-                             "--fps", "30", "--start", "30", "--stop", "30"} +
-                 small);
+    r = runKaexport(QStringList{"--scene", dir.file("moving.gltf"), "sequence",
+                                dir.file("out/s.png"), "--fps", "30", "--start", "30", "--stop",
+                                "30"} +
+                    small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_EQ(pixels(dir.file("out/end.png")), pixels(dir.file("out/s-00030.png")));
 }

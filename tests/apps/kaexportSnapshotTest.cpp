@@ -1,6 +1,7 @@
 // kaexport as users run it: a separate process rendering the built-in scene, its files read
 // back with OpenImageIO and exiv2, its exit codes and messages.
 #include "kaTestSupport.h"
+#include "kaexportProcess.h"
 
 #include <OpenImageIO/imageio.h>
 
@@ -17,25 +18,10 @@
 #include <cstring>
 #include <map>
 
+using katest::KaexportResult;
+using katest::runKaexport;
+
 namespace {
-
-struct Result {
-    int code;
-    QString out, err;
-    QByteArray bytes; // standard output as it came
-};
-
-Result kaexport(const QStringList& args, int timeoutMs = 120000) {
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove("QT_QPA_PLATFORM");
-    process.setProcessEnvironment(env);
-    process.start(KAEXPORT_PATH, args);
-    process.waitForFinished(timeoutMs);
-    const QByteArray out = process.readAllStandardOutput();
-    return {process.exitCode(), QString::fromUtf8(out),
-            QString::fromUtf8(process.readAllStandardError()), out};
-}
 
 std::unique_ptr<OIIO::ImageInput> open(const QString& path) {
     return OIIO::ImageInput::open(path.toStdString());
@@ -49,27 +35,27 @@ protected:
 };
 
 TEST_F(kaexportSnapshot, WritesTheBuiltInSceneWithEverythingInIt) {
-    Result r = kaexport({"--set",
-                         "ImageExport sig color=255,0,255",
-                         "--set",
-                         "ImageExport sig comment=HHHHHHHH",
-                         "--set",
-                         "ImageExport sig font size=20",
-                         "snapshot",
-                         dir.file("shot.png"),
-                         "--width",
-                         "320",
-                         "--height",
-                         "180",
-                         "--ss",
-                         "1",
-                         "--dpi",
-                         "300",
-                         "--metadata",
-                         "8",
-                         "--signature",
-                         "--icc",
-                         "2"});
+    KaexportResult r = runKaexport({"--set",
+                                    "ImageExport sig color=255,0,255",
+                                    "--set",
+                                    "ImageExport sig comment=HHHHHHHH",
+                                    "--set",
+                                    "ImageExport sig font size=20",
+                                    "snapshot",
+                                    dir.file("shot.png"),
+                                    "--width",
+                                    "320",
+                                    "--height",
+                                    "180",
+                                    "--ss",
+                                    "1",
+                                    "--dpi",
+                                    "300",
+                                    "--metadata",
+                                    "8",
+                                    "--signature",
+                                    "--icc",
+                                    "2"});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_TRUE(r.out.startsWith("Wrote " + dir.file("shot.png"))) << r.out.toStdString();
     auto in = open(dir.file("shot.png"));
@@ -96,8 +82,9 @@ TEST_F(kaexportSnapshot, WritesTheBuiltInSceneWithEverythingInIt) {
 }
 
 TEST_F(kaexportSnapshot, FloatAlphaExrAndStereoNames) {
-    Result r = kaexport({"--set", "ImageExport stereo mode=1", "snapshot", dir.file("eyes.exr"),
-                         "--width", "96", "--height", "64", "--alpha"});
+    KaexportResult r =
+        runKaexport({"--set", "ImageExport stereo mode=1", "snapshot", dir.file("eyes.exr"),
+                     "--width", "96", "--height", "64", "--alpha"});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     for (const char* name : {"eyes-left.exr", "eyes-right.exr"}) {
         auto in = open(dir.file(name));
@@ -108,13 +95,13 @@ TEST_F(kaexportSnapshot, FloatAlphaExrAndStereoNames) {
 }
 
 TEST_F(kaexportSnapshot, PassesAsFilesAndAsOneLayeredExr) {
-    Result files = kaexport(
+    KaexportResult files = runKaexport(
         {"snapshot", dir.file("p.png"), "--width", "64", "--height", "48", "--passes", "beauty"});
     ASSERT_EQ(files.code, 0) << files.err.toStdString();
     EXPECT_TRUE(open(dir.file("p-beauty.png")));
-    Result layered =
-        kaexport({"--set", "ImageExport multi layer exr=true", "snapshot", dir.file("l.exr"),
-                  "--width", "64", "--height", "48", "--passes", "beauty"});
+    KaexportResult layered =
+        runKaexport({"--set", "ImageExport multi layer exr=true", "snapshot", dir.file("l.exr"),
+                     "--width", "64", "--height", "48", "--passes", "beauty"});
     ASSERT_EQ(layered.code, 0) << layered.err.toStdString();
     auto in = open(dir.file("l.exr"));
     ASSERT_TRUE(in);
@@ -123,9 +110,9 @@ TEST_F(kaexportSnapshot, PassesAsFilesAndAsOneLayeredExr) {
 
 TEST_F(kaexportSnapshot, RaytracedPassesIntoOneLayeredExr) {
     // The program's own options may follow the command's.
-    Result r =
-        kaexport({"snapshot", dir.file("out.exr"), "--raytracing", "--passes", "all", "--width",
-                  "64", "--height", "48", "--set", "ImageExport multi layer exr=true"});
+    KaexportResult r =
+        runKaexport({"snapshot", dir.file("out.exr"), "--raytracing", "--passes", "all", "--width",
+                     "64", "--height", "48", "--set", "ImageExport multi layer exr=true"});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files), QStringList{"out.exr"});
     auto in = open(dir.file("out.exr"));
@@ -147,10 +134,10 @@ TEST_F(kaexportSnapshot, RaytracedPassesIntoOneLayeredExr) {
 // Every layer of a raytraced all-pass file rendered in many tiles equals the one-tile file.
 TEST_F(kaexportSnapshot, RaytracedLayeredExrInTilesEqualsTheWholeOne) {
     auto render = [&](const char* name, const char* budget) {
-        Result r =
-            kaexport({"snapshot", dir.file(name), "--raytracing", "--passes", "all", "--width",
-                      "389", "--height", "263", "--set", "ImageExport multi layer exr=true",
-                      "--set", QString("Image Export Max Framebuffer Memory=") + budget});
+        KaexportResult r =
+            runKaexport({"snapshot", dir.file(name), "--raytracing", "--passes", "all", "--width",
+                         "389", "--height", "263", "--set", "ImageExport multi layer exr=true",
+                         "--set", QString("Image Export Max Framebuffer Memory=") + budget});
         EXPECT_EQ(r.code, 0) << r.err.toStdString();
         std::vector<float> pixels;
         auto in = open(dir.file(name));
@@ -173,8 +160,8 @@ TEST_F(kaexportSnapshot, RaytracedLayeredExrInTilesEqualsTheWholeOne) {
 }
 
 TEST_F(kaexportSnapshot, RaytracedPassesAsOneFileEach) {
-    Result r = kaexport({"snapshot", dir.file("out.exr"), "--raytracing", "--passes", "all",
-                         "--width", "64", "--height", "48"});
+    KaexportResult r = runKaexport({"snapshot", dir.file("out.exr"), "--raytracing", "--passes",
+                                    "all", "--width", "64", "--height", "48"});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     const QStringList files = QDir(dir.path()).entryList(QDir::Files);
     EXPECT_EQ(files.size(), 47);
@@ -187,12 +174,13 @@ TEST_F(kaexportSnapshot, RaytracedPassesAsOneFileEach) {
 }
 
 TEST_F(kaexportSnapshot, FastToFilesAndToMemory) {
-    Result files =
-        kaexport({"fast", dir.file("f.png"), "--count", "3", "--width", "64", "--height", "48"});
+    KaexportResult files =
+        runKaexport({"fast", dir.file("f.png"), "--count", "3", "--width", "64", "--height", "48"});
     ASSERT_EQ(files.code, 0) << files.err.toStdString();
     for (const char* name : {"f-00000.png", "f-00001.png", "f-00002.png"})
         EXPECT_TRUE(open(dir.file(name))) << name;
-    Result memory = kaexport({"fast", "-", "--count", "2", "--width", "64", "--height", "48"});
+    KaexportResult memory =
+        runKaexport({"fast", "-", "--count", "2", "--width", "64", "--height", "48"});
     ASSERT_EQ(memory.code, 0);
     EXPECT_EQ(memory.bytes.count(QByteArray("\x89"
                                             "PNG\r\n")),
@@ -207,13 +195,13 @@ TEST_F(kaexportSnapshot, ExistingFilesNeedForce) {
     ASSERT_TRUE(existing.open(QIODevice::WriteOnly));
     existing.write("old");
     existing.close();
-    Result refused =
-        kaexport({"snapshot", dir.file("taken.png"), "--width", "32", "--height", "32"});
+    KaexportResult refused =
+        runKaexport({"snapshot", dir.file("taken.png"), "--width", "32", "--height", "32"});
     EXPECT_EQ(refused.code, 1);
     EXPECT_TRUE(refused.err.contains("exists; not overwriting it (use --force)"));
     EXPECT_EQ(QFileInfo(dir.file("taken.png")).size(), 3);
-    Result forced =
-        kaexport({"snapshot", dir.file("taken.png"), "--width", "32", "--height", "32", "--force"});
+    KaexportResult forced = runKaexport(
+        {"snapshot", dir.file("taken.png"), "--width", "32", "--height", "32", "--force"});
     EXPECT_EQ(forced.code, 0) << forced.err.toStdString();
     EXPECT_TRUE(open(dir.file("taken.png")));
 }
@@ -251,7 +239,7 @@ TEST_F(kaexportSnapshot, BadInputGetsAClearMessageAndNoFile) {
         {{"snapshot", dir.file("a.png"), "--passes", "beauty,glow"}, 2, "glow"},
     };
     for (const Case& c : cases) {
-        Result r = kaexport(c.args);
+        KaexportResult r = runKaexport(c.args);
         EXPECT_EQ(r.code, c.code) << c.args.join(' ').toStdString() << "\n" << r.err.toStdString();
         EXPECT_TRUE(r.err.contains(c.says)) << c.args.join(' ').toStdString() << "\n"
                                             << r.err.toStdString();
@@ -262,12 +250,9 @@ TEST_F(kaexportSnapshot, BadInputGetsAClearMessageAndNoFile) {
 
 TEST_F(kaexportSnapshot, CtrlCCancelsCleanly) {
     QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove("QT_QPA_PLATFORM");
-    process.setProcessEnvironment(env);
-    process.start(KAEXPORT_PATH,
-                  {"--set", "Image Export Max Framebuffer Memory=4", "snapshot",
-                   dir.file("long.png"), "--width", "3000", "--height", "3000", "--ss", "3"});
+    katest::startKaexport(process, {"--set", "Image Export Max Framebuffer Memory=4", "snapshot",
+                                    dir.file("long.png"), "--width", "3000", "--height", "3000",
+                                    "--ss", "3"});
     ASSERT_TRUE(process.waitForStarted());
     // Wait until the render shows progress, then interrupt it.
     QByteArray err;
@@ -294,12 +279,9 @@ TEST_F(kaexportSnapshot, CtrlCStopsARaytracedAllPassRenderWithinASecond) {
     const double limit = 1.0;
 #endif
     QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove("QT_QPA_PLATFORM");
-    process.setProcessEnvironment(env);
-    process.start(KAEXPORT_PATH,
-                  QStringList{"snapshot", dir.file("rt.exr"), "--raytracing", "--passes", "all"} +
-                      size);
+    katest::startKaexport(
+        process,
+        QStringList{"snapshot", dir.file("rt.exr"), "--raytracing", "--passes", "all"} + size);
     ASSERT_TRUE(process.waitForStarted());
     // Progress moves inside the first sample; the interrupt comes there.
     QByteArray err;
@@ -341,8 +323,9 @@ std::map<QString, QString> exportXmp(const QString& file) {
 
 TEST_F(kaexportSnapshot, EveryMetadataFlagWritesItsPartWhenTheSceneHasIt) {
     // The built-in scene has a camera, a switch and a material switch; raytraced with a pass.
-    Result r = kaexport({"snapshot", dir.file("all.png"), "--width", "64", "--height", "48",
-                         "--metadata", "255", "--raytracing", "--passes", "beauty"});
+    KaexportResult r =
+        runKaexport({"snapshot", dir.file("all.png"), "--width", "64", "--height", "48",
+                     "--metadata", "255", "--raytracing", "--passes", "beauty"});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     auto fields = exportXmp(dir.file("all-beauty.png"));
     EXPECT_EQ(fields["CameraName"], "Camera 1");
@@ -357,7 +340,7 @@ TEST_F(kaexportSnapshot, EveryMetadataFlagWritesItsPartWhenTheSceneHasIt) {
     EXPECT_TRUE(fields["NodeVisibility"].contains("Chrome Cube=1"));
 
     // Rendered with OpenGL, nothing was raytraced: no raytracing settings to record.
-    r = kaexport(
+    r = runKaexport(
         {"snapshot", dir.file("gl.png"), "--width", "64", "--height", "48", "--metadata", "72"});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     fields = exportXmp(dir.file("gl.png"));
@@ -371,8 +354,8 @@ TEST_F(kaexportSnapshot, EveryMetadataFlagWritesItsPartWhenTheSceneHasIt) {
               "v 1 1 1\nv -1 1 1\nf 1 2 3 4\nf 5 8 7 6\nf 1 5 6 2\nf 2 6 7 3\nf 3 7 8 4\n"
               "f 5 1 4 8\n");
     obj.close();
-    r = kaexport({"--scene", dir.file("cube.obj"), "snapshot", dir.file("cube.jpg"), "--width",
-                  "64", "--height", "48", "--metadata", "1"});
+    r = runKaexport({"--scene", dir.file("cube.obj"), "snapshot", dir.file("cube.jpg"), "--width",
+                     "64", "--height", "48", "--metadata", "1"});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     fields = exportXmp(dir.file("cube.jpg"));
     EXPECT_EQ(fields["CameraName"], "Automatic Camera");
@@ -380,8 +363,8 @@ TEST_F(kaexportSnapshot, EveryMetadataFlagWritesItsPartWhenTheSceneHasIt) {
 }
 
 TEST_F(kaexportSnapshot, FastFilesCarryTheProfileAndTheMetadataLikeEveryFile) {
-    Result r = kaexport({"fast", dir.file("f.png"), "--count", "1", "--width", "64", "--height",
-                         "48", "--metadata", "1", "--icc", "2"});
+    KaexportResult r = runKaexport({"fast", dir.file("f.png"), "--count", "1", "--width", "64",
+                                    "--height", "48", "--metadata", "1", "--icc", "2"});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_EQ(exportXmp(dir.file("f.png"))["CameraName"], "Camera 1");
     auto in = open(dir.file("f.png"));
