@@ -334,7 +334,10 @@ void kaImageWriter::SequenceExport::renderLocally() {
             _writer._exportCanceled = true;
             aborted = true;
         }
-        frame += frame < _r.start ? 1 : _r.step;
+        const int advance = frame < _r.start ? 1 : _r.step;
+        if (frame > _r.stop - advance)
+            break; // the next frame would pass the stop (or overflow)
+        frame += advance;
     }
 
     _widget->getTotalProgress()->setValue(_widget->getTotalProgress()->maximum());

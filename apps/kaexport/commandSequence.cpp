@@ -157,7 +157,8 @@ Runner defineSequence(CLI::App& command) {
         kaAtomicFile::setReplaceExisting(o->force || o->resume);
         kaController::setBatchOverwrite(o->force || o->resume);
 
-        int start = o->start;
+        // Resolved here, so that the export counts its progress over the frames it writes.
+        int start = walk.start();
         if (first > 0) {
             // The resumed export pre-rolls to its start frame one frame at a time, where the
             // first run stepped by the frame step from its start on. The simulation clock starts
