@@ -26,6 +26,14 @@ public:
     // Evaluates one animation at 'frame'.
     static void evaluateByFrame(const osg::AnimNodeBasePtr& node, int frame, bool evaluate,
                                 bool notify, bool reserved);
+    // Motion blur of progressive renders: each sample sees the animations at its own moment
+    // inside the shutter, which is open 'frames' long around the current frame (0: no blur,
+    // the default). applyMotionBlur(k, n) evaluates every live animation for sample k of n;
+    // resetMotionBlur() evaluates them at the current frame again.
+    static void setMotionBlurShutter(float frames);
+    static float getMotionBlurShutter();
+    static void applyMotionBlur(int sample, int samples);
+    static void resetMotionBlur();
     // Recomputes the curves of an animation after its keys or evaluation time changed.
     static void updateCameraShotCurves(const osg::AnimNodeBasePtr& node);
 };

@@ -153,3 +153,25 @@ TEST_F(BuiltinScene, ConstraintsKeepTheSunOnTheBoxAndTheLampAboveIt) {
     kaAnimManager::setCurrentFrame(0, true, false);
     kaConstraintManager::evaluateConstraints();
 }
+
+TEST_F(BuiltinScene, MotionBlurSpreadsSamplesOverTheShutter) {
+    const osg::NodePtr box = named("Box");
+    kaAnimManager::setCurrentFrame(40, true, false);
+    const float atFrame = positionOf(box).x;
+    kaAnimManager::applyMotionBlur(0, 4);
+    EXPECT_EQ(positionOf(box).x, atFrame) << "no blur without a shutter";
+
+    kaAnimManager::setMotionBlurShutter(2.0f);
+    kaAnimManager::applyMotionBlur(0, 4); // frame 40 - 0.75
+    const float first = positionOf(box).x;
+    kaAnimManager::applyMotionBlur(3, 4); // frame 40 + 0.75
+    const float last = positionOf(box).x;
+    EXPECT_LT(first, atFrame) << "the box moves to +x over these frames";
+    EXPECT_GT(last, atFrame);
+    EXPECT_NEAR(atFrame - first, last - atFrame, 0.01f * (last - first));
+    kaAnimManager::resetMotionBlur();
+    EXPECT_EQ(positionOf(box).x, atFrame);
+    EXPECT_EQ(kaAnimManager::getCurrentFrame(), 40) << "the frame stays";
+    kaAnimManager::setMotionBlurShutter(0.0f);
+    kaAnimManager::setCurrentFrame(0, true, false);
+}
