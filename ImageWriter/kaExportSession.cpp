@@ -1,5 +1,7 @@
 #include "kaExportSession_p.h"
 
+#include "OSGChangeList.h"
+#include "kaAnimManager.h"
 #include "kaImageWriter.h"
 #include "kaLog.h"
 #include "kaOSGWidget.h"
@@ -36,6 +38,30 @@ bool rendersOnCluster(const kaOSGWidget& view, const QString& clusterSetup) {
 
 bool lacksAlpha(const QString& extension) {
     return extension == "jpg" || extension == "jpeg" || extension == "bmp";
+}
+
+osg::AnimNodeBasePtr animationOf(long long id) {
+    osg::FieldContainerPtr container =
+        osg::FieldContainerFactory::the().getContainer(uint32_t(uint64_t(id) & 0xffffffffu));
+    return osg::AnimNodeBasePtr(dynamic_cast<osg::AnimNodeBase*>(container.get()));
+}
+
+void showFrame(long long animationId, const osg::AnimNodeBasePtr& animation, int frame,
+               int startFrame) {
+    if (animation) {
+        if (frame == startFrame) {
+            animation->setLastEvaluationTime(float(frame));
+            osg::ChangeList::getCurrent()->addChanged(
+                osg::FieldContainerPtr(animation.get()),
+                osg::AnimNodeBase::LastEvaluationTimeFieldMask);
+            animation->changed(osg::AnimNodeBase::LastEvaluationTimeFieldMask);
+            kaAnimManager::updateCameraShotCurves(animation);
+        }
+        kaAnimManager::setCurrentFrameNoEvaluation(frame, false);
+        kaAnimManager::evaluateByFrame(animation, frame, true, true, false);
+    } else if (!animationId) {
+        kaAnimManager::setCurrentFrame(frame, true, false);
+    }
 }
 
 bool rendersFloat(const QString& format, bool tiffHDR) {

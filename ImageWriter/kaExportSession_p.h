@@ -3,6 +3,7 @@
 // What the exports share while they run: their clock, their refusals, and the host state they
 // change and give back. Internal to the library; GUI thread only.
 
+#include "OSGAnimNodeBase.h"
 #include "OSGViewport.h"
 #include "kaWinPower.h"
 
@@ -27,6 +28,15 @@ bool rendersOnCluster(const kaOSGWidget& view, const QString& clusterSetup);
 
 // Whether a file of this lower-case extension can't hold an alpha channel (JPEG, BMP).
 bool lacksAlpha(const QString& lowerExtension);
+
+// The animation that a field-container id names, when it names one: ids are 32 bits wide
+// inside the scene graph.
+osg::AnimNodeBasePtr animationOf(long long id);
+// Moves the scene to 'frame' of an export that started at 'startFrame': with an animation id
+// that animation alone (told at the start frame that its evaluation starts there), without
+// one the host's whole timeline; an id that names no animation moves nothing.
+void showFrame(long long animationId, const osg::AnimNodeBasePtr& animation, int frame,
+               int startFrame);
 
 // Whether a file of this upper-case extension is rendered in 32-bit float: HDR and EXR always,
 // TIFF and Photoshop files with the writer's TIFF HDR flag.

@@ -186,6 +186,16 @@ public:
                       __int64 animationNodeId, const QString& clusterSetup, int frameStep,
                       bool tonemapHDR);
 
+    // An animation into one movie file (AVI, or MP4, MKV, MOV by the extension; ".avi" is
+    // added to a name without one), frames 0 to 'stopFrame' with the frames before
+    // 'startFrame' stepped through and not recorded. Width and height are cut to multiples of
+    // 40 first; then negative values, like negative fps, frames and supersampling, take the
+    // preferences. The codec comes from the system's compression dialog, or without it
+    // ('noCompressionDialog', or no GUI) from the platform's default.
+    void exportAVI(const QString& filename, int width, int height, int fps, int startFrame,
+                   int stopFrame, int superSampling, __int64 animationNodeId,
+                   const QString& clusterSetup, bool noCompressionDialog);
+
     // Repeated captures at one resolution: init builds the render dialog once (a negative
     // supersampling factor selects fast mode with its magnitude), each exportImageFast renders
     // and saves one picture (or returns it as PNG bytes), terminate drops the dialog.

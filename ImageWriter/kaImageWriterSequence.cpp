@@ -8,9 +8,7 @@
 #include "kaExportSession_p.h"
 
 #include "OSGAnimNodeBase.h"
-#include "OSGChangeList.h"
 #include "OSGExternalThread.h"
-#include "kaAnimManager.h"
 #include "kaConstraintManager.h"
 #include "kaController.h"
 #include "kaFile.h"
@@ -41,13 +39,6 @@ using kaExportSession::refuse;
 using kaExportSession::warn;
 
 namespace {
-
-// The animation that an id names, when it is one: ids are 32 bits wide inside the scene graph.
-osg::AnimNodeBasePtr findAnimation(__int64 id) {
-    osg::FieldContainerPtr container =
-        osg::FieldContainerFactory::the().getContainer(uint32_t(uint64_t(id) & 0xffffffffu));
-    return osg::AnimNodeBasePtr(dynamic_cast<osg::AnimNodeBase*>(container.get()));
-}
 
 // The date, the clocks and the frame that each file of a sequence records about itself.
 QString annotationText(int frame, const osg::AnimNodeBasePtr& animation) {
@@ -246,7 +237,8 @@ void kaImageWriter::SequenceExport::storeMetaDataSettings() {
             kaRaytracer::getPremultiply(), _writer._alphaColor, _writer._iccProfile, flags);
     if (flags & 16) {
         const osg::AnimNodeBasePtr animation =
-            _r.animationNodeId ? findAnimation(_r.animationNodeId) : osg::AnimNodeBasePtr();
+            _r.animationNodeId ? kaExportSession::animationOf(_r.animationNodeId)
+                               : osg::AnimNodeBasePtr();
         const QString name = animation ? QString::fromStdString(kaNodeUtils::getName(
                                              osg::FieldContainerPtr(animation.get())))
                                        : QString();
@@ -364,23 +356,10 @@ bool kaImageWriter::SequenceExport::renderFrame(int frame, int eye, const QStrin
                                                 const QString& frameName) {
     osg::AnimNodeBasePtr animation;
     if (_r.animationNodeId)
-        animation = findAnimation(_r.animationNodeId);
+        animation = kaExportSession::animationOf(_r.animationNodeId);
     const QString annotation = annotationText(frame, animation);
 
-    if (animation) {
-        if (frame == _r.start) {
-            animation->setLastEvaluationTime(float(frame));
-            osg::ChangeList::getCurrent()->addChanged(
-                osg::FieldContainerPtr(animation.get()),
-                osg::AnimNodeBase::LastEvaluationTimeFieldMask);
-            animation->changed(osg::AnimNodeBase::LastEvaluationTimeFieldMask);
-            kaAnimManager::updateCameraShotCurves(animation);
-        }
-        kaAnimManager::setCurrentFrameNoEvaluation(frame, false);
-        kaAnimManager::evaluateByFrame(animation, frame, true, true, false);
-    } else if (!_r.animationNodeId) {
-        kaAnimManager::setCurrentFrame(frame, true, false);
-    }
+    kaExportSession::showFrame(_r.animationNodeId, animation, frame, _r.start);
     kaConstraintManager::evaluateConstraints();
 
     std::vector<osg::ImagePtr> images = _widget->render(nullptr, eye, true, !_writer._noProgress);

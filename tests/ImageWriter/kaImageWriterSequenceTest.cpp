@@ -423,9 +423,9 @@ TEST_F(SequenceExport, PassFilesAreWrittenInParallelAndAllBeforeTheNextFrame) {
         ASSERT_TRUE(match.hasMatch()) << name;
         const QString pass = match.captured(1);
         int index = -1;
-        for (int i = 0; i < kaRenderPassCount; ++i)
-            if (kaRenderPassNames[size_t(i)] == pass.toStdString())
-                index = i;
+        for (unsigned int i = 0; i < kaRenderPassCount; ++i)
+            if (kaRenderPassNames[i] == pass.toStdString())
+                index = int(i);
         EXPECT_EQ(thread, "imagewriter" + std::to_string(index)) << name;
     }
 }
