@@ -18,12 +18,14 @@ namespace kaexport {
 Runner defineSnapshot(CLI::App& command);
 Runner defineFast(CLI::App& command);
 Runner defineSequence(CLI::App& command);
+Runner defineMovie(CLI::App& command);
 Runner defineFiles(CLI::App& command);
 
 const std::vector<Command>& commands() {
     static const std::vector<Command> table = {
         {"snapshot", "render the scene into an image file", true, defineSnapshot},
         {"sequence", "render the animation into numbered image files", true, defineSequence},
+        {"movie", "render the animation into a movie file (AVI, MP4, MKV, MOV)", true, defineMovie},
         {"fast", "capture the scene repeatedly (files or PNG bytes)", true, defineFast},
         {"files", "list the files an export writes", false, defineFiles},
     };

@@ -281,7 +281,9 @@ DWORD VideoForWindowsVersion() {
 }
 
 void AVIFileInit() {
-    ++g_initialised;
+    // Encoders report their statistics at the info level; only real trouble is worth a line.
+    if (g_initialised++ == 0)
+        av_log_set_level(AV_LOG_ERROR);
 }
 
 void AVIFileExit() {

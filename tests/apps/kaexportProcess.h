@@ -8,6 +8,9 @@
 #include <QString>
 #include <QStringList>
 
+#include <csignal>
+#include <sys/types.h>
+
 namespace katest {
 
 struct KaexportResult {
@@ -22,6 +25,15 @@ inline void startKaexport(QProcess& process, const QStringList& args) {
     env.remove("QT_QPA_PLATFORM");
     process.setProcessEnvironment(env);
     process.start(KAEXPORT_PATH, args);
+}
+
+// Ctrl-C for a kaexport that still runs; false (and nothing sent) when it has ended, so that a
+// finished process never turns the signal onto the test's own process group.
+inline bool interruptKaexport(QProcess& process) {
+    const qint64 pid = process.processId();
+    if (process.state() != QProcess::Running || pid <= 0)
+        return false;
+    return ::kill(pid_t(pid), SIGINT) == 0;
 }
 
 // Runs kaexport to its end (or 'timeoutMs').

@@ -196,7 +196,7 @@ TEST_F(kaexportSequence, CtrlCKeepsTheFinishedFramesAndResumeCompletesThem) {
     // Interrupted once a few frames are on disk.
     while (!QFileInfo::exists(dir.file("long-00003.png")) && process.state() == QProcess::Running)
         process.waitForFinished(20);
-    ::kill(pid_t(process.processId()), SIGINT);
+    ASSERT_TRUE(katest::interruptKaexport(process)) << "it ended before the interrupt";
     ASSERT_TRUE(process.waitForFinished(30000));
     const QByteArray err = process.readAllStandardError();
     EXPECT_EQ(process.exitCode(), 3) << err.toStdString();

@@ -260,7 +260,7 @@ TEST_F(kaexportSnapshot, CtrlCCancelsCleanly) {
         process.waitForReadyRead(200);
         err += process.readAllStandardError();
     }
-    ::kill(pid_t(process.processId()), SIGINT);
+    ASSERT_TRUE(katest::interruptKaexport(process)) << "it ended before the interrupt";
     ASSERT_TRUE(process.waitForFinished(60000));
     err += process.readAllStandardError();
     EXPECT_EQ(process.exitCode(), 3) << err.toStdString();
@@ -291,7 +291,7 @@ TEST_F(kaexportSnapshot, CtrlCStopsARaytracedAllPassRenderWithinASecond) {
     }
     ASSERT_TRUE(err.contains("progress 0% (sample 1 of ")) << err.toStdString();
     const auto interrupted = std::chrono::steady_clock::now();
-    ::kill(pid_t(process.processId()), SIGINT);
+    ASSERT_TRUE(katest::interruptKaexport(process)) << "it ended before the interrupt";
     ASSERT_TRUE(process.waitForFinished(60000));
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - interrupted).count();
