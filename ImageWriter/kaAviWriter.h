@@ -2,15 +2,16 @@
 
 // Writes one movie file through the AVIFile calls: 24-bit frames, stored bottom-up, go into a
 // video stream compressed with the codec chosen in the system's compression dialog (or with
-// zeroed options: the platform's default). Internal to the library; one object per export, on
-// the GUI thread.
+// zeroed options: the platform's default). Internal to the library (exported for its tests);
+// one object per export, on the GUI thread.
 
+#include "ImageWriterExport.h"
 #include "kaWinVideo.h"
 
 #include <cstdint>
 #include <string>
 
-class kaAviWriter {
+class IMAGEWRITER_EXPORT kaAviWriter {
 public:
     // Fills the frame format; calls nothing.
     kaAviWriter(const std::string& fileName, int width, int height, uint32_t frameRate);
