@@ -205,6 +205,7 @@ HRESULT openEncoder(IAVIStream* s, const BITMAPINFOHEADER& format) {
         s->context->time_base = timeBase;
         s->context->framerate = av_inv_q(timeBase);
         s->context->pix_fmt = pixelFormatFor(s->encoder);
+        s->context->thread_count = 0; // every core, in the ways the encoder can use them
         const bool yuv = !(av_pix_fmt_desc_get(s->context->pix_fmt)->flags & AV_PIX_FMT_FLAG_RGB);
         if (yuv) {
             // What players assume for HD video; JPEG's own formats are full range.
@@ -238,7 +239,7 @@ HRESULT openEncoder(IAVIStream* s, const BITMAPINFOHEADER& format) {
             return AVIERR_MEMORY;
         s->converter = sws_getContext(format.biWidth, format.biHeight, AV_PIX_FMT_BGR24,
                                       format.biWidth, format.biHeight, s->context->pix_fmt,
-                                      SWS_BICUBIC | SWS_ACCURATE_RND | SWS_FULL_CHR_H_INT, nullptr,
+                                      SWS_BICUBIC, nullptr,
                                       nullptr, nullptr);
         if (!s->converter)
             return AVIERR_BADFORMAT;
@@ -429,7 +430,13 @@ HRESULT AVIStreamWrite(PAVISTREAM s, LONG start, LONG samples, LPVOID data, LONG
                              s->stream->time_base);
         result = av_interleaved_write_frame(file->muxer, p);
     } else {
-        if (av_frame_make_writable(s->frame) < 0)
+        // A fresh picture for each frame: encoders that work on several frames at once still
+        // hold the ones before, and making those writable would copy them.
+        av_frame_unref(s->frame);
+        s->frame->format = s->context->pix_fmt;
+        s->frame->width = f.biWidth;
+        s->frame->height = f.biHeight;
+        if (av_frame_get_buffer(s->frame, 0) < 0)
             return AVIERR_MEMORY;
         // The rows come bottom-up: read them from the last with a negative stride.
         const uint8_t* last = static_cast<const uint8_t*>(data) + size_t(stride) * (f.biHeight - 1);
