@@ -22,6 +22,7 @@ extern "C" {
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -70,6 +71,23 @@ std::set<IAVIFile*>& openFiles() {
         }
     } registry;
     return registry.files;
+}
+
+std::mutex g_faultMutex;
+std::map<std::string, HRESULT>& injectedFaults() {
+    static std::map<std::string, HRESULT> faults;
+    return faults;
+}
+
+// The code a test set for the next call of 'call', once; AVIERR_OK when none.
+HRESULT injected(const char* call) {
+    std::lock_guard<std::mutex> lock(g_faultMutex);
+    auto it = injectedFaults().find(call);
+    if (it == injectedFaults().end())
+        return AVIERR_OK;
+    const HRESULT code = it->second;
+    injectedFaults().erase(it);
+    return code;
 }
 
 HRESULT fromAvError(int error) {
@@ -239,8 +257,7 @@ HRESULT openEncoder(IAVIStream* s, const BITMAPINFOHEADER& format) {
             return AVIERR_MEMORY;
         s->converter = sws_getContext(format.biWidth, format.biHeight, AV_PIX_FMT_BGR24,
                                       format.biWidth, format.biHeight, s->context->pix_fmt,
-                                      SWS_BICUBIC, nullptr,
-                                      nullptr, nullptr);
+                                      SWS_BICUBIC, nullptr, nullptr, nullptr);
         if (!s->converter)
             return AVIERR_BADFORMAT;
         if (yuv)
@@ -270,6 +287,13 @@ HRESULT openEncoder(IAVIStream* s, const BITMAPINFOHEADER& format) {
 
 } // namespace
 
+namespace kaWinVideoCodecs {
+void failNextCall(const std::string& call, HRESULT code) {
+    std::lock_guard<std::mutex> lock(g_faultMutex);
+    injectedFaults()[call] = code;
+}
+} // namespace kaWinVideoCodecs
+
 BOOL SetRect(RECT* rect, int left, int top, int right, int bottom) {
     if (!rect)
         return FALSE;
@@ -296,6 +320,8 @@ HRESULT AVIFileOpenA(PAVIFILE* out, LPCSTR name, UINT mode, CLSID*) {
     if (!out || !name)
         return AVIERR_BADPARAM;
     *out = nullptr;
+    if (const HRESULT fault = injected("AVIFileOpenA"))
+        return fault;
     if (!(mode & (OF_WRITE | OF_CREATE)))
         return AVIERR_READONLY; // this writer only makes movies
     auto file = std::make_unique<IAVIFile>();
@@ -324,6 +350,8 @@ HRESULT AVIFileCreateStreamA(PAVIFILE file, PAVISTREAM* out, AVISTREAMINFOA* inf
     if (!file || !out || !info)
         return AVIERR_BADPARAM;
     *out = nullptr;
+    if (const HRESULT fault = injected("AVIFileCreateStreamA"))
+        return fault;
     if (info->fccType != streamtypeVIDEO)
         return AVIERR_UNSUPPORTED;
     if (info->dwRate == 0 || info->dwScale == 0)
@@ -354,6 +382,8 @@ HRESULT AVISaveOptionsFree(int streams, LPAVICOMPRESSOPTIONS* options) {
     // The options hold no memory of their own here (no format or codec parameter blocks).
     if (streams < 0 || (streams > 0 && !options))
         return AVIERR_BADPARAM;
+    if (const HRESULT fault = injected("AVISaveOptionsFree"))
+        return fault;
     return AVIERR_OK;
 }
 
@@ -362,6 +392,8 @@ HRESULT AVIMakeCompressedStream(PAVISTREAM* out, PAVISTREAM source, AVICOMPRESSO
     if (!out || !source || !options)
         return AVIERR_BADPARAM;
     *out = nullptr;
+    if (const HRESULT fault = injected("AVIMakeCompressedStream"))
+        return fault;
     if (source->info.fccType != streamtypeVIDEO)
         return AVIERR_UNSUPPORTED;
     AVICOMPRESSOPTIONS chosen = *options;
@@ -385,6 +417,8 @@ HRESULT AVIMakeCompressedStream(PAVISTREAM* out, PAVISTREAM source, AVICOMPRESSO
 HRESULT AVIStreamSetFormat(PAVISTREAM stream, LONG position, LPVOID data, LONG size) {
     if (!stream || !data || size < LONG(sizeof(BITMAPINFOHEADER)))
         return AVIERR_BADPARAM;
+    if (const HRESULT fault = injected("AVIStreamSetFormat"))
+        return fault;
     BITMAPINFOHEADER format;
     std::memcpy(&format, data, sizeof format);
     if (format.biWidth <= 0 || format.biHeight <= 0 || format.biBitCount != 24 ||
@@ -407,6 +441,8 @@ HRESULT AVIStreamWrite(PAVISTREAM s, LONG start, LONG samples, LPVOID data, LONG
         *bytesWritten = 0;
     if (!s || !data || samples != 1)
         return AVIERR_BADPARAM;
+    if (const HRESULT fault = injected("AVIStreamWrite"))
+        return fault;
     if (!s->compressed || !s->stream)
         return AVIERR_UNSUPPORTED;
     const BITMAPINFOHEADER& f = s->format;

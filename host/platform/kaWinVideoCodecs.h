@@ -50,4 +50,9 @@ SaveOptionsAnswer saveOptionsAnswer();
 // The default answer: the dialog, or the logged default without a GUI.
 SaveOptionsAnswer defaultSaveOptionsAnswer();
 
+// For tests: the next call of the AVIFile function 'call' ("AVIFileOpenA", "AVIStreamWrite",
+// ...) fails with 'code' without doing anything, as the system would on a failure that can't be
+// brought about here (no memory, a broken codec). Outside Windows only.
+void failNextCall(const std::string& call, HRESULT code);
+
 } // namespace kaWinVideoCodecs

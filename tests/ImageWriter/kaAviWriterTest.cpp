@@ -118,3 +118,80 @@ TEST_F(AviWriter, WithoutAGuiTheDefaultIsTakenAndLogged) {
     EXPECT_TRUE(log.contains(kaLog::Info,
                              "Video compression for .mp4: H.264 (x264) (no dialog without a GUI)"));
 }
+
+// Each failure of an AVIFile call and the line the writer logs for it.
+struct CallFailure {
+    const char* call;
+    HRESULT code;
+    std::string line; // "NAME" stands for the file name
+};
+
+class AviWriterCallFailure : public AviWriter, public testing::WithParamInterface<CallFailure> {};
+
+TEST_P(AviWriterCallFailure, LogsItsLine) {
+    const CallFailure& failure = GetParam();
+    const std::string name = dir.fileStd("f.avi");
+    std::string line = failure.line;
+    const size_t at = line.find("NAME");
+    if (at != std::string::npos)
+        line.replace(at, 4, name);
+    kaAviWriter writer(name, 80, 40, 25);
+    kaWinVideoCodecs::failNextCall(failure.call, failure.code);
+    katest::LogCapture log;
+    bool ok = writer.initialize(true);
+    if (ok) {
+        std::vector<uint8_t> frame(writer.getBitmapHeader().biSizeImage, 0);
+        ok = writer.addFrame(frame.data());
+    }
+    writer.close();
+    EXPECT_FALSE(ok);
+    ASSERT_FALSE(log.texts(kaLog::Error).empty());
+    EXPECT_EQ(log.texts(kaLog::Error).front(), line);
+    EXPECT_FALSE(QFileInfo::exists(dir.file("f.avi")) &&
+                 std::string(failure.call) != "AVIStreamWrite");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Calls, AviWriterCallFailure,
+    testing::Values(
+        CallFailure{"AVIFileOpenA", AVIERR_BADFORMAT,
+                    "AVI Engine failed to initialize. Check filename NAME.The file couldn't be "
+                    "read, indicating a corrupt file or an unrecognized format."},
+        CallFailure{"AVIFileOpenA", AVIERR_MEMORY,
+                    "AVI Engine failed to initialize. Check filename NAME.The file could not be "
+                    "opened because of insufficient memory."},
+        CallFailure{"AVIFileOpenA", AVIERR_FILEREAD,
+                    "AVI Engine failed to initialize. Check filename NAME.A disk error occurred "
+                    "while reading the file."},
+        CallFailure{"AVIFileOpenA", AVIERR_FILEOPEN,
+                    "AVI Engine failed to initialize. Check filename NAME.A disk error occurred "
+                    "while opening the file."},
+        CallFailure{"AVIFileOpenA", REGDB_E_CLASSNOTREG,
+                    "AVI Engine failed to initialize. Check filename NAME.According to the "
+                    "registry, the type of file specified in AVIFileOpen does not have a "
+                    "handler to process it"},
+        CallFailure{"AVIFileOpenA", AVIERR_ERROR,
+                    "AVI Engine failed to initialize. Check filename NAME."},
+        CallFailure{"AVIFileCreateStreamA", AVIERR_READONLY,
+                    "AVI Stream creation failed. Check Bitmap info. Read only file."},
+        CallFailure{"AVIFileCreateStreamA", AVIERR_MEMORY,
+                    "AVI Stream creation failed. Check Bitmap info."},
+        CallFailure{"AVIMakeCompressedStream", AVIERR_UNSUPPORTED,
+                    "AVI Compressed Stream creation failed.Compression is not supported for "
+                    "this type of data. This error might be returned if you try to compress "
+                    "data that is not audio or video."},
+        CallFailure{"AVIMakeCompressedStream", AVIERR_MEMORY,
+                    "AVI Compressed Stream creation failed. There is not enough memory to "
+                    "complete the operation."},
+        CallFailure{"AVIMakeCompressedStream", AVIERR_NOCOMPRESSOR,
+                    "AVI Compressed Stream creation failed. A suitable compressor cannot be "
+                    "found."},
+        CallFailure{"AVIMakeCompressedStream", AVIERR_ERROR,
+                    "AVI Compressed Stream creation failed."},
+        CallFailure{"AVISaveOptionsFree", AVIERR_MEMORY, "Error releasing memory\n"},
+        CallFailure{"AVIStreamSetFormat", AVIERR_BADFORMAT,
+                    "AVI Compressed Stream format setting failed."},
+        CallFailure{"AVIStreamWrite", AVIERR_FILEWRITE, "Unable to write data to stream."}),
+    [](const testing::TestParamInfo<CallFailure>& info) {
+        return std::string(info.param.call) + "_" + std::to_string(info.index);
+    });
