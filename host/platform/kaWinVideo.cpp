@@ -5,6 +5,8 @@
 // trailer and moves the finished file to its name.
 #include "kaWinVideo.h"
 
+#ifndef _WIN32
+
 #include "kaAtomicFile.h"
 #include "kaLog.h"
 #include "kaWinVideoCodecs.h"
@@ -546,3 +548,5 @@ ULONG AVIFileRelease(PAVIFILE file) {
     delete file;
     return 0;
 }
+
+#endif

@@ -1,5 +1,7 @@
 #include "kaWinVideoCodecs.h"
 
+#ifndef _WIN32
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -142,3 +144,5 @@ SaveOptionsAnswer saveOptionsAnswer() {
 }
 
 } // namespace kaWinVideoCodecs
+
+#endif

@@ -7,6 +7,8 @@
 
 #include "kaWinVideo.h"
 
+#ifndef _WIN32
+
 #include <functional>
 #include <string>
 #include <vector>
@@ -56,3 +58,5 @@ SaveOptionsAnswer defaultSaveOptionsAnswer();
 void failNextCall(const std::string& call, HRESULT code);
 
 } // namespace kaWinVideoCodecs
+
+#endif

@@ -3,6 +3,8 @@
 // default is taken and said in the log.
 #include "kaWinVideoCodecs.h"
 
+#ifndef _WIN32
+
 #include "kaController.h"
 #include "kaLog.h"
 
@@ -80,3 +82,5 @@ SaveOptionsAnswer defaultSaveOptionsAnswer() {
 }
 
 } // namespace kaWinVideoCodecs
+
+#endif
