@@ -1,10 +1,10 @@
 // kaexport movie: the animation into one movie file through the library's movie export.
 #include "kaexportApp.h"
+#include "kaexportFrames.h"
 #include "kaexportHost.h"
 #include "kaexportOptions.h"
 #include "kaexportReport.h"
 
-#include "OSGAnimNodeBase.h"
 #include "kaAnimManager.h"
 #include "kaAtomicFile.h"
 #include "kaController.h"
@@ -43,14 +43,6 @@ void printCodecs(Streams& io) {
     }
     for (const kaVideoCodec& codec : kaWinVideoCodecs::available())
         io.out << "  " << codec.name << ": " << codec.description << "\n";
-}
-
-__int64 animationNamed(const std::string& name) {
-    for (const osg::AnimNodeBasePtr& animation :
-         osg::FieldContainerFactory::the().getContainersOfType<osg::AnimNodeBase>())
-        if (animation->getName() == name)
-            return __int64(animation->getId());
-    return 0;
 }
 
 } // namespace
@@ -141,9 +133,11 @@ Runner defineMovie(CLI::App& command) {
         const std::shared_ptr<void> restoreCompression(
             nullptr, [](void*) { kaWinVideoCodecs::clearDefaultCompression(); });
 
-        __int64 animationId = 0;
-        if (!o->animation.empty() && !(animationId = animationNamed(o->animation))) {
-            io.err << "kaexport movie: the scene has no animation '" << o->animation << "'\n";
+        std::string known;
+        const __int64 animationId = o->animation.empty() ? 0 : animationNamed(o->animation, known);
+        if (!o->animation.empty() && animationId == 0) {
+            io.err << "kaexport movie: the scene has no animation '" << o->animation << "'"
+                   << (known.empty() ? " (it has none)" : "; it has " + known) << "\n";
             return int(UsageError);
         }
         if (!o->force && QFileInfo::exists(out)) {

@@ -7,7 +7,6 @@
 #include "kaexportRenderOptions.h"
 #include "kaexportReport.h"
 
-#include "OSGAnimNodeBase.h"
 #include "kaAnimManager.h"
 #include "kaAtomicFile.h"
 #include "kaController.h"
@@ -33,17 +32,6 @@ struct SequenceOptions {
     int fps = -1, start = -1, stop = -1, step = 1;
     bool force = false, resume = false;
 };
-
-// The id of the animation called 'name'; 0 with the known names in 'known' when there is none.
-__int64 findAnimation(const std::string& name, std::string& known) {
-    for (const osg::AnimNodeBasePtr& animation :
-         osg::FieldContainerFactory::the().getContainersOfType<osg::AnimNodeBase>()) {
-        if (animation->getName() == name)
-            return __int64(animation->getId());
-        known += (known.empty() ? "" : ", ") + ("'" + animation->getName() + "'");
-    }
-    return 0;
-}
 
 // The index of the first written frame whose files are not all there and whole.
 size_t firstIncompleteFrame(const QStringList& files, const FrameWalk& walk) {
@@ -106,7 +94,7 @@ Runner defineSequence(CLI::App& command) {
         __int64 animationId = 0;
         if (!o->animation.empty()) {
             std::string known;
-            animationId = findAnimation(o->animation, known);
+            animationId = animationNamed(o->animation, known);
             if (!animationId) {
                 io.err << "kaexport sequence: the scene has no animation '" << o->animation << "'"
                        << (known.empty() ? " (it has none)" : "; it has " + known) << "\n";

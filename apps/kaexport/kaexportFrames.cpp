@@ -1,5 +1,6 @@
 #include "kaexportFrames.h"
 
+#include "OSGAnimNodeBase.h"
 #include "OSGImageFileHandler.h"
 #include "kaImageWriter.h"
 
@@ -60,6 +61,16 @@ QStringList filesOfFrame(const QStringList& files, const FrameWalk& walk, size_t
     for (size_t i = frameIndex; frames > 0 && i < size_t(files.size()); i += frames)
         result << files[int(i)];
     return result;
+}
+
+__int64 animationNamed(const std::string& name, std::string& known) {
+    for (const osg::AnimNodeBasePtr& animation :
+         osg::FieldContainerFactory::the().getContainersOfType<osg::AnimNodeBase>()) {
+        if (animation->getName() == name)
+            return __int64(animation->getId());
+        known += (known.empty() ? "" : ", ") + ("'" + animation->getName() + "'");
+    }
+    return 0;
 }
 
 bool isCompleteImage(const QString& file) {

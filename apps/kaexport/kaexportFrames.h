@@ -1,10 +1,12 @@
 #pragma once
 
+#include "kaImageWriter.h"
+
 #include <QStringList>
 
-#include <vector>
+#include <string>
 
-class kaImageWriter;
+#include <vector>
 
 namespace kaexport {
 
@@ -38,6 +40,10 @@ QStringList writtenFiles(const kaImageWriter& writer, const QString& out,
 
 // The files of one written frame (every view and pass), taken from writtenFiles()'s list.
 QStringList filesOfFrame(const QStringList& files, const FrameWalk& walk, size_t frameIndex);
+
+// The id of the scene's animation called 'name' (what an export's animation argument takes); 0
+// when there is none, with the names there are, quoted and separated by ", ", in 'known'.
+__int64 animationNamed(const std::string& name, std::string& known);
 
 // Whether a file is there and reads back whole as an image.
 bool isCompleteImage(const QString& file);

@@ -3,11 +3,10 @@
 #include "kaImageWriter.h"
 
 #include "OSGChangeList.h"
-#include "kaADPInterface.h"
 #include "kaBuiltinScene.h"
 #include "kaController.h"
+#include "kaExportProbes.h"
 #include "kaFaultInjection.h"
-#include "kaInterfaceFactory.h"
 #include "kaOSGWidget.h"
 #include "kaPreferences.h"
 #include "kaSimulationTime.h"
@@ -28,55 +27,6 @@
 
 namespace {
 
-// ffprobe's answer for the first video stream: codec, size, rate and frames counted by decoding.
-struct Probe {
-    std::string format, codec, pixelFormat, rate;
-    int width = 0, height = 0, frames = 0;
-};
-
-Probe probe(const QString& file) {
-    QProcess process;
-    process.start("ffprobe",
-                  {"-v", "error", "-count_frames", "-select_streams", "v:0", "-show_entries",
-                   "format=format_name:stream=codec_name,pix_fmt,width,height,r_frame_"
-                   "rate,nb_read_frames",
-                   "-of", "default=noprint_wrappers=1", file});
-    process.waitForFinished(60000);
-    Probe p;
-    for (const QString& line : QString::fromUtf8(process.readAllStandardOutput()).split('\n')) {
-        const QString key = line.section('=', 0, 0), value = line.section('=', 1);
-        if (key == "format_name")
-            p.format = value.toStdString();
-        else if (key == "codec_name")
-            p.codec = value.toStdString();
-        else if (key == "pix_fmt")
-            p.pixelFormat = value.toStdString();
-        else if (key == "r_frame_rate")
-            p.rate = value.toStdString();
-        else if (key == "width")
-            p.width = value.toInt();
-        else if (key == "height")
-            p.height = value.toInt();
-        else if (key == "nb_read_frames")
-            p.frames = value.toInt();
-    }
-    return p;
-}
-
-// Every frame decoded by ffmpeg as RGB bytes, top row first.
-std::vector<std::vector<uint8_t>> decodedFrames(const QString& file, int width, int height) {
-    QProcess process;
-    process.start("ffmpeg",
-                  {"-v", "error", "-i", file, "-f", "rawvideo", "-pix_fmt", "rgb24", "-"});
-    process.waitForFinished(60000);
-    const QByteArray bytes = process.readAllStandardOutput();
-    const int size = width * height * 3;
-    std::vector<std::vector<uint8_t>> frames;
-    for (int at = 0; size > 0 && at + size <= bytes.size(); at += size)
-        frames.emplace_back(bytes.begin() + at, bytes.begin() + at + size);
-    return frames;
-}
-
 // The RGB bytes of an 8-bit image file, top row first.
 std::vector<uint8_t> imageRGB(const QString& file) {
     auto in = OIIO::ImageInput::open(file.toStdString());
@@ -96,16 +46,6 @@ double psnr(const std::vector<uint8_t>& a, const std::vector<uint8_t>& b) {
     const double mse = sum / double(a.size());
     return mse == 0.0 ? 99.0 : 10.0 * std::log10(255.0 * 255.0 / mse);
 }
-
-class TotalProgressRecorder : public kaADPInterface {
-public:
-    TotalProgressRecorder() { kaInterfaceFactory::registerInterface("kaADPInterface", this); }
-    ~TotalProgressRecorder() override {
-        kaInterfaceFactory::registerInterface("kaADPInterface", nullptr);
-    }
-    void imageRenderTotalProgressChanged(int value) override { values.push_back(value); }
-    std::vector<int> values;
-};
 
 } // namespace
 
@@ -152,21 +92,21 @@ protected:
 
 TEST_F(MovieExport, UncompressedAviHoldsTheRenderedFramesAsWindowsStoresThem) {
     exportMovie("plain.avi", 0, 2);
-    const Probe p = probe(dir.file("plain.avi"));
-    EXPECT_EQ(p.format, "avi");
-    EXPECT_EQ(p.codec, "rawvideo");
-    EXPECT_EQ(p.pixelFormat, "bgr24");
-    EXPECT_EQ(p.width, 80);
-    EXPECT_EQ(p.height, 40);
-    EXPECT_EQ(p.rate, "25/1");
-    EXPECT_EQ(p.frames, 3);
+    auto p = katest::probeVideo(dir.file("plain.avi"));
+    EXPECT_EQ(p["format_name"], "avi");
+    EXPECT_EQ(p["codec_name"], "rawvideo");
+    EXPECT_EQ(p["pix_fmt"], "bgr24");
+    EXPECT_EQ(p["width"], "80");
+    EXPECT_EQ(p["height"], "40");
+    EXPECT_EQ(p["r_frame_rate"], "25/1");
+    EXPECT_EQ(p["nb_read_frames"], "3");
 
     // The same frames written as images by the sequence export, from the same start.
     restartClock();
     writer.setNoShowImage(true);
     writer.exportImages(dir.file("still.png"), 80, 40, 25, 0, 2, 0, 0, false, 0, QString(), 1,
                         false);
-    const auto frames = decodedFrames(dir.file("plain.avi"), 80, 40);
+    const auto frames = katest::decodedVideoFrames(dir.file("plain.avi"), 80, 40);
     ASSERT_EQ(frames.size(), 3u);
     for (int f = 0; f < 3; ++f)
         EXPECT_EQ(frames[size_t(f)], imageRGB(dir.file(QString("still-0000%1.png").arg(f))))
@@ -198,10 +138,10 @@ TEST_F(MovieExport, FramesBeforeTheStartArePreRolled) {
     std::vector<double> times;
     const int listener =
         kaController::getSimulationTimer()->addListener([&](double t) { times.push_back(t); });
-    TotalProgressRecorder progress;
+    katest::TotalProgressRecorder progress;
     exportMovie("late.avi", 5, 9);
     kaController::getSimulationTimer()->removeListener(listener);
-    EXPECT_EQ(probe(dir.file("late.avi")).frames, 5);
+    EXPECT_EQ(katest::probeVideo(dir.file("late.avi"))["nb_read_frames"], "5");
     ASSERT_EQ(times.size(), 10u);
     EXPECT_NEAR(times.back(), 9 * 0.04, 1e-6) << "last set at the last frame";
     EXPECT_EQ(times[1] - times[0], double(1.0f / 25.0f)) << "1/fps in single precision";
@@ -213,11 +153,12 @@ TEST_F(MovieExport, SizesAreCutToMultiplesOfFortyBeforeThePreferences) {
     kaPreferences::getData().set("ImageExport width", 100);
     kaPreferences::getData().set("ImageExport height", 60);
     writer.exportAVI(dir.file("cut.avi"), 130, 90, 25, 0, 0, 0, 0, QString(), true);
-    EXPECT_EQ(probe(dir.file("cut.avi")).width, 120);
-    EXPECT_EQ(probe(dir.file("cut.avi")).height, 80);
+    EXPECT_EQ(katest::probeVideo(dir.file("cut.avi"))["width"], "120");
+    EXPECT_EQ(katest::probeVideo(dir.file("cut.avi"))["height"], "80");
     writer.exportAVI(dir.file("prefs.avi"), -40, -45, 25, 0, 0, 0, 0, QString(), true);
-    EXPECT_EQ(probe(dir.file("prefs.avi")).width, 100) << "a preference is used as it is";
-    EXPECT_EQ(probe(dir.file("prefs.avi")).height, 60);
+    EXPECT_EQ(katest::probeVideo(dir.file("prefs.avi"))["width"], "100")
+        << "a preference is used as it is";
+    EXPECT_EQ(katest::probeVideo(dir.file("prefs.avi"))["height"], "60");
 
     katest::LogCapture log;
     writer.exportAVI(dir.file("zero.avi"), -1, 40, 25, 0, 0, 0, 0, QString(), true);
@@ -229,23 +170,23 @@ TEST_F(MovieExport, SizesAreCutToMultiplesOfFortyBeforeThePreferences) {
 
 TEST_F(MovieExport, ANameWithoutExtensionGetsAviAndOthersPickTheirContainer) {
     exportMovie("bare", 0, 0);
-    EXPECT_EQ(probe(dir.file("bare.avi")).format, "avi");
+    EXPECT_EQ(katest::probeVideo(dir.file("bare.avi"))["format_name"], "avi");
     exportMovie("clip.mkv", 0, 1);
-    const Probe mkv = probe(dir.file("clip.mkv"));
-    EXPECT_EQ(mkv.format, "matroska,webm");
-    EXPECT_EQ(mkv.codec, "ffv1");
-    EXPECT_EQ(mkv.frames, 2);
+    auto mkv = katest::probeVideo(dir.file("clip.mkv"));
+    EXPECT_EQ(mkv["format_name"], "matroska,webm");
+    EXPECT_EQ(mkv["codec_name"], "ffv1");
+    EXPECT_EQ(mkv["nb_read_frames"], "2");
     exportMovie("clip.mp4", 0, 1);
-    const Probe mp4 = probe(dir.file("clip.mp4"));
-    EXPECT_EQ(mp4.codec, "h264");
-    EXPECT_EQ(mp4.pixelFormat, "yuv420p");
-    EXPECT_EQ(mp4.frames, 2);
+    auto mp4 = katest::probeVideo(dir.file("clip.mp4"));
+    EXPECT_EQ(mp4["codec_name"], "h264");
+    EXPECT_EQ(mp4["pix_fmt"], "yuv420p");
+    EXPECT_EQ(mp4["nb_read_frames"], "2");
     EXPECT_EQ(files(), (std::vector<std::string>{"bare.avi", "clip.mkv", "clip.mp4"}));
 }
 
 TEST_F(MovieExport, LosslessCodecsKeepEveryPixelAndLossyOnesComeClose) {
     writer.exportAVI(dir.file("raw.avi"), 240, 120, 25, 0, 1, 0, 0, QString(), true);
-    const auto reference = decodedFrames(dir.file("raw.avi"), 240, 120);
+    const auto reference = katest::decodedVideoFrames(dir.file("raw.avi"), 240, 120);
     ASSERT_EQ(reference.size(), 2u);
     kaController::setNoGUI(false);
     for (const char* name : {"ffv1", "huffyuv", "mjpeg", "mpeg4", "h264"}) {
@@ -260,8 +201,9 @@ TEST_F(MovieExport, LosslessCodecsKeepEveryPixelAndLossyOnesComeClose) {
         const QString file = QString("coded-%1.avi").arg(name);
         restartClock();
         writer.exportAVI(dir.file(file), 240, 120, 25, 0, 1, 0, 0, QString(), false);
-        EXPECT_EQ(probe(dir.file(file)).codec, codec->name == "h264" ? "h264" : codec->encoder);
-        const auto frames = decodedFrames(dir.file(file), 240, 120);
+        EXPECT_EQ(katest::probeVideo(dir.file(file))["codec_name"],
+                  codec->name == "h264" ? "h264" : codec->encoder);
+        const auto frames = katest::decodedVideoFrames(dir.file(file), 240, 120);
         ASSERT_EQ(frames.size(), 2u) << name;
         for (size_t f = 0; f < 2; ++f) {
             if (codec->lossless)
@@ -363,7 +305,8 @@ TEST_F(MovieExport, AnAbortKeepsAPlayableMovieOfTheFramesSoFar) {
     kaController::getSimulationTimer()->removeListener(listener);
     EXPECT_TRUE(writer.wasExportCanceled());
     EXPECT_NE(out.find("aborted movie export!\n"), std::string::npos);
-    const Probe p = probe(dir.file("part.avi"));
-    EXPECT_EQ(p.codec, "rawvideo");
-    EXPECT_EQ(p.frames, 3) << "frames 0 and 1, and frame 2 whose render was aborted, repeated";
+    auto p = katest::probeVideo(dir.file("part.avi"));
+    EXPECT_EQ(p["codec_name"], "rawvideo");
+    EXPECT_EQ(p["nb_read_frames"], "3")
+        << "frames 0 and 1, and frame 2 whose render was aborted, repeated";
 }

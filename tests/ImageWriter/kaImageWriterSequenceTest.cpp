@@ -4,13 +4,12 @@
 #include "OSGAnimNodeBase.h"
 #include "OSGChangeList.h"
 #include "OSGExternalThread.h"
-#include "kaADPInterface.h"
 #include "kaAnimManager.h"
 #include "kaBuiltinScene.h"
 #include "kaConstraintManager.h"
 #include "kaController.h"
+#include "kaExportProbes.h"
 #include "kaImageOutStream.h"
-#include "kaInterfaceFactory.h"
 #include "kaNodeUtils.h"
 #include "kaOSGWidget.h"
 #include "kaPreferences.h"
@@ -47,17 +46,6 @@ public:
 
 private:
     int _id;
-};
-
-// The values the render dialog's total progress bar goes through.
-class TotalProgressRecorder : public kaADPInterface {
-public:
-    TotalProgressRecorder() { kaInterfaceFactory::registerInterface("kaADPInterface", this); }
-    ~TotalProgressRecorder() override {
-        kaInterfaceFactory::registerInterface("kaADPInterface", nullptr);
-    }
-    void imageRenderTotalProgressChanged(int value) override { values.push_back(value); }
-    std::vector<int> values;
 };
 
 // Counts the calls of a host loop hook while it lives.
@@ -219,7 +207,7 @@ TEST_P(SequenceStereo, EveryEyeHasItsFileAndTheProgressCountsThem) {
     const int mode = GetParam();
     const int eyes = mode == 1 ? 2 : mode == 2 ? 5 : 9;
     kaPreferences::getData().set("ImageExport stereo mode", mode);
-    TotalProgressRecorder progress;
+    katest::TotalProgressRecorder progress;
     exportPng("eye.png", 1, 3, 2);
     const QStringList expected =
         writer.getExportedImageFilenames(dir.file("eye.png"), {}, false, 1, 3, 2);
@@ -464,8 +452,7 @@ TEST_F(SequenceExport, LayeredExrIsHalfOnlyForTheCapitalExtension) {
 
     // Per-pass files keep their float data: the half conversion belongs to layered files.
     writer.setExportMultiLayer(false);
-    writer.exportImages(dir.file("each.EXR"), 32, 24, 25, 0, 0, 0, 0, true, 0, QString(), 1,
-                        false);
+    writer.exportImages(dir.file("each.EXR"), 32, 24, 25, 0, 0, 0, 0, true, 0, QString(), 1, false);
     auto in = OIIO::ImageInput::open(dir.fileStd("each-beauty-00000.exr"));
     ASSERT_TRUE(in);
     EXPECT_EQ(in->spec().format, OIIO::TypeDesc::FLOAT);

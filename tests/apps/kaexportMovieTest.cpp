@@ -1,4 +1,5 @@
 // kaexport movie as users run it: a separate process, its movies read back with ffprobe.
+#include "kaExportProbes.h"
 #include "kaTestSupport.h"
 #include "kaexportProcess.h"
 
@@ -15,25 +16,7 @@
 using katest::KaexportResult;
 using katest::runKaexport;
 
-namespace {
-
-// ffprobe's fields of the first video stream (and the container's name), frames counted.
-std::map<std::string, std::string> probe(const QString& file) {
-    QProcess process;
-    process.start("ffprobe",
-                  {"-v", "error", "-count_frames", "-select_streams", "v:0", "-show_entries",
-                   "format=format_name:stream=codec_name,pix_fmt,width,height,r_frame_"
-                   "rate,nb_read_frames,color_space,color_range",
-                   "-of", "default=noprint_wrappers=1", file});
-    process.waitForFinished(60000);
-    std::map<std::string, std::string> fields;
-    for (const QString& line : QString::fromUtf8(process.readAllStandardOutput()).split('\n'))
-        if (line.contains('='))
-            fields[line.section('=', 0, 0).toStdString()] = line.section('=', 1).toStdString();
-    return fields;
-}
-
-} // namespace
+namespace {} // namespace
 
 class kaexportMovie : public testing::Test {
 protected:
@@ -55,7 +38,7 @@ TEST_F(kaexportMovie, WritesEachContainerWithItsDefaultCodec) {
         ASSERT_EQ(r.code, 0) << container << ": " << r.err.toStdString();
         EXPECT_TRUE(r.out.startsWith("Wrote " + file)) << r.out.toStdString();
         EXPECT_TRUE(r.err.isEmpty() || !r.err.contains("@ 0x")) << "no encoder chatter";
-        auto p = probe(file);
+        auto p = katest::probeVideo(file);
         EXPECT_EQ(p["codec_name"], codec) << container;
         EXPECT_EQ(p["width"], "120");
         EXPECT_EQ(p["height"], "80");
@@ -75,7 +58,7 @@ TEST_F(kaexportMovie, CodecsQualityAndKeyFramesFromTheCommandLine) {
                                                "3", "--codec", "mjpeg", "--quality", "90"} +
                                    small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    EXPECT_EQ(probe(dir.file("c.avi"))["codec_name"], "mjpeg");
+    EXPECT_EQ(katest::probeVideo(dir.file("c.avi"))["codec_name"], "mjpeg");
     r = runKaexport(QStringList{"movie", dir.file("k.mkv"), "--start", "0", "--stop", "3",
                                 "--codec", "h264", "--keyframes", "2"} +
                     small);
@@ -101,7 +84,7 @@ TEST_F(kaexportMovie, ANameWithoutExtensionIsAnAviAndExistingFilesNeedForce) {
     KaexportResult r =
         runKaexport(QStringList{"movie", dir.file("plain"), "--start", "0", "--stop", "0"} + small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    EXPECT_EQ(probe(dir.file("plain.avi"))["format_name"], "avi");
+    EXPECT_EQ(katest::probeVideo(dir.file("plain.avi"))["format_name"], "avi");
     const QByteArray before = katest::fileBytes(dir.file("plain.avi"));
     r = runKaexport(QStringList{"movie", dir.file("plain.avi"), "--start", "0", "--stop", "1"} +
                     small);
@@ -147,7 +130,7 @@ TEST_F(kaexportMovie, CtrlCFinishesAPlayableMovieOfTheFramesSoFar) {
     ASSERT_TRUE(process.waitForFinished(60000));
     err += process.readAllStandardError();
     EXPECT_EQ(process.exitCode(), 3) << err.toStdString();
-    auto p = probe(dir.file("long.avi"));
+    auto p = katest::probeVideo(dir.file("long.avi"));
     EXPECT_EQ(p["codec_name"], "rawvideo");
     EXPECT_GE(std::stoi(p["nb_read_frames"].empty() ? "0" : p["nb_read_frames"]), 1);
     EXPECT_EQ(names(), QStringList{"long.avi"}) << "nothing staged is left";
