@@ -94,24 +94,13 @@ TEST_F(kaexportMovie, ANameWithoutExtensionIsAnAviAndExistingFilesNeedForce) {
 }
 
 TEST_F(kaexportMovie, AFullDiskNamesTheFileAndLeavesNothing) {
-    QProcess process;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove("QT_QPA_PLATFORM");
-    env.insert("LD_PRELOAD", KA_FAULT_INJECTION_PATH);
-    env.insert("KA_FAULT_DIR", dir.path());
-    env.insert("KA_FAULT_OP", "write");
-    env.insert("KA_FAULT_NTH", "3");
-    env.insert("KA_FAULT_ERRNO", "ENOSPC");
-    process.setProcessEnvironment(env);
-    process.start(KAEXPORT_PATH,
-                  QStringList{"movie", dir.file("full.avi"), "--start", "0", "--stop", "20"} +
-                      small);
-    process.waitForFinished(120000);
-    const QString err = QString::fromUtf8(process.readAllStandardError());
-    EXPECT_EQ(process.exitCode(), 1) << err.toStdString();
+    const KaexportResult r = runKaexport(
+        QStringList{"movie", dir.file("full.avi"), "--start", "0", "--stop", "20"} + small, 120000,
+        katest::failingDiskEnvironment(dir.path(), "write", 3, "ENOSPC"));
+    EXPECT_EQ(r.code, 1) << r.err.toStdString();
     EXPECT_TRUE(
-        err.contains("couldn't write '" + dir.file("full.avi") + "': No space left on device"))
-        << err.toStdString();
+        r.err.contains("couldn't write '" + dir.file("full.avi") + "': No space left on device"))
+        << r.err.toStdString();
     EXPECT_TRUE(names().isEmpty()) << names().join(' ').toStdString();
 }
 

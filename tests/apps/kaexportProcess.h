@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
@@ -19,10 +20,31 @@ struct KaexportResult {
     QByteArray bytes; // standard output as it came
 };
 
-// Starts kaexport with 'args' in 'process' (for tests that signal it while it runs).
-inline void startKaexport(QProcess& process, const QStringList& args) {
+// The environment kaexport runs in: the tests' own, less their offscreen platform.
+inline QProcessEnvironment kaexportEnvironment() {
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.remove("QT_QPA_PLATFORM");
+    return env;
+}
+
+// The same, with the fault library failing the 'nth' 'operation' ("write", "fsync", "close",
+// "rename") on files under 'folder' with 'error' ("ENOSPC", "EIO"), as a full or broken disk.
+inline QProcessEnvironment failingDiskEnvironment(const QString& folder, const char* operation,
+                                                  int nth, const char* error) {
+    QProcessEnvironment env = kaexportEnvironment();
+    env.insert("LD_PRELOAD", KA_FAULT_INJECTION_PATH);
+    env.insert("KA_FAULT_DIR", folder);
+    env.insert("KA_FAULT_OP", operation);
+    env.insert("KA_FAULT_NTH", QString::number(nth));
+    env.insert("KA_FAULT_ERRNO", error);
+    // A sanitizer's runtime must come first; the fault library goes after it all the same.
+    env.insert("ASAN_OPTIONS", env.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
+    return env;
+}
+
+// Starts kaexport with 'args' in 'process' (for tests that signal it while it runs).
+inline void startKaexport(QProcess& process, const QStringList& args,
+                          const QProcessEnvironment& env = kaexportEnvironment()) {
     process.setProcessEnvironment(env);
     process.start(KAEXPORT_PATH, args);
 }
@@ -37,9 +59,10 @@ inline bool interruptKaexport(QProcess& process) {
 }
 
 // Runs kaexport to its end (or 'timeoutMs').
-inline KaexportResult runKaexport(const QStringList& args, int timeoutMs = 300000) {
+inline KaexportResult runKaexport(const QStringList& args, int timeoutMs = 300000,
+                                  const QProcessEnvironment& env = kaexportEnvironment()) {
     QProcess process;
-    startKaexport(process, args);
+    startKaexport(process, args, env);
     process.waitForFinished(timeoutMs);
     const QByteArray out = process.readAllStandardOutput();
     return {process.exitCode(), QString::fromUtf8(out),

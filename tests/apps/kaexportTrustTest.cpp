@@ -3,6 +3,7 @@
 // the file and the cause. kaexport runs as a separate process, on a disk that fails (the
 // fault-injection library loaded into it) and, where the machine allows it, on a full one.
 #include "kaTestSupport.h"
+#include "kaexportProcess.h"
 
 #include <OpenImageIO/imageio.h>
 
@@ -23,37 +24,18 @@ struct Result {
     QString out, err;
 };
 
-QProcessEnvironment baseEnvironment() {
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.remove("QT_QPA_PLATFORM");
-    return env;
-}
-
 Result finish(QProcess& process) {
     process.waitForFinished(120000);
     return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
             QString::fromUtf8(process.readAllStandardError())};
 }
 
-Result kaexport(const QStringList& args, const QProcessEnvironment& env = baseEnvironment()) {
+Result kaexport(const QStringList& args,
+                const QProcessEnvironment& env = katest::kaexportEnvironment()) {
     QProcess process;
     process.setProcessEnvironment(env);
     process.start(KAEXPORT_PATH, args);
     return finish(process);
-}
-
-// kaexport on a disk whose files under 'folder' fail as described.
-QProcessEnvironment failingDisk(const QString& folder, const char* operation, int nth,
-                                const char* error) {
-    QProcessEnvironment env = baseEnvironment();
-    env.insert("LD_PRELOAD", KA_FAULT_INJECTION_PATH);
-    env.insert("KA_FAULT_DIR", folder);
-    env.insert("KA_FAULT_OP", operation);
-    env.insert("KA_FAULT_NTH", QString::number(nth));
-    env.insert("KA_FAULT_ERRNO", error);
-    // A sanitizer's runtime must come first; the fault library goes after it all the same.
-    env.insert("ASAN_OPTIONS", env.value("ASAN_OPTIONS") + ":verify_asan_link_order=0");
-    return env;
 }
 
 const QByteArray kOld = "the good old file";
@@ -115,7 +97,7 @@ TEST_P(kaexportOnAFailingDisk, SnapshotExitsOneNamesTheFileAndKeepsTheOldOne) {
     // With metadata, the XMP toolkit's writes are part of it.
     Result r = kaexport(
         {"snapshot", name, "--width", "640", "--height", "400", "--metadata", "8", "--force"},
-        failingDisk(dir.path(), c.fault.operation, c.fault.nth, c.fault.error));
+        katest::failingDiskEnvironment(dir.path(), c.fault.operation, c.fault.nth, c.fault.error));
     EXPECT_EQ(r.code, 1) << r.err.toStdString();
     EXPECT_TRUE(
         r.err.contains("kaexport snapshot: couldn't write '" + name + "': " + c.fault.cause))
@@ -140,7 +122,7 @@ protected:
 TEST_F(kaexportTrust, FastOnAFailingDiskExitsOneAndLeavesNothing) {
     Result r =
         kaexport({"fast", dir.file("f.png"), "--count", "2", "--width", "640", "--height", "400"},
-                 failingDisk(dir.path(), "write", 1, "ENOSPC"));
+                 katest::failingDiskEnvironment(dir.path(), "write", 1, "ENOSPC"));
     EXPECT_EQ(r.code, 1) << r.err.toStdString();
     EXPECT_TRUE(r.err.contains("kaexport fast: couldn't write '" + dir.file("f-00000.png") +
                                "': No space left on device"))
@@ -171,7 +153,7 @@ TEST_F(kaexportTrust, TwoWritersOfOneNameWithoutForceNeverClobberEachOther) {
     const QString name = dir.file("same.png");
     QProcess first, second;
     for (QProcess* process : {&first, &second}) {
-        process->setProcessEnvironment(baseEnvironment());
+        process->setProcessEnvironment(katest::kaexportEnvironment());
         process->start(KAEXPORT_PATH, {"snapshot", name, "--width", "640", "--height", "400"});
     }
     const Result a = finish(first), b = finish(second);
@@ -266,7 +248,7 @@ TEST_F(kaexportTrust, ANormalRunPrintsOnlyWhatUsersNeed) {
 TEST_F(kaexportTrust, AClosedStandardOutputIsAFailure) {
     // A reader that stops after a few bytes.
     QProcess shell;
-    shell.setProcessEnvironment(baseEnvironment());
+    shell.setProcessEnvironment(katest::kaexportEnvironment());
     shell.start("bash", {"-c",
                          "\"$0\" fast - --count 50 --width 320 --height 200 | head -c 10 "
                          ">/dev/null; exit ${PIPESTATUS[0]}",
