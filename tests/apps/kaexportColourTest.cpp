@@ -167,8 +167,9 @@ TEST_F(kaexportColour, PremultipliedExrCompositesOverABackground) {
                 // Colour times alpha: the background shows as much as alpha leaves.
                 EXPECT_NEAR(comp.at(x, y, c), shot.at(x, y, c) + bg * (1.0f - a), 1e-3f)
                     << x << "," << y;
-                if (a == 0.0f)
+                if (a == 0.0f) {
                     EXPECT_EQ(shot.at(x, y, c), 0.0f) << "nothing where nothing is covered";
+                }
             }
             uncovered += a == 0.0f;
         }
