@@ -127,6 +127,12 @@ void kaPixelEncoder::toLinearOfSpace(const float linear[3], float out[3]) const 
     _impl->space(linear, out);
 }
 
+void kaPixelEncoder::prepare(osg::Image& image) const {
+    if (image.getAlphaMode() != osg::Image::AlphaMode::Independent && !image.isFloat() &&
+        image.hasAlphaChannel())
+        image.setAlphaPremultiplied(false);
+}
+
 void kaPixelEncoder::store(osg::Image& image, int x, int y, int w, int h, const float* rgba,
                            int pictureX, int pictureY) const {
     const Impl& m = *_impl;
@@ -153,8 +159,6 @@ void kaPixelEncoder::store(osg::Image& image, int x, int y, int w, int h, const 
     }
 
     const bool straight = hasAlpha && (isInteger || mode == osg::Image::AlphaMode::Straight);
-    if (isInteger && hasAlpha)
-        image.setAlphaPremultiplied(false);
     const int components = image.getComponents();
     const int32_t type = image.getDataType();
     const size_t valueSize = size_t(image.getComponentSize());

@@ -23,6 +23,10 @@ public:
     kaPixelEncoder(const kaPixelEncoder&) = delete;
     kaPixelEncoder& operator=(const kaPixelEncoder&) = delete;
 
+    // Marks 'image' for what store() puts into it (8-bit images with alpha hold straight
+    // alpha). Called once for an image before its blocks are stored, which may then come from
+    // several threads at once: store() changes only pixels.
+    void prepare(osg::Image& image) const;
     // Writes the w x h block 'rgba' (rows bottom-up, four floats a pixel) into 'image' at
     // (x, y), cut to the image; (pictureX, pictureY) is the block's corner in the whole picture.
     void store(osg::Image& image, int x, int y, int w, int h, const float* rgba, int pictureX,

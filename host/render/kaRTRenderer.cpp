@@ -328,6 +328,7 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
         if (!image || !image->getData())
             continue;
         const PassRule& rule = passRule(pass);
+        encoder.prepare(*image);
         runRows(
             threads, region.height, stopRequested,
             [&](int row) {

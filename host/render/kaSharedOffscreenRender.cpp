@@ -101,6 +101,9 @@ bool kaSharedOffscreenRender::updateGL() {
         const kaPixelEncoder encoder(viewport.getBackground()
                                          ? viewport.getBackground()->getAlphaColor()
                                          : osg::Color3f{0, 0, 0});
+        for (const osg::ImagePtr& image : _tileImages)
+            if (image)
+                encoder.prepare(*image);
         // Each finished piece goes straight into every tile image (rows bottom-up in both), as
         // each image holds it.
         auto sink = [&](int px, int py, int pw, int ph, const float* rgba) {

@@ -111,8 +111,9 @@ TEST(PixelEncoder, EachImageGetsItsOwnAlphaConvention) {
     EXPECT_FLOAT_EQ(straight->getPixel(1, 0).g, 1.0f) << "the alpha colour";
 
     osg::ImagePtr bytes = image(Image::OSG_RGBA_PF, Image::OSG_UINT8_IMAGEDATA, 2, 1);
+    encoder.prepare(*bytes);
+    EXPECT_FALSE(bytes->isAlphaPremultiplied()) << "prepared for what store() puts in";
     encoder.store(*bytes, 0, 0, 2, 1, rgba, 0, 0);
-    EXPECT_FALSE(bytes->isAlphaPremultiplied());
     EXPECT_FLOAT_EQ(bytes->getPixel(0, 0).r, 1.0f) << "white, straight";
     EXPECT_NEAR(bytes->getPixel(0, 0).a, 0.5f, 0.5f / 255.0f + 1e-6f)
         << "rounded to the nearest code";
