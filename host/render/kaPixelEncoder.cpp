@@ -128,8 +128,12 @@ void kaPixelEncoder::toLinearOfSpace(const float linear[3], float out[3]) const 
 }
 
 void kaPixelEncoder::prepare(osg::Image& image) const {
-    if (image.getAlphaMode() != osg::Image::AlphaMode::Independent && !image.isFloat() &&
-        image.hasAlphaChannel())
+    // The images store() encodes (not data passes, not other layouts) hold straight alpha when
+    // they are 8-bit.
+    const bool encoded = image.getAlphaMode() != osg::Image::AlphaMode::Independent &&
+                         (image.getPixelFormat() == osg::Image::OSG_RGB_PF ||
+                          image.getPixelFormat() == osg::Image::OSG_RGBA_PF);
+    if (encoded && !image.isFloat() && image.hasAlphaChannel())
         image.setAlphaPremultiplied(false);
 }
 
