@@ -21,6 +21,7 @@
 #include <chrono>
 #include <memory>
 #include <ostream>
+#include <tuple>
 
 namespace kaexport {
 
@@ -85,7 +86,7 @@ Runner defineSequence(CLI::App& command) {
                   "the same as a run that was never interrupted")
         ->excludes(force);
 
-    return [o](Streams& io, Host*) {
+    return [o](Streams& io, Host* host) {
         kaImageWriter writer;
         writer.setNoShowImage(true);
         RenderTarget render;
@@ -161,6 +162,11 @@ Runner defineSequence(CLI::App& command) {
                    << " frames before it are complete\n";
         }
 
+        // With several eyes the export's own progress counts frames while every eye renders:
+        // follow the images instead.
+        const int eyes = std::get<1>(kaImageWriter::getStereoMode());
+        if (eyes > 1 && host)
+            host->showTotalProgress((int(frames.size()) - int(first)) * eyes + 1);
         WriteReport report;
         const auto clockStart = std::chrono::steady_clock::now();
         writer.exportImages(render.out, o->render.width, o->render.height, fps, start, walk.stop(),

@@ -2,11 +2,13 @@
 
 #include "kaexportApp.h"
 
+#include "kaADPInterface.h"
 #include "kaAnimManager.h"
 #include "kaAtomicFile.h"
 #include "kaBuiltinScene.h"
 #include "kaConstraintManager.h"
 #include "kaController.h"
+#include "kaInterfaceFactory.h"
 #include "kaOSGWidget.h"
 #include "kaSceneImport.h"
 #include "kaSimulationTime.h"
@@ -111,6 +113,8 @@ void drawBar() {
     g_barOpen = true;
 }
 
+std::atomic<bool> g_totalProgressOnly{false};
+
 void showProgress(double progress) {
     const int percent = std::clamp(int(progress * 100.0 + 0.5), 0, 100);
     if (percent == g_lastPercent)
@@ -155,11 +159,34 @@ void abortRunningRender() {
 
 } // namespace
 
+// The render dialog's total progress, as the host's application framework is told of it.
+class TotalProgress : public kaADPInterface {
+public:
+    explicit TotalProgress(int images)
+        : _images(std::max(images, 1)) {
+        g_totalProgressOnly = true;
+        kaInterfaceFactory::registerInterface("kaADPInterface", this);
+    }
+    ~TotalProgress() override {
+        kaInterfaceFactory::registerInterface("kaADPInterface", nullptr);
+        g_totalProgressOnly = false;
+    }
+    void imageRenderTotalProgressChanged(int value) override {
+        showProgress(double(value) / double(_images));
+    }
+
+private:
+    int _images;
+};
+
 Host::Host()
     : _view(std::make_unique<kaOSGWidget>()) {
     kaOSGWidget::setMainView(_view.get());
     _view->setSize(1280, 720);
-    _progressListener = kaController::addProgressListener(showProgress);
+    _progressListener = kaController::addProgressListener([](double progress) {
+        if (!g_totalProgressOnly)
+            showProgress(progress);
+    });
     _stepListener = kaController::addStepListener(showStep);
     if (g_signalPipe[0] < 0 && ::pipe(g_signalPipe) == 0 && ::pipe(g_watchPipe) == 0) {
         auto* notifier = new QSocketNotifier(g_signalPipe[0], QSocketNotifier::Read, qApp);
@@ -179,8 +206,13 @@ Host::Host()
     g_commandDone = false;
 }
 
+void Host::showTotalProgress(int images) {
+    _totalProgress = std::make_unique<TotalProgress>(images);
+}
+
 Host::~Host() {
     g_commandDone = true;
+    _totalProgress.reset();
     kaController::removeProgressListener(_progressListener);
     kaController::removeStepListener(_stepListener);
     _builtin.reset();

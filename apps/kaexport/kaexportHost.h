@@ -9,6 +9,8 @@ class kaBuiltinScene;
 
 namespace kaexport {
 
+class TotalProgress;
+
 // The host a render command runs in: the main view with the built-in scene or a scene file,
 // a progress display on standard error, and Ctrl-C turned into an abort of the running render.
 class Host {
@@ -21,6 +23,10 @@ public:
     // export with step 1 does (the frames before it through the host's loop without being
     // drawn into files), so that the view shows 'frame' as that sequence would.
     void stepToFrame(int frame, int fps);
+    // From now on the progress display follows the render dialog's total progress (images
+    // rendered out of 'images'), not the library's per-frame progress: a sequence with several
+    // stereo eyes counts its frames in the one and its images in the other.
+    void showTotalProgress(int images);
     // Whether Ctrl-C was pressed since the host was made.
     static bool interrupted();
     // Ends the progress display on its own line: at 100 % when the work is 'complete'.
@@ -30,6 +36,7 @@ private:
     std::unique_ptr<kaOSGWidget> _view;
     std::unique_ptr<kaBuiltinScene> _builtin;
     int _progressListener = 0;
+    std::unique_ptr<TotalProgress> _totalProgress;
     int _stepListener = 0;
 };
 

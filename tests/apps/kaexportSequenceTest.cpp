@@ -13,6 +13,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 
 using katest::KaexportResult;
@@ -243,4 +244,22 @@ TEST_F(kaexportSequence, AnImportedSceneMovesWithItsOwnAnimation) {
                     small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_EQ(pixels(dir.file("out/end.png")), pixels(dir.file("out/s-00030.png")));
+}
+
+TEST_F(kaexportSequence, TheProgressOfAStereoSequenceCountsEveryEye) {
+    const KaexportResult r = runKaexport(QStringList{"sequence", dir.file("eyes.png"), "--stereo",
+                                                     "1", "--start", "0", "--stop", "3"} +
+                                         small);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    std::vector<int> percents;
+    const QRegularExpression line("^progress (\\d+)%$");
+    for (const QString& text : r.err.split('\n')) {
+        const auto match = line.match(text);
+        if (match.hasMatch())
+            percents.push_back(match.captured(1).toInt());
+    }
+    // Four frames of two eyes are eight images (and the end): one step of 1/9 each. Counting
+    // frames instead would reach 100 % when half of them are written.
+    EXPECT_EQ(percents, (std::vector<int>{0, 11, 22, 33, 44, 56, 67, 78, 89, 100}))
+        << r.err.toStdString();
 }
