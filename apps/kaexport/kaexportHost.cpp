@@ -238,10 +238,11 @@ void Host::stepToFrame(int frame, int fps) {
     const bool redraw = _view->isRedrawEnabled();
     _view->setRedrawEnabled(false);
     kaAnimManager::setFramesPerSecond(fps);
+    // The clock advances as the sequence export advances it, to the last bit.
     kaSimulationTime* timer = kaController::getSimulationTimer();
-    const double start = timer->get();
-    for (int f = 0; f <= frame && !interrupted(); ++f) {
-        timer->set(start + double(f) / double(fps));
+    double time = timer->get();
+    for (int f = 0; f <= frame && !interrupted(); ++f, time += 1.0 / double(fps)) {
+        timer->set(time);
         kaController::callLoopCBs();
         kaController::updateBehavior(true);
         if (f == frame)
