@@ -5,12 +5,10 @@
 #include "kaexportOptions.h"
 #include "kaexportReport.h"
 
-#include "kaAnimManager.h"
 #include "kaAtomicFile.h"
 #include "kaController.h"
 #include "kaFile.h"
 #include "kaImageWriter.h"
-#include "kaPreferences.h"
 #include "kaWinVideoCodecs.h"
 
 #include <CLI/CLI.hpp>
@@ -148,39 +146,24 @@ Runner defineMovie(CLI::App& command) {
         kaAtomicFile::setReplaceExisting(o->force);
         kaController::setBatchOverwrite(o->force);
 
-        int fps = o->fps;
-        if (fps < 1) {
-            fps = 25;
-            kaImageWriter::getFromMessage(kaPreferences::getData(), "MovieExport fps", fps);
-        }
-        kaAnimManager::setFramesPerSecond(fps);
+        const int fps = timelineRate(o->fps);
+        kaImageWriter writer;
         // The export takes the frame range from the preferences as well; it is resolved here
         // so that the progress counts the frames recorded.
-        int start = o->start, stop = o->stop;
-        if (start < 0)
-            kaImageWriter::getFromMessage(kaPreferences::getData(), "MovieExport start frame",
-                                          start);
-        if (stop < 0)
-            kaImageWriter::getFromMessage(kaPreferences::getData(), "MovieExport stop frame", stop);
-        kaImageWriter::startProgress(std::max(stop - std::max(start, 0) + 1, 1));
-        kaImageWriter writer;
+        const FrameWalk walk(writer, o->start, o->stop, 1);
+        const int start = walk.start(), stop = walk.stop();
+        kaImageWriter::startProgress(std::max(int(walk.written().size()), 1));
         WriteReport report;
         const auto clockStart = std::chrono::steady_clock::now();
         writer.exportAVI(out, o->width, o->height, fps, start, stop, o->superSampling, animationId,
                          QString(), true);
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - clockStart).count();
-        Host::finishProgress(!writer.wasExportCanceled() && !Host::interrupted());
-        if (writer.wasExportCanceled() || Host::interrupted()) {
-            report.printWritten(io);
-            io.err << "kaexport movie: cancelled; "
-                   << (report.written().isEmpty() ? "nothing was written"
-                                                  : "the movie holds the frames made before")
-                   << "\n";
-            return int(Cancelled);
-        }
-        if (!report.print(io, "movie", {out}))
-            return int(Failed);
+        const int code =
+            report.conclude(io, "movie", writer.wasExportCanceled() || Host::interrupted(),
+                            "the movie holds the frames made before", {out});
+        if (code != Done)
+            return code;
         io.out << "Movie made in " << QString::number(seconds, 'f', 2).toStdString() << " s\n";
         return int(Done);
     };

@@ -7,11 +7,9 @@
 #include "kaexportRenderOptions.h"
 #include "kaexportReport.h"
 
-#include "kaAnimManager.h"
 #include "kaAtomicFile.h"
 #include "kaController.h"
 #include "kaImageWriter.h"
-#include "kaPreferences.h"
 #include "kaSimulationTime.h"
 
 #include <CLI/CLI.hpp>
@@ -103,13 +101,7 @@ Runner defineSequence(CLI::App& command) {
             }
         }
 
-        int fps = o->fps;
-        if (fps < 1) {
-            fps = 25;
-            kaImageWriter::getFromMessage(kaPreferences::getData(), "MovieExport fps", fps);
-        }
-        // Animations keyed in seconds (imported scenes) play at the sequence's rate.
-        kaAnimManager::setFramesPerSecond(fps);
+        const int fps = timelineRate(o->fps);
         const FrameWalk walk(writer, o->start, o->stop, o->step);
         const std::vector<int> frames = walk.written();
         if (frames.empty()) {
@@ -174,18 +166,11 @@ Runner defineSequence(CLI::App& command) {
                             animationId, QString(), walk.step(), false);
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - clockStart).count();
-        Host::finishProgress(!writer.wasExportCanceled() && !Host::interrupted());
-        if (writer.wasExportCanceled() || Host::interrupted()) {
-            report.printWritten(io);
-            io.err << "kaexport sequence: cancelled; "
-                   << (report.written().isEmpty()
-                           ? "nothing was written"
-                           : "the files above are complete; --resume continues from there")
-                   << "\n";
-            return int(Cancelled);
-        }
-        if (!report.print(io, "sequence", remaining))
-            return int(Failed);
+        const int code = report.conclude(
+            io, "sequence", writer.wasExportCanceled() || Host::interrupted(),
+            "the files above are complete; --resume continues from there", remaining);
+        if (code != Done)
+            return code;
         const size_t made = frames.size() - first;
         io.out << made << (made == 1 ? " frame" : " frames") << " in "
                << QString::number(seconds, 'f', 2).toStdString() << " s ("

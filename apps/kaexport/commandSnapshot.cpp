@@ -1,5 +1,6 @@
 // kaexport snapshot: one picture of the scene through the library's snapshot export.
 #include "kaexportApp.h"
+#include "kaexportFrames.h"
 #include "kaexportHost.h"
 #include "kaexportOptions.h"
 #include "kaexportRenderOptions.h"
@@ -8,7 +9,6 @@
 #include "kaAtomicFile.h"
 #include "kaController.h"
 #include "kaImageWriter.h"
-#include "kaPreferences.h"
 
 #include <CLI/CLI.hpp>
 
@@ -76,11 +76,8 @@ Runner defineSnapshot(CLI::App& command) {
         kaAtomicFile::setReplaceExisting(o->force);
         kaController::setBatchOverwrite(o->force);
 
-        if (o->frame >= 0) {
-            int fps = 25;
-            kaImageWriter::getFromMessage(kaPreferences::getData(), "MovieExport fps", fps);
-            host->stepToFrame(o->frame, fps);
-        }
+        if (o->frame >= 0)
+            host->stepToFrame(o->frame, timelineRate(-1));
         const int alpha = o->render.alphaArgument();
         WriteReport report;
         const auto start = std::chrono::steady_clock::now();
@@ -89,17 +86,11 @@ Runner defineSnapshot(CLI::App& command) {
                            false);
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        Host::finishProgress(!writer.wasExportCanceled() && !Host::interrupted());
-        if (writer.wasExportCanceled() || Host::interrupted()) {
-            report.printWritten(io);
-            io.err << "kaexport snapshot: cancelled; "
-                   << (report.written().isEmpty() ? "nothing was written"
-                                                  : "the files above were written before")
-                   << "\n";
-            return int(Cancelled);
-        }
-        if (!report.print(io, "snapshot", o->appendRenderTime ? QStringList() : targets))
-            return int(Failed);
+        const int code = report.conclude(
+            io, "snapshot", writer.wasExportCanceled() || Host::interrupted(),
+            "the files above were written before", o->appendRenderTime ? QStringList() : targets);
+        if (code != Done)
+            return code;
         io.out << "Render "
                << QString::number(kaImageWriter::getLastRenderTime(), 'f', 2).toStdString()
                << " s, export " << QString::number(seconds, 'f', 2).toStdString() << " s\n";

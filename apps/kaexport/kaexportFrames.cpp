@@ -2,7 +2,9 @@
 
 #include "OSGAnimNodeBase.h"
 #include "OSGImageFileHandler.h"
+#include "kaAnimManager.h"
 #include "kaImageWriter.h"
+#include "kaPreferences.h"
 
 #include <QFileInfo>
 
@@ -61,6 +63,16 @@ QStringList filesOfFrame(const QStringList& files, const FrameWalk& walk, size_t
     for (size_t i = frameIndex; frames > 0 && i < size_t(files.size()); i += frames)
         result << files[int(i)];
     return result;
+}
+
+int timelineRate(int given) {
+    int fps = given;
+    if (fps < 1) {
+        fps = 25;
+        kaImageWriter::getFromMessage(kaPreferences::getData(), "MovieExport fps", fps);
+    }
+    kaAnimManager::setFramesPerSecond(fps);
+    return fps;
 }
 
 __int64 animationNamed(const std::string& name, std::string& known) {

@@ -41,6 +41,11 @@ QStringList writtenFiles(const kaImageWriter& writer, const QString& out,
 // The files of one written frame (every view and pass), taken from writtenFiles()'s list.
 QStringList filesOfFrame(const QStringList& files, const FrameWalk& walk, size_t frameIndex);
 
+// The frame rate of a run that walks the timeline: 'given' when positive, else the preference
+// "MovieExport fps", else 25. Animations keyed in seconds (imported scenes) play at it from
+// then on.
+int timelineRate(int given);
+
 // The id of the scene's animation called 'name' (what an export's animation argument takes); 0
 // when there is none, with the names there are, quoted and separated by ", ", in 'known'.
 __int64 animationNamed(const std::string& name, std::string& known);

@@ -237,7 +237,6 @@ void Host::stepToFrame(int frame, int fps) {
     // render dialog holds the view).
     const bool redraw = _view->isRedrawEnabled();
     _view->setRedrawEnabled(false);
-    kaAnimManager::setFramesPerSecond(fps);
     // The clock advances as the sequence export advances it, to the last bit.
     kaSimulationTime* timer = kaController::getSimulationTimer();
     double time = timer->get();

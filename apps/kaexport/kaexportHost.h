@@ -21,7 +21,8 @@ public:
     bool loadScene(const QString& sceneFile, QString& error);
     // Steps the animation and the simulation from frame 0 to 'frame' at 'fps' as a sequence
     // export with step 1 does (the frames before it through the host's loop without being
-    // drawn into files), so that the view shows 'frame' as that sequence would.
+    // drawn into files), so that the view shows 'frame' as that sequence would. 'fps' is the
+    // timeline's rate (timelineRate()), which keyframed animations already play at.
     void stepToFrame(int frame, int fps);
     // From now on the progress display follows the render dialog's total progress (images
     // rendered out of 'images'), not the library's per-frame progress: a sequence with several

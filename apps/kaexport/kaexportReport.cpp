@@ -1,5 +1,7 @@
 #include "kaexportReport.h"
 
+#include "kaexportHost.h"
+
 #include "kaAtomicFile.h"
 
 #include <QFileInfo>
@@ -83,6 +85,18 @@ bool WriteReport::print(Streams& io, const char* command, const QStringList& exp
         io.err << "kaexport " << command << ": nothing was written (see the messages above)\n";
     io.out.flush();
     return complete;
+}
+
+int WriteReport::conclude(Streams& io, const char* command, bool cancelled,
+                          const char* keptWhenCancelled, const QStringList& expected) const {
+    Host::finishProgress(!cancelled);
+    if (cancelled) {
+        printWritten(io);
+        io.err << "kaexport " << command << ": cancelled; "
+               << (written().isEmpty() ? "nothing was written" : keptWhenCancelled) << "\n";
+        return Cancelled;
+    }
+    return print(io, command, expected) ? Done : Failed;
 }
 
 } // namespace kaexport

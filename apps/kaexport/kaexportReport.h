@@ -33,6 +33,12 @@ public:
     // written. True when nothing failed, something was written and every expected file was.
     bool print(Streams& io, const char* command, const QStringList& expected = {}) const;
 
+    // How a rendering command ends: the progress display closed, then after a cancel the files
+    // written and "kaexport COMMAND: cancelled; ..." ('keptWhenCancelled' when something was
+    // written) with Cancelled, else print() over 'expected' with Failed or Done.
+    int conclude(Streams& io, const char* command, bool cancelled, const char* keptWhenCancelled,
+                 const QStringList& expected) const;
+
 private:
     mutable std::mutex _mutex;
     std::vector<kaWriteJournal::Entry> _entries;
