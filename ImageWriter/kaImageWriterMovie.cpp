@@ -65,7 +65,7 @@ void kaImageWriter::exportAVI(const QString& filename, int width, int height, in
         refuse(QObject::tr("For a movie export at least one render window is necessary!"));
         return;
     }
-    if (!clusterSetup.isEmpty() || view->getClusterWindow()) {
+    if (!clusterSetup.isEmpty() || bool(view->getClusterWindow())) {
         if (kaOSGWidget::getRaytracing()) {
             refuse(QObject::tr("Export in AVI format is not supported via movie raytracing "
                                "cluster, please enable export images in the movie preferences!"));

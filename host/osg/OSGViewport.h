@@ -182,8 +182,10 @@ public:
     size_t getNViewports() const { return _viewports.size(); }
     const UberViewportPtr& getViewport(size_t index) const { return _viewports.at(index); }
 
-private:
+protected:
     Window() = default;
+
+private:
     uint32_t _width = 640, _height = 480;
     std::vector<UberViewportPtr> _viewports;
 };

@@ -3,6 +3,7 @@
 #include "OSGBaseTypes.h"
 #include "OSGCamera.h"
 #include "OSGImage.h"
+#include "OSGNetWindow.h"
 #include "OSGViewport.h"
 
 // The host's main 3D view, usable without any display: a window of a size in pixels with its
@@ -76,8 +77,10 @@ public:
     void setBackplate(bool on) { _backplate = on; }
     bool getSceneplate() const { return _sceneplate; }
     void setSceneplate(bool on) { _sceneplate = on; }
-    // The render cluster's window; none until a cluster is connected.
-    void* getClusterWindow() const { return nullptr; }
+    // The render cluster's window; none until a cluster is connected (the cluster service
+    // sets it while its nodes run).
+    const osg::NetWindowPtr& getClusterWindow() const { return _clusterWindow; }
+    void setClusterWindow(const osg::NetWindowPtr& window) { _clusterWindow = window; }
 
     // Draws the view at its window size into the screen image, as a window would show it
     // (kaController::forceRender does this for the main view).
@@ -98,5 +101,6 @@ private:
     bool _snapshotMode = false, _redraw = true, _occlusionCulling = false;
     bool _backplate = false, _sceneplate = false;
     osg::ImagePtr _screen;
+    osg::NetWindowPtr _clusterWindow;
     int _renderHook = 0;
 };

@@ -170,6 +170,13 @@ void kaRTCryptomatte::setRenderedNames(const std::string& kind, std::vector<std:
     s.names[kind] = std::move(names);
 }
 
+std::vector<std::string> kaRTCryptomatte::getRenderedNames(const std::string& kind) {
+    State& s = state();
+    std::lock_guard<std::mutex> lock(s.mutex);
+    const auto it = s.names.find(kind);
+    return it == s.names.end() ? std::vector<std::string>() : it->second;
+}
+
 std::vector<std::pair<std::string, std::string>>
 kaRTCryptomatte::headerAttributes(const std::vector<std::string>& layerNames) {
     std::vector<std::pair<std::string, std::string>> attributes;

@@ -33,6 +33,8 @@ public:
 
     // The names the last render saw for 'kind'; duplicates are dropped.
     static void setRenderedNames(const std::string& kind, std::vector<std::string> names);
+    // What setRenderedNames kept for 'kind' (sorted, without duplicates).
+    static std::vector<std::string> getRenderedNames(const std::string& kind);
     // The header attributes of every kind whose first pass "<kind>00" is in 'layerNames': name,
     // hash, conversion and, with hasManifest(), the manifest of the last render's names. Empty
     // unless the metadata is static.

@@ -1,0 +1,7 @@
+// ka-render-node: one render node of the raytracing cluster, spawned by the master's cluster
+// service. It renders its share of every sample and sends the pixels back.
+#include "kaRenderNode.h"
+
+int main(int argc, char** argv) {
+    return kaRenderNodeMain(argc, argv);
+}
