@@ -1,6 +1,8 @@
 #include "kaController.h"
 
 #include "kaBatchDialogAnswerer.h"
+#include "kaLog.h"
+#include "kaMessage.h"
 #include "kaPreferences.h"
 #include "kaSimulationTime.h"
 
@@ -214,4 +216,82 @@ void kaController::changeScenegraph() {
 }
 int kaController::getScenegraphChangeCount() {
     return g_scenegraphChanges;
+}
+
+namespace {
+
+struct CallHandlers {
+    std::mutex mutex;
+    int nextId = 1;
+    std::map<int, std::pair<std::string, kaController::CallHandler>> handlers;
+};
+CallHandlers& callHandlers() {
+    static CallHandlers handlers;
+    return handlers;
+}
+
+std::atomic<bool> g_timerLoops{true};
+std::atomic<double> g_renderStartTime{0.0};
+std::atomic<int> g_aaSamples{0};
+std::atomic<double> g_aaProgress{0.0};
+
+} // namespace
+
+int kaController::addCallHandler(const std::string& name, CallHandler handler) {
+    CallHandlers& c = callHandlers();
+    std::lock_guard<std::mutex> lock(c.mutex);
+    const int id = c.nextId++;
+    c.handlers[id] = {name, std::move(handler)};
+    return id;
+}
+
+void kaController::removeCallHandler(int id) {
+    CallHandlers& c = callHandlers();
+    std::lock_guard<std::mutex> lock(c.mutex);
+    c.handlers.erase(id);
+}
+
+void kaController::call(const std::string& name, const kaMessage& message) {
+    std::vector<CallHandler> matching;
+    {
+        CallHandlers& c = callHandlers();
+        std::lock_guard<std::mutex> lock(c.mutex);
+        for (const auto& [id, entry] : c.handlers)
+            if (entry.first == name)
+                matching.push_back(entry.second);
+    }
+    if (matching.empty()) {
+        QString text;
+        if (message.has("error"))
+            text = boost::any_cast<QString>(message.get("error"));
+        kaLog::error("%s: %s", name.c_str(), text.toUtf8().constData());
+        return;
+    }
+    for (const CallHandler& handler : matching)
+        handler(message);
+}
+
+bool kaController::getTimerLoops() {
+    return g_timerLoops;
+}
+void kaController::setTimerLoops(bool on) {
+    g_timerLoops = on;
+}
+void kaController::setRenderStartTime(double seconds) {
+    g_renderStartTime = seconds;
+}
+double kaController::getRenderStartTime() {
+    return g_renderStartTime;
+}
+void kaController::setAASampleCounts(int samples) {
+    g_aaSamples = samples;
+}
+int kaController::getAASampleCounts() {
+    return g_aaSamples;
+}
+void kaController::setAAProgress(double progress) {
+    g_aaProgress = progress;
+}
+double kaController::getAAProgress() {
+    return g_aaProgress;
 }

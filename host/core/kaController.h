@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 
 class QWidget;
+class kaMessage;
 class kaSimulationTime;
 
 // The host's application controller: progress display, GUI or batch mode, the main window.
@@ -68,6 +70,26 @@ public:
     static int getForcedRenderCount();
 
     // The clock the simulations run at; getSimulationTime() reads it.
+    // Named calls into the host: a part that cannot handle a situation itself hands it over
+    // by name (for example "kaClusterClusterWindowException" with the error text in "error").
+    // Without a handler for the name the message is logged as an error.
+    using CallHandler = std::function<void(const kaMessage& message)>;
+    static int addCallHandler(const std::string& name, CallHandler handler);
+    static void removeCallHandler(int id);
+    static void call(const std::string& name, const kaMessage& message);
+
+    // The host's own timers (animation playback, interactive redraws); exports stop them.
+    static bool getTimerLoops();
+    static void setTimerLoops(bool on);
+    // Progress of a progressive (sample by sample) render: when it started, the samples done
+    // (renders with a time limit) or the share done (renders with a sample count).
+    static void setRenderStartTime(double seconds);
+    static double getRenderStartTime();
+    static void setAASampleCounts(int samples);
+    static int getAASampleCounts();
+    static void setAAProgress(double progress);
+    static double getAAProgress();
+
     static kaSimulationTime* getSimulationTimer();
     static double getSimulationTime();
 

@@ -10,7 +10,8 @@
 #include <mutex>
 
 kaMessage::kaMessage(const kaMessage& other)
-    : _values(other.values()) {}
+    : _values(other.values())
+    , _id(other._id) {}
 
 kaMessage& kaMessage::operator=(const kaMessage& other) {
     if (this == &other)
@@ -19,6 +20,7 @@ kaMessage& kaMessage::operator=(const kaMessage& other) {
     Map copy = other.values();
     std::unique_lock<std::shared_mutex> lock(_lock);
     _values.swap(copy);
+    _id = other._id;
     return *this;
 }
 

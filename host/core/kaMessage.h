@@ -19,6 +19,10 @@ public:
     using Map = std::map<std::string, boost::any>;
 
     kaMessage() = default;
+    // A message with an id: what kind of message it is, for handlers of several kinds.
+    explicit kaMessage(int id)
+        : _id(id) {}
+    int getId() const { return _id; }
     kaMessage(const kaMessage& other);
     kaMessage& operator=(const kaMessage& other);
 
@@ -58,4 +62,5 @@ private:
 
     mutable std::shared_mutex _lock;
     Map _values;
+    int _id = 0;
 };

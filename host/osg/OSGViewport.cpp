@@ -141,4 +141,9 @@ void Window::addViewport(const UberViewportPtr& viewport) {
     recordChange(RefPtr<Window>(this), ViewportsFieldMask);
 }
 
+void UberViewport::triggerMapUpdate() {
+    ++_mapGeneration;
+    recordChange(RefPtr<UberViewport>(this), SettingsFieldMask);
+}
+
 } // namespace osg

@@ -152,6 +152,10 @@ public:
     void setRtSample(int sample);
     int getImageSamples() const { return _imageSamples; }
     void setImageSamples(int samples);
+    // Environment and shadow maps are made again before the next frame (after lights or
+    // animated objects moved for a motion-blur sample).
+    void triggerMapUpdate();
+    uint64_t getMapGeneration() const { return _mapGeneration; }
 
 private:
     UberViewport() = default;
@@ -166,6 +170,7 @@ private:
     void* _callbackContext = nullptr;
     uint64_t _renderPasses = 1;
     int _downscale = 1, _rtSample = -1, _imageSamples = 1;
+    uint64_t _mapGeneration = 0;
 };
 using UberViewportPtr = RefPtr<UberViewport>;
 

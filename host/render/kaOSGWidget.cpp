@@ -21,6 +21,8 @@ kaOSGWidget::kaOSGWidget()
     , _root(osg::Node::create(osg::Group::create(), "Root"))
     , _sceneRoot(osg::Node::create(osg::Group::create(), "Scene"))
     , _beacon(osg::Node::create(osg::Transform::create(), "CameraBeacon")) {
+    _renderAction =
+        std::make_unique<osg::RenderAction>([this](const osg::WindowPtr&) { render(); });
     _root->addChild(_sceneRoot);
     _root->addChild(_beacon);
     _camera->setBeacon(_beacon);
@@ -100,4 +102,22 @@ unsigned int kaOSGWidget::getDisplayColorspace() const {
 }
 void kaOSGWidget::setDisplayColorspace(unsigned int colorSpace) {
     kaColor::setActiveColorSpace(colorSpace);
+}
+
+void kaOSGWidget::setImageSamples(int samples) {
+    _viewport->setImageSamples(samples);
+}
+
+void kaOSGWidget::activateRenderRoots() {
+    // The cluster window shows the same viewport: it renders the view's scene on the nodes.
+    if (_clusterWindow) {
+        _clusterWindow->setClusterViewport(_viewport);
+        _renderAction->setRoots({_clusterWindow});
+    } else {
+        _renderAction->setRoots({_window});
+    }
+}
+
+void kaOSGWidget::deactivateRenderRoots() {
+    _renderAction->setRoots({});
 }

@@ -4,7 +4,10 @@
 #include "OSGCamera.h"
 #include "OSGImage.h"
 #include "OSGNetWindow.h"
+#include "OSGRenderAction.h"
+
 #include "OSGViewport.h"
+#include <memory>
 
 // The host's main 3D view, usable without any display: a window of a size in pixels with its
 // viewport, main camera, background and scene root, and the view's switches (stereo, overlays,
@@ -82,6 +85,23 @@ public:
     const osg::NetWindowPtr& getClusterWindow() const { return _clusterWindow; }
     void setClusterWindow(const osg::NetWindowPtr& window) { _clusterWindow = window; }
 
+    // Whether the view draws on its own (timer-driven redraws); forced renders still draw.
+    bool isRenderEnabled() const { return _renderEnabled; }
+    void enableRender(bool on) { _renderEnabled = on; }
+    // Whether mouse and keyboard move the camera.
+    bool isNavigationEnabled() const { return _navigation; }
+    void setNavigationEnabled(bool on) { _navigation = on; }
+    // Image samples of the view's progressive raytracing (the viewport's).
+    void setImageSamples(int samples);
+    // Interactive raytracing at a reduced resolution while the camera moves.
+    bool isRaytracingDownscaleEnabled() const { return _raytracingDownscale; }
+    void enableRaytracingDownscale(bool on) { _raytracingDownscale = on; }
+    // The windows the render action draws: the cluster window while a cluster runs, else the
+    // view's own window. Exports draw one frame between activate and deactivate.
+    void activateRenderRoots();
+    osg::RenderAction* getRenderAction() { return _renderAction.get(); }
+    void deactivateRenderRoots();
+
     // Draws the view at its window size into the screen image, as a window would show it
     // (kaController::forceRender does this for the main view).
     bool render();
@@ -102,5 +122,7 @@ private:
     bool _backplate = false, _sceneplate = false;
     osg::ImagePtr _screen;
     osg::NetWindowPtr _clusterWindow;
+    bool _renderEnabled = true, _navigation = true, _raytracingDownscale = false;
+    std::unique_ptr<osg::RenderAction> _renderAction;
     int _renderHook = 0;
 };

@@ -49,3 +49,13 @@ int kaRaytracer::getSamples(const osg::UberViewport& viewport, int quality) {
            std::max(kaRenderParameter::getImageSamples(), 1) *
            std::max(kaRenderParameter::getStillFrameSupersampling(), 1);
 }
+
+namespace {
+std::atomic<bool> g_snapshot{false};
+}
+bool kaRaytracer::getSnapshot() {
+    return g_snapshot;
+}
+void kaRaytracer::setSnapshot(bool on) {
+    g_snapshot = on;
+}

@@ -18,6 +18,9 @@ public:
     static bool getPremultiply();
     static void setPremultiply(bool premultiply);
     // Threads a render uses; 0 (the default) uses every core of the machine.
+    // Whether the raytracer renders for a snapshot (the full picture, no interactive shortcuts).
+    static bool getSnapshot();
+    static void setSnapshot(bool on);
     static int getThreadCount();
     static void setThreadCount(int threads);
     // Samples a pixel gets at a sample-quality index: the viewport's samples for it, times the

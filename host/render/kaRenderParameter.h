@@ -24,5 +24,7 @@ public:
     static int getImageSamples();
     static void setImageSamples(int samples);
     static int getSampleOffset();
+    // The same first sample index, under the name raytracing exports read it by.
+    static int getRaytracingSampleOffset() { return getSampleOffset(); }
     static void setSampleOffset(int offset);
 };

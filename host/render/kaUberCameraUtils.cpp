@@ -23,3 +23,10 @@ void kaMaterials::reinitCamera() {
 int kaMaterials::getCameraGeneration() {
     return g_generation;
 }
+
+osg::CameraPtr kaUberCameraUtils::getNonDecoratedUberCamera(const osg::UberViewportPtr& viewport) {
+    osg::CameraPtr camera = viewport ? viewport->getCamera() : osg::CameraPtr();
+    while (auto* decorator = dynamic_cast<osg::CameraDecorator*>(camera.get()))
+        camera = decorator->getDecoratee();
+    return camera;
+}

@@ -8,6 +8,8 @@ class kaUberCameraUtils {
 public:
     // The camera's tone-mapping settings (through any decorators); null when it has none.
     static osg::TonemappingSettingsPtr getTonemappingSettings(const osg::CameraPtr& camera);
+    // The camera at the end of the viewport's decorator chain (tile, stereo, projection).
+    static osg::CameraPtr getNonDecoratedUberCamera(const osg::UberViewportPtr& viewport);
 };
 
 // Material-side render state tied to the camera.
