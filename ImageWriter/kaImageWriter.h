@@ -25,6 +25,7 @@ typedef long long __int64;
 class exImageViewer;
 class kaImageMetaData;
 class kaMessage;
+class kaSnapshotProgressGUII;
 class kaThreadPool;
 class QImage;
 namespace osg {
@@ -215,6 +216,22 @@ private:
     friend class kaImageWriterTestAccess;
     class SnapshotExport;
     class SequenceExport;
+    class ClusterSnapshot;
+
+    // One picture (eye 0 mono, 1 left, 2 right) raytraced on the render cluster and written
+    // from its buffer; 'frame' names a sequence's frame (-1: a snapshot). Shows 'progress' or,
+    // when null, a dialog of its own. True when cancelled or failed.
+    bool exportRTClusterImage(const QString& filename, int width, int height, int eye,
+                              int superSampling, bool alpha, float dpi, bool addSignature,
+                              bool exportRenderPasses, bool forwarded,
+                              kaSnapshotProgressGUII* progress, int frame);
+    // Frames 0 to 'stopFrame' of the animation, those before 'startFrame' stepped through,
+    // every 'frameStep'-th from there rendered on the cluster into its own file. True when a
+    // frame was cancelled.
+    bool exportRTClusterImages(const QString& filename, int width, int height, int eye, int fps,
+                               int startFrame, int stopFrame, int superSampling, bool alpha,
+                               bool exportRenderPasses, bool option, __int64 animationNodeId,
+                               int frameStep);
 
     QStringList getExportedImageFilenames(const QString& filename,
                                           const std::vector<unsigned int>& passes, bool multiLayer,

@@ -9,11 +9,13 @@
 
 #include "OSGAnimNodeBase.h"
 #include "OSGExternalThread.h"
+#include "kaClusterService.h"
 #include "kaConstraintManager.h"
 #include "kaController.h"
 #include "kaFile.h"
 #include "kaImageMetaData.h"
 #include "kaImageOutStream.h"
+#include "kaKernelServiceFactory.h"
 #include "kaLog.h"
 #include "kaNodeUtils.h"
 #include "kaOSGWidget.h"
@@ -84,6 +86,7 @@ private:
     bool completeArguments();
     void storeMetaDataSettings();
     void renderLocally();
+    void renderOnCluster();
     // Steps one frame (or eye) through the host's loop without rendering or writing it.
     void preRoll();
     // Renders and writes frame 'frame' of eye 'eye' to 'file'; false when the user aborted.
@@ -223,8 +226,46 @@ void kaImageWriter::SequenceExport::run() {
     if (_localRender)
         renderLocally();
     else
-        // The raytracing cluster is not part of this host yet: say so and render nothing.
-        kaLog::error("Sequence: no raytracing cluster is available; nothing was rendered.");
+        renderOnCluster();
+}
+
+void kaImageWriter::SequenceExport::renderOnCluster() {
+    const bool simulation = kaController::isSimulationEnable();
+    const std::shared_ptr<kaClusterService> service =
+        kaKernelServiceFactory::get<kaClusterService>("kaClusterService");
+    const bool startHere = !_view.getClusterWindow() && !_r.clusterSetup.isEmpty();
+    if (startHere) {
+        if (!service)
+            return;
+        service->setSetup(_r.clusterSetup);
+        service->setRaytracingOnly(true);
+        service->setWaitForNodes(true);
+        if (!service->start())
+            return;
+    }
+    // The base name has no extension: the cluster export names its files from the one the
+    // names take.
+    const QString base = _base + "." + _namingExtension;
+    if (_stereoMode == kaImageRenderWidget::STEREO_NONE) {
+        _writer._exportCanceled = _writer.exportRTClusterImages(
+            base, _r.width, _r.height, 0, _r.fps, _r.start, _r.stop, _r.superSampling, _alphaOn,
+            _r.exportRenderPasses, _r.tonemapHDR, _r.animationNodeId, _r.step);
+    } else if (int(_stereoMode) == 1) {
+        const bool left = _writer.exportRTClusterImages(
+            base, _r.width, _r.height, 1, _r.fps, _r.start, _r.stop, _r.superSampling, _alphaOn,
+            _r.exportRenderPasses, _r.tonemapHDR, _r.animationNodeId, _r.step);
+        const bool right = _writer.exportRTClusterImages(
+            base, _r.width, _r.height, 2, _r.fps, _r.start, _r.stop, _r.superSampling, _alphaOn,
+            _r.exportRenderPasses, _r.tonemapHDR, _r.animationNodeId, _r.step);
+        _writer._exportCanceled = left || right;
+    }
+    if (startHere) {
+        service->stop();
+        if (simulation)
+            kaController::enableSimulation(true);
+    }
+    if (_playSound)
+        kaUtils::beep();
 }
 
 void kaImageWriter::SequenceExport::storeMetaDataSettings() {

@@ -6,6 +6,7 @@
 
 #include "kaExportSession_p.h"
 
+#include "kaClusterService.h"
 #include "kaController.h"
 #include "kaFile.h"
 #include "kaImage.h"
@@ -78,6 +79,7 @@ private:
     class ViewSession;
 
     void renderLocally();
+    void renderOnCluster();
     QString eyeFile(int eye) const {
         return _stem + getStereoName(_stereoMode, eye) + "." + _fileExtension;
     }
@@ -255,8 +257,51 @@ void kaImageWriter::SnapshotExport::run() {
     if (_localRender)
         renderLocally();
     else
-        // The raytracing cluster is not part of this host yet: say so and render nothing.
-        kaLog::error("Snapshot: no raytracing cluster is available; nothing was rendered.");
+        renderOnCluster();
+}
+
+void kaImageWriter::SnapshotExport::renderOnCluster() {
+    QString name = _r.filename;
+    if (kaFile::getExtension(name).isEmpty())
+        name += "." + QString::fromStdString(kaImage::getDefaultImageFormat());
+    const std::shared_ptr<kaClusterService> service =
+        kaKernelServiceFactory::get<kaClusterService>("kaClusterService");
+    const bool simulation = kaController::isSimulationEnable();
+    const bool startHere = !_view.getClusterWindow() && !_r.clusterSetup.isEmpty();
+    if (startHere) {
+        if (service) {
+            service->setSetup(_r.clusterSetup);
+            service->setRaytracingOnly(true);
+            service->setWaitForNodes(true);
+            service->start();
+        }
+        if (!service || !service->isRunning())
+            return;
+    }
+    const bool signature = _addSignature;
+    if (_stereoMode == kaImageRenderWidget::STEREO_NONE) {
+        _writer._exportCanceled = _writer.exportRTClusterImage(
+            name, _r.width, _r.height, 0, _r.superSampling, _alphaOn, _r.dpi, signature,
+            _r.exportRenderPasses, _r.tonemapHDR, nullptr, -1);
+    } else if (int(_stereoMode) == 1) {
+        const bool left = _writer.exportRTClusterImage(
+            name, _r.width, _r.height, 1, _r.superSampling, _alphaOn, _r.dpi, signature,
+            _r.exportRenderPasses, _r.tonemapHDR, nullptr, -1);
+        _writer._exportCanceled = left;
+        const bool right = _writer.exportRTClusterImage(
+            name, _r.width, _r.height, 2, _r.superSampling, _alphaOn, _r.dpi, signature,
+            _r.exportRenderPasses, _r.tonemapHDR, nullptr, -1);
+        _writer._exportCanceled = left || right;
+    }
+    if (startHere && service) {
+        service->stop();
+        if (simulation)
+            kaController::enableSimulation(true);
+    }
+    kaController::changeScenegraph();
+    kaController::forceRender(true);
+    if (_playSound)
+        kaUtils::beep();
 }
 
 QString kaImageWriter::SnapshotExport::formatOf() const {

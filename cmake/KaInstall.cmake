@@ -2,7 +2,7 @@
 # that an application can find_package(ImageWriter) and link ImageWriter.
 include(CMakePackageConfigHelpers)
 
-set(KA_INSTALL_TARGETS ImageWriter kaHostImage kaHostRender kaHostPlatform kaHostOSG kaHostCore
+set(KA_INSTALL_TARGETS ImageWriter kaHostCluster kaHostImage kaHostRender kaHostPlatform kaHostOSG kaHostCore
     ka_compile_options)
 install(TARGETS ${KA_INSTALL_TARGETS}
     EXPORT ImageWriterTargets
@@ -10,7 +10,7 @@ install(TARGETS ${KA_INSTALL_TARGETS}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
     PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/ImageWriter)
-foreach(_module core osg image render platform)
+foreach(_module core osg image render platform cluster)
     install(DIRECTORY ${PROJECT_SOURCE_DIR}/host/${_module}/
         DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/kalo/${_module}
         FILES_MATCHING PATTERN "*.h" PATTERN "*_p.h" EXCLUDE)

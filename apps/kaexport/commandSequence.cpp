@@ -109,8 +109,11 @@ Runner defineSequence(CLI::App& command) {
                    << " is before the start frame " << walk.start() << ": nothing to write\n";
             return int(UsageError);
         }
-        const QStringList files =
-            writtenFiles(writer, render.out, render.passes, writer.getExportMultiLayer(), walk);
+        const bool cluster = !o->render.cluster.empty();
+        const QStringList files = cluster ? clusterWrittenFiles(writer, render.out, render.passes,
+                                                                writer.getExportMultiLayer(), walk)
+                                          : writtenFiles(writer, render.out, render.passes,
+                                                         writer.getExportMultiLayer(), walk);
 
         size_t first = 0;
         if (o->resume) {
@@ -163,11 +166,13 @@ Runner defineSequence(CLI::App& command) {
         const auto clockStart = std::chrono::steady_clock::now();
         writer.exportImages(render.out, o->render.width, o->render.height, fps, start, walk.stop(),
                             o->render.superSampling, o->render.alphaArgument(), render.passesGiven,
-                            animationId, QString(), walk.step(), false);
+                            animationId, o->render.clusterSetup(), walk.step(), false);
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - clockStart).count();
+        // A failed cluster ends the export as a cancel does; it is a failure all the same.
+        const bool clusterFailed = !Host::clusterFailure().empty();
         const int code = report.conclude(
-            io, "sequence", writer.wasExportCanceled() || Host::interrupted(),
+            io, "sequence", (writer.wasExportCanceled() && !clusterFailed) || Host::interrupted(),
             "the files above are complete; --resume continues from there", remaining);
         if (code != Done)
             return code;

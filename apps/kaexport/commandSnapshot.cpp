@@ -82,12 +82,14 @@ Runner defineSnapshot(CLI::App& command) {
         WriteReport report;
         const auto start = std::chrono::steady_clock::now();
         writer.exportImage(render.out, o->render.width, o->render.height, o->render.superSampling,
-                           alpha, o->dpi, render.passesGiven, QString(), o->appendRenderTime,
-                           false);
+                           alpha, o->dpi, render.passesGiven, o->render.clusterSetup(),
+                           o->appendRenderTime, false);
         const double seconds =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        // A failed cluster ends the export as a cancel does; it is a failure all the same.
+        const bool clusterFailed = !Host::clusterFailure().empty();
         const int code = report.conclude(
-            io, "snapshot", writer.wasExportCanceled() || Host::interrupted(),
+            io, "snapshot", (writer.wasExportCanceled() && !clusterFailed) || Host::interrupted(),
             "the files above were written before", o->appendRenderTime ? QStringList() : targets);
         if (code != Done)
             return code;

@@ -20,6 +20,7 @@ Runner defineFast(CLI::App& command);
 Runner defineSequence(CLI::App& command);
 Runner defineMovie(CLI::App& command);
 Runner defineFiles(CLI::App& command);
+Runner defineClusterCheck(CLI::App& command);
 
 const std::vector<Command>& commands() {
     static const std::vector<Command> table = {
@@ -28,6 +29,8 @@ const std::vector<Command>& commands() {
         {"movie", "render the animation into a movie file (AVI, MP4, MKV, MOV)", true, defineMovie},
         {"fast", "capture the scene repeatedly (files or PNG bytes)", true, defineFast},
         {"files", "list the files an export writes", false, defineFiles},
+        {"cluster-check", "start a render cluster, time one sample on it, stop it", true,
+         defineClusterCheck},
     };
     return table;
 }

@@ -3,6 +3,7 @@
 #include "OSGAnimNodeBase.h"
 #include "OSGImageFileHandler.h"
 #include "kaAnimManager.h"
+#include "kaFile.h"
 #include "kaImageWriter.h"
 #include "kaPreferences.h"
 
@@ -54,6 +55,34 @@ QStringList writtenFiles(const kaImageWriter& writer, const QString& out,
     for (int i = 0; i < all.size(); ++i)
         if (i % perGroup >= skipped)
             files << all[i];
+    return files;
+}
+
+QStringList clusterWrittenFiles(const kaImageWriter& writer, const QString& out,
+                                const std::vector<unsigned int>& passes, bool multiLayer,
+                                const FrameWalk& walk) {
+    QString name = out, extension = kaFile::getExtension(out);
+    writer.cleanupFileExtension(name, extension);
+    extension = kaFile::getExtension(name);
+    const QString base = writer.getBaseFilename(name);
+    QStringList views{QString()};
+    if (std::get<1>(kaImageWriter::getStereoMode()) == 2)
+        views = QStringList{"-left", "-right"};
+    // Pass files only when two or more passes render; one layered file holds them all.
+    std::vector<int> passFiles{-1};
+    const bool layered = multiLayer && kaImageWriter::isMultilayerSupported(name);
+    if (passes.size() >= 2 && !layered) {
+        passFiles.clear();
+        for (unsigned int pass : passes)
+            passFiles.push_back(int(pass));
+    }
+    QStringList files;
+    for (const QString& view : views)
+        for (int pass : passFiles)
+            for (int frame : walk.written())
+                files << base + kaImageWriter::getFrameName(frame) + view +
+                             (pass >= 0 ? kaImageWriter::getPassName(pass) : QString()) + "." +
+                             (pass >= 0 ? extension.toLower() : extension);
     return files;
 }
 

@@ -38,6 +38,12 @@ QStringList writtenFiles(const kaImageWriter& writer, const QString& out,
                          const std::vector<unsigned int>& passes, bool multiLayer,
                          const FrameWalk& walk);
 
+// The same for a sequence raytraced on the render cluster, which names its files
+// <base>-<frame>[-left|-right][-<pass>].<ext>, in the same order.
+QStringList clusterWrittenFiles(const kaImageWriter& writer, const QString& out,
+                                const std::vector<unsigned int>& passes, bool multiLayer,
+                                const FrameWalk& walk);
+
 // The files of one written frame (every view and pass), taken from writtenFiles()'s list.
 QStringList filesOfFrame(const QStringList& files, const FrameWalk& walk, size_t frameIndex);
 

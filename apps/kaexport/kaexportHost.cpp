@@ -6,18 +6,23 @@
 #include "kaAnimManager.h"
 #include "kaAtomicFile.h"
 #include "kaBuiltinScene.h"
+#include "kaClusterService.h"
 #include "kaConstraintManager.h"
 #include "kaController.h"
 #include "kaInterfaceFactory.h"
+#include "kaMessage.h"
 #include "kaOSGWidget.h"
 #include "kaSceneImport.h"
 #include "kaSimulationTime.h"
+#include "kaSnapshotProgressGUII.h"
 #include "kaWriteJournal.h"
 
 #include <QApplication>
+
 #include <QDialog>
 #include <QSocketNotifier>
 #include <QWidget>
+#include <boost/any.hpp>
 
 #include <unistd.h>
 
@@ -152,10 +157,16 @@ void abortRunningRender() {
     g_interrupted = true;
     std::fprintf(stderr, "%skaexport: interrupted, stopping the render\n", g_barOpen ? "\n" : "");
     g_barOpen = false;
-    for (QWidget* widget : QApplication::topLevelWidgets())
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
         if (widget->objectName() == "ImageRenderWidget" && widget->isVisible())
             static_cast<QDialog*>(widget)->reject();
+        // The cluster's dialog stops its picture without asking about other jobs.
+        if (auto* cluster = qobject_cast<kaSnapshotProgressGUII*>(widget))
+            cluster->clickedCancelSave();
+    }
 }
+
+std::string g_clusterFailure;
 
 } // namespace
 
@@ -204,6 +215,22 @@ Host::Host()
         std::signal(SIGINT, onSigint);
     }
     g_commandDone = false;
+    // The cluster service is the host's: exports bring it up by its class name.
+    kaClusterService::the();
+    g_clusterFailure.clear();
+    _clusterHandler = kaController::addCallHandler(
+        "kaClusterClusterWindowException", [](const kaMessage& message) {
+            g_clusterFailure = message.has("error")
+                                   ? boost::any_cast<QString>(message.get("error")).toStdString()
+                                   : std::string("unknown failure");
+            std::fprintf(stderr, "%skaexport: the render cluster failed: %s\n",
+                         g_barOpen ? "\n" : "", g_clusterFailure.c_str());
+            g_barOpen = false;
+        });
+}
+
+const std::string& Host::clusterFailure() {
+    return g_clusterFailure;
 }
 
 void Host::showTotalProgress(int images) {
@@ -212,6 +239,8 @@ void Host::showTotalProgress(int images) {
 
 Host::~Host() {
     g_commandDone = true;
+    kaController::removeCallHandler(_clusterHandler);
+    kaClusterService::the()->stop();
     _totalProgress.reset();
     kaController::removeProgressListener(_progressListener);
     kaController::removeStepListener(_stepListener);

@@ -3,6 +3,7 @@
 #include <QString>
 
 #include <memory>
+#include <string>
 
 class kaOSGWidget;
 class kaBuiltinScene;
@@ -30,6 +31,8 @@ public:
     void showTotalProgress(int images);
     // Whether Ctrl-C was pressed since the host was made.
     static bool interrupted();
+    // What the render cluster reported when it failed during this run (empty: it did not).
+    static const std::string& clusterFailure();
     // Ends the progress display on its own line: at 100 % when the work is 'complete'.
     static void finishProgress(bool complete);
 
@@ -39,6 +42,7 @@ private:
     int _progressListener = 0;
     std::unique_ptr<TotalProgress> _totalProgress;
     int _stepListener = 0;
+    int _clusterHandler = 0;
 };
 
 } // namespace kaexport

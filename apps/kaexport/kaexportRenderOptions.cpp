@@ -3,10 +3,12 @@
 #include "kaexportOptions.h"
 
 #include "OSGImageFileHandler.h"
+#include "kaClusterService.h"
 #include "kaFile.h"
 #include "kaImageWriter.h"
 #include "kaOSGWidget.h"
 #include "kaPreferences.h"
+#include "kaRenderParameter.h"
 #include "kaRenderPasses.h"
 
 #include <CLI/CLI.hpp>
@@ -33,7 +35,24 @@ void addRenderOptions(CLI::App& command, RenderOptions& o) {
     command.add_option("--passes", o.passes, "render passes, each to its own file (or layer)")
         ->type_name("PASSES")
         ->check(passListCheck());
-    command.add_flag("--raytracing", o.raytracing, "render with the raytracer");
+    auto* raytracing = command.add_flag("--raytracing", o.raytracing, "render with the raytracer");
+    command
+        .add_option("--samples", o.samples,
+                    "raytraced samples per pixel (times those of --ss; on a cluster, times the "
+                    "still-frame supersampling squared)")
+        ->type_name("N")
+        ->check(rangeCheck(1, 1000000));
+    command
+        .add_option("--cluster", o.cluster,
+                    "raytrace on a render cluster: hosts with node counts (\"localhost:3\", "
+                    "\"nodeA:8,nodeB:8\") or an Open MPI host file")
+        ->type_name("SETUP")
+        ->needs(raytracing);
+    command
+        .add_option("--cluster-timeout", o.clusterTimeout,
+                    "seconds a render node may stay silent before the export fails")
+        ->type_name("SECONDS")
+        ->check(rangeCheck(1.0, 86400.0));
     command.add_option("--stereo", o.stereo, "0 mono, 1 two eyes, 2 five eyes, 3 nine eyes")
         ->type_name("MODE")
         ->check(rangeCheck(0, 3));
@@ -70,6 +89,9 @@ bool applyRenderOptions(Streams& io, const char* command, const std::string& out
     // Render passes other than beauty come from the raytracer only.
     if (o.raytracing)
         kaOSGWidget::setRaytracing(true);
+    if (o.samples > 0)
+        kaRenderParameter::setImageSamples(o.samples);
+    kaClusterService::the()->setNodeTimeout(o.clusterTimeout);
     const std::string noProfile = missingProfileWarning(o.icc);
     if (!noProfile.empty())
         io.err << "kaexport " << command << ": " << noProfile << "\n";

@@ -18,12 +18,16 @@ namespace kaexport {
 // sequence): size, supersampling, alpha, render passes, renderer, stereo eyes, colour space,
 // metadata and signature. Negative numbers take the preferences.
 struct RenderOptions {
-    std::string passes;
+    std::string passes, cluster;
     int width = -1, height = -1, superSampling = -1, stereo = -1, icc = 0, metadata = 0;
+    int samples = 0;
+    double clusterTimeout = 30.0;
     bool alpha = false, noAlpha = false, raytracing = false, signature = false;
 
     // The export's alpha argument: 1 with --alpha, 0 with --no-alpha, -1 (the preference).
     int alphaArgument() const { return alpha ? 1 : noAlpha ? 0 : -1; }
+    // The cluster set-up for the export (empty: render here).
+    QString clusterSetup() const { return QString::fromStdString(cluster); }
 };
 
 void addRenderOptions(CLI::App& command, RenderOptions& options);

@@ -239,13 +239,17 @@ private:
                 continue;
             }
             if (image && image->getWidth() == h.width && image->getHeight() == h.bandHeight &&
-                image->getDataType() == type)
+                image->getDataType() == type && _imagesPremultiply == h.premultiply)
                 continue;
             image = osg::Image::create();
             image->set(osg::Image::OSG_RGBA_PF, h.width, std::max(h.bandHeight, 1), 1, 1, 1, 0.0,
                        nullptr, type, true);
+            // Passes of data keep their values as they are, as in the master's own renders.
+            if (!kaRenderPass::holdsLight(pass))
+                image->setAlphaMode(osg::Image::AlphaMode::Independent);
         }
         _images.resize(size_t(kaRenderPass::Count));
+        _imagesPremultiply = h.premultiply;
     }
 
     void sendNames() {
@@ -291,6 +295,7 @@ private:
     osg::RefPtr<MatrixCamera> _camera;
     osg::UberViewportPtr _viewport;
     std::vector<osg::ImagePtr> _images;
+    uint8_t _imagesPremultiply = 2; // the alpha convention the images were made with
     QByteArray _key;
     int _lastSample = -1;
     uint32_t _serial = 0;

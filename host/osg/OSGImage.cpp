@@ -213,6 +213,14 @@ void Image::clear(uint8_t value) {
         std::memset(_pixel.data(), value, _pixel.size());
 }
 
+bool Image::setExternalData(uint32_t pixelFormat, int32_t width, int32_t height, int32_t type,
+                            uint8_t* data) {
+    if (!set(pixelFormat, width, height, 1, 1, 1, 0.0, nullptr, type, false) || !data)
+        return false;
+    _pixel.refer(data, _frameSize);
+    return true;
+}
+
 bool PixelBuffer::allocate(size_t size) {
     clear();
     if (size == 0)
@@ -241,6 +249,7 @@ bool PixelBuffer::assign(const uint8_t* data, size_t size) {
 
 void PixelBuffer::clear() {
     _data.reset();
+    _external = nullptr;
     _size = 0;
 }
 

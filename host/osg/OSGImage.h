@@ -31,13 +31,20 @@ public:
     bool allocate(size_t size);
     // A copy of 'size' bytes at 'data'; false (and empty) when there is no memory for them.
     bool assign(const uint8_t* data, size_t size);
+    // Uses 'size' bytes at 'data' that someone else owns and keeps (no copy).
+    void refer(uint8_t* data, size_t size) {
+        _data.reset();
+        _external = data;
+        _size = data ? size : 0;
+    }
     void clear();
     bool empty() const { return _size == 0; }
     size_t size() const { return _size; }
-    uint8_t* data() { return _data.get(); }
-    const uint8_t* data() const { return _data.get(); }
+    uint8_t* data() { return _external ? _external : _data.get(); }
+    const uint8_t* data() const { return _external ? _external : _data.get(); }
     void swap(PixelBuffer& other) noexcept {
         _data.swap(other._data);
+        std::swap(_external, other._external);
         std::swap(_size, other._size);
     }
 
@@ -46,6 +53,7 @@ private:
         void operator()(uint8_t* p) const { std::free(p); }
     };
     std::unique_ptr<uint8_t[], Free> _data;
+    uint8_t* _external = nullptr;
     size_t _size = 0;
 };
 
@@ -88,6 +96,12 @@ public:
              int32_t mipmapCount = 1, int32_t frameCount = 1, double frameDelay = 0.0,
              const uint8_t* data = nullptr, int32_t type = OSG_UINT8_IMAGEDATA,
              bool allocMemory = true, int32_t sideCount = 1);
+
+    // Makes the image a view of pixels it does not own: one level, one frame, 'data' holding
+    // width x height pixels of the format and type, rows bottom-up. The owner keeps them while
+    // the image uses them; changes of layout (reformat, conversions) make an own copy.
+    bool setExternalData(uint32_t pixelFormat, int32_t width, int32_t height, int32_t type,
+                         uint8_t* data);
 
     // Changes the pixel format, converting every pixel; into 'destination' when given (this
     // image is then unchanged). Missing colour channels repeat the luminance, a missing alpha

@@ -88,6 +88,8 @@ protected:
                 images[size_t(pass)] = osg::Image::create();
                 images[size_t(pass)]->set(osg::Image::OSG_RGBA_PF, W, H, 1, 1, 1, 0.0, nullptr,
                                           osg::Image::OSG_FLOAT32_IMAGEDATA, true);
+                if (!kaRenderPass::holdsLight(pass))
+                    images[size_t(pass)]->setAlphaMode(osg::Image::AlphaMode::Independent);
             }
         kaRTRenderer::Region region;
         region.fullWidth = region.width = W;
