@@ -39,6 +39,17 @@ bool askedForVerbose(int argc, char** argv) {
     return false;
 }
 
+// A cluster render shows its progress dialog with the live preview on the user's display when
+// there is one; everything else runs without a screen.
+bool showsClusterDialog(int argc, char** argv) {
+    if (qEnvironmentVariableIsEmpty("DISPLAY"))
+        return false;
+    for (int i = 1; i < argc; ++i)
+        if (std::strcmp(argv[i], "--cluster") == 0 || std::strncmp(argv[i], "--cluster=", 10) == 0)
+            return true;
+    return false;
+}
+
 // Standard output is the program's own: "Wrote" lines, file lists and PNG streams. The
 // library's diagnostic lines (which it prints there) go to standard error with --verbose and
 // nowhere otherwise, so they never mix into what other programs read. Returns the descriptor
@@ -71,9 +82,9 @@ void routeLog(bool verbose) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // kaexport runs without a display: its dialogs and viewers live offscreen.
+    // kaexport runs without a display (but for a cluster's preview): its dialogs live offscreen.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-        qputenv("QT_QPA_PLATFORM", "offscreen");
+        qputenv("QT_QPA_PLATFORM", showsClusterDialog(argc, argv) ? "xcb;offscreen" : "offscreen");
     // Qt wants a private runtime folder and complains on every start when none is set.
     if (qEnvironmentVariableIsEmpty("XDG_RUNTIME_DIR")) {
         QByteArray runtime =

@@ -38,6 +38,10 @@ kaOSGWidget::kaOSGWidget()
 }
 
 bool kaOSGWidget::render() {
+    // With a render cluster the raytraced picture is made on its nodes (through the render
+    // action): the view does not raytrace it a second time here.
+    if (_clusterWindow && getRaytracing())
+        return true;
     if (!_screen || _screen->getWidth() != width() || _screen->getHeight() != height()) {
         _screen = osg::Image::create();
         _screen->set(osg::Image::OSG_RGBA_PF, width(), height());
