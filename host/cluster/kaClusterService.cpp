@@ -192,3 +192,7 @@ std::vector<kaClusterService::NodeInfo> kaClusterService::getNodes() const {
     }
     return nodes;
 }
+
+kaClusterService::FrameStats kaClusterService::getLastFrameStats() const {
+    return _transport ? _transport->lastFrame() : FrameStats();
+}

@@ -64,6 +64,17 @@ public:
     };
     std::vector<NodeInfo> getNodes() const;
 
+    // What the last frame cost the master, for benchmarks and diagnostics.
+    struct FrameStats {
+        double seconds = 0.0;       // the whole frame, as the master waited for it
+        double slowestNode = 0.0;   // the longest a node rendered
+        double encodeSeconds = 0.0; // the change list (or the scene) made into a message
+        double gatherSeconds = 0.0; // pixels received and copied into the buffer
+        size_t sentBytes = 0;       // to every node together
+        size_t receivedBytes = 0;   // pixels from every node together
+    };
+    FrameStats getLastFrameStats() const;
+
     // The hosts and counts of a set-up string ("a:2,b" -> {a,2},{b,1}) or of the host file it
     // names ("a slots=2" lines); empty (with the reason) when it cannot be read.
     static std::vector<std::pair<std::string, int>> parseSetup(const QString& setup,

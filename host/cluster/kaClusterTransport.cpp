@@ -195,6 +195,8 @@ void kaClusterTransport::renderFrame(osg::NetWindow& window) {
     if (!viewport || !viewport->getCamera() || !viewport->getRoot())
         throw kaClusterClusterWindowException("the cluster window has no scene to render");
     const int width = int(window.getWidth()), height = int(window.getHeight());
+    const double frameStart = now();
+    _stats = kaClusterService::FrameStats();
 
     // The scene goes once; afterwards only what changed since the last frame.
     osg::ChangeList& changes = *osg::ChangeList::getCurrent();
@@ -203,9 +205,11 @@ void kaClusterTransport::renderFrame(osg::NetWindow& window) {
         changes.clear();
         for (int i = 0; i < int(_nodes.size()); ++i)
             send(i, kScene, scene.constData(), size_t(scene.size()));
+        _stats.sentBytes += size_t(scene.size()) * _nodes.size();
     }
     const QByteArray changed = _encoder.encodeChanges(*viewport, changes.getChanged());
     changes.clear();
+    _stats.encodeSeconds = now() - frameStart;
 
     const int sample = window.getRtSample();
     if (sample <= 0 || sample == osg::NetWindow::RestartedSample)
@@ -248,6 +252,7 @@ void kaClusterTransport::renderFrame(osg::NetWindow& window) {
                              : std::max(1, _nodes[i].cores / std::max(nodesOnHost[i], 1));
         message = QByteArray(reinterpret_cast<const char*>(&header), sizeof header) + changed;
         send(int(i), kFrame, message.constData(), size_t(message.size()));
+        _stats.sentBytes += size_t(message.size());
         pending[i].expectsNames = header.final && i == 0;
         _lastHeard[i] = now();
     }
@@ -282,9 +287,11 @@ void kaClusterTransport::renderFrame(osg::NetWindow& window) {
         waitAMoment();
     }
 
+    _stats.seconds = now() - frameStart;
     bool restarted = false;
     for (size_t i = 0; i < _nodes.size(); ++i) {
         const FrameReply& reply = pending[i].reply;
+        _stats.slowestNode = std::max(_stats.slowestNode, reply.seconds);
         if (reply.status == kFailed)
             fail("render node " + std::to_string(i) + " on " + _nodes[i].host + ": " +
                  std::string(reply.error, strnlen(reply.error, sizeof reply.error)));
@@ -307,6 +314,7 @@ bool kaClusterTransport::receiveOne(osg::NetWindow& window, std::vector<Pending>
     const int source = status.MPI_SOURCE;
     int bytes = 0;
     MPI_Get_count(&status, MPI_BYTE, &bytes);
+    const double receiveStart = now();
     std::vector<char> data(size_t(std::max(bytes, 1)));
     MPI_Recv(data.data(), bytes, MPI_BYTE, source, status.MPI_TAG, _nodesComm, MPI_STATUS_IGNORE);
     _lastHeard[size_t(source)] = now();
@@ -335,6 +343,8 @@ bool kaClusterTransport::receiveOne(osg::NetWindow& window, std::vector<Pending>
             size_t(bytes) - sizeof h >= size_t(h.rows) * rowBytes)
             std::memcpy(slot + size_t(h.row) * rowBytes, data.data() + sizeof h,
                         size_t(h.rows) * rowBytes);
+        _stats.gatherSeconds += now() - receiveStart;
+        _stats.receivedBytes += size_t(bytes);
         break;
     }
     case kNames: {

@@ -3,6 +3,7 @@
 #include "OSGNetWindow.h"
 #include "kaClusterProtocol_p.h"
 #include "kaClusterSceneCodec.h"
+#include "kaClusterService.h"
 
 #include <mpi.h>
 
@@ -36,6 +37,7 @@ public:
     void quit();
     bool isBroken() const { return _broken; }
     const std::vector<Node>& nodes() const { return _nodes; }
+    const kaClusterService::FrameStats& lastFrame() const { return _stats; }
 
     void renderFrame(osg::NetWindow& window) override;
     void waitAllFrames(osg::NetWindow& window) override;
@@ -57,4 +59,5 @@ private:
     uint32_t _serial = 0;
     bool _broken = false;
     std::vector<double> _lastHeard;
+    kaClusterService::FrameStats _stats;
 };

@@ -1,4 +1,4 @@
-#include "kaRTIntegrator.h"
+#include "kaRTIntegrator_p.h"
 
 #include "kaGLSceneRenderer.h"
 

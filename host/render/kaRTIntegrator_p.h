@@ -2,7 +2,7 @@
 
 #include "OSGViewport.h"
 #include "kaRTPasses.h"
-#include "kaRTScene.h"
+#include "kaRTScene_p.h"
 
 #include <vector>
 

@@ -1,4 +1,4 @@
-#include "kaRTScene.h"
+#include "kaRTScene_p.h"
 
 #include "OSGNodeCores.h"
 #include "kaRTCryptomatte.h"
