@@ -138,7 +138,7 @@ private:
         uint32_t width, height;
         bool snapshot;
     } _savedWindow{};
-    int _savedViewportDownscale = 1;
+    int _savedViewportDownscale = 1, _savedViewportSample = -1;
     uint64_t _savedViewportPasses = 1;
     bool _savedTonemapHDR = false;
     osg::TonemappingSettingsPtr _tonemapping;
@@ -284,6 +284,7 @@ bool kaImageWriter::ClusterSnapshot::setUp() {
     kaController::setTimerLoops(false);
 
     _savedViewportDownscale = _viewport->getDownscale();
+    _savedViewportSample = _viewport->getRtSample();
     _savedViewportPasses = _viewport->getRenderPasses();
     _viewport->setDownscale(_view.isRaytracingDownscaleEnabled() ? 2 : 1);
     _viewport->setRenderPasses(_passMask);
@@ -492,6 +493,8 @@ void kaImageWriter::ClusterSnapshot::restore() {
     _window->setRendering(false);
     kaRaytracer::setSnapshot(false);
     _viewport->setDownscale(_savedViewportDownscale);
+    // The sample the cluster rendered last would make the view's own renders that one sample.
+    _viewport->setRtSample(_savedViewportSample);
     _viewport->setRenderPasses(_savedViewportPasses);
     if (_tonemapping)
         _tonemapping->setTonemapHDR(_savedTonemapHDR);

@@ -6,8 +6,10 @@
 //                waiting, gathering), for a sample without pixels, one with the beauty (a
 //                preview) and one with all 47 passes (a final sample);
 //   model        samples/s for 8 and 64 nodes from the measured times and transfer sizes:
-//                a sample takes (local time / nodes) + overhead, a final sample adds its
-//                pixels at a 1 GB/s (10 GbE) link.
+//                a sample takes (local time / nodes) + the measured overhead of a sample
+//                without pixels; the final sample adds its pixels at a 1 GB/s (10 GbE) link
+//                into the master (the rate measured here, between processes of one machine,
+//                is printed beside it).
 // The nodes share this machine's cores: more nodes do not make more cores, so the speed-up
 // measured here is not the cluster's; the overhead and the model are what to read.
 #include "kaBuiltinScene.h"
@@ -136,9 +138,11 @@ int main(int argc, char** argv) {
     // The model: one machine's sample time split over n machines like this one, plus the
     // master's overhead per sample, plus the final sample's pixels over a 1 GB/s link.
     const double sampleTime = 1.0 / local;
+    std::printf("final sample gathered here at %.0f MB/s (all passes, one node)\n",
+                last.overheadAll > 0 ? double(last.allBytes) / 1e6 / last.overheadAll : 0.0);
     for (int nodes : {8, 64}) {
         const double perSample = sampleTime / nodes + last.overheadNone;
-        const double finalExtra = double(last.allBytes) / 1e9 + last.overheadAll;
+        const double finalExtra = double(last.allBytes) / 1e9;
         const double samples = 256;
         const double total = samples * perSample + finalExtra;
         std::printf("model %2d nodes: %.3f s a sample (%.1f samples/s, %.1f x one machine); 256 "

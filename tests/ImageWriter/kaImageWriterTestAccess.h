@@ -38,6 +38,22 @@ public:
 
     kaImageRenderWidget* fastWidget() const { return w._fastRenderWidget.get(); }
 
+    bool exportRTClusterImage(const QString& filename, int width, int height, int eye,
+                              int superSampling, bool alpha, float dpi, bool addSignature,
+                              bool exportRenderPasses, bool forwarded,
+                              kaSnapshotProgressGUII* progress, int frame) {
+        return w.exportRTClusterImage(filename, width, height, eye, superSampling, alpha, dpi,
+                                      addSignature, exportRenderPasses, forwarded, progress, frame);
+    }
+    bool exportRTClusterImages(const QString& filename, int width, int height, int eye, int fps,
+                               int startFrame, int stopFrame, int superSampling, bool alpha,
+                               bool exportRenderPasses, bool option, __int64 animationNodeId,
+                               int frameStep) {
+        return w.exportRTClusterImages(filename, width, height, eye, fps, startFrame, stopFrame,
+                                       superSampling, alpha, exportRenderPasses, option,
+                                       animationNodeId, frameStep);
+    }
+
 private:
     kaImageWriter& w;
 };
