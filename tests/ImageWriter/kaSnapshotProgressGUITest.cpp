@@ -10,13 +10,13 @@
 #include "kaController.h"
 #include "kaPlatform.h"
 #include "kaTestSupport.h"
+#include "kaXvfb.h"
 
 #include <QAbstractButton>
 #include <QApplication>
 #include <QCheckBox>
 #include <QCloseEvent>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFrame>
 #include <QHBoxLayout>
@@ -28,7 +28,6 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QSpacerItem>
-#include <QStandardPaths>
 #include <QTest>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -632,59 +631,22 @@ TEST(kaSnapshotProgressOnX, DISABLED_ChildShowsTheZoomedPreview) {
 }
 
 TEST(kaSnapshotProgressOnX, ShowsAndZoomsThePreview) {
-    const QString xvfb = QStandardPaths::findExecutable("Xvfb");
-    if (xvfb.isEmpty())
+    if (!katest::XvfbServer::isInstalled())
         GTEST_SKIP() << "Xvfb is not installed (scripts/bootstrap installs it)";
-
-    // Xvfb picks a free display itself and writes its number once it accepts clients.
-    QProcess server;
-    server.setProcessChannelMode(QProcess::SeparateChannels);
-    server.start(xvfb, {"-displayfd", "1", "-screen", "0", "1280x1024x24", "-nolisten", "tcp"});
-    ASSERT_TRUE(server.waitForStarted(5000));
-    struct Stop {
-        QProcess& process;
-        ~Stop() {
-            process.terminate();
-            if (!process.waitForFinished(3000)) {
-                process.kill();
-                process.waitForFinished(3000);
-            }
-        }
-    } stop{server};
-    QByteArray number;
-    QElapsedTimer clock;
-    clock.start();
-    while (!number.contains('\n') && clock.elapsed() < 10000 &&
-           server.state() == QProcess::Running) {
-        server.waitForReadyRead(100);
-        number += server.readAllStandardOutput();
-    }
-    ASSERT_TRUE(number.contains('\n')) << server.readAllStandardError().toStdString();
-    const QString display = ":" + QString::fromLatin1(number).trimmed();
+    katest::XvfbServer server;
+    ASSERT_TRUE(server.isRunning()) << server.error();
 
     const QString folder = QStringLiteral(KA_TEST_ARTEFACT_DIR);
     ASSERT_TRUE(QDir().mkpath(folder));
     const QString screenshot = folder + "/kaSnapshotProgressOnX.png";
     QFile::remove(screenshot);
 
-    QProcess child;
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("QT_QPA_PLATFORM", "xcb");
-    env.insert("DISPLAY", display);
+    QProcessEnvironment env;
     env.insert("KA_X11_SCREENSHOT", screenshot);
-    child.setProcessEnvironment(env);
-    child.setProcessChannelMode(QProcess::MergedChannels);
-    child.start(QCoreApplication::applicationFilePath(),
-                {"--gtest_also_run_disabled_tests",
-                 "--gtest_filter=kaSnapshotProgressOnX.DISABLED_ChildShowsTheZoomedPreview"});
-    ASSERT_TRUE(child.waitForStarted(5000));
-    const bool finished = child.waitForFinished(30000);
-    if (!finished)
-        child.kill();
-    const std::string output = child.readAll().toStdString();
-    ASSERT_TRUE(finished) << output;
-    EXPECT_EQ(child.exitCode(), 0) << output;
-    EXPECT_NE(output.find("[  PASSED  ] 1 test"), std::string::npos) << output;
+    const katest::ChildRun run = katest::runTestOnDisplay(
+        server.display(), "kaSnapshotProgressOnX.DISABLED_ChildShowsTheZoomedPreview", env, 30000);
+    ASSERT_TRUE(run.finished) << run.output;
+    EXPECT_TRUE(run.passed()) << run.output;
 
     // The artefact, read back from the file.
     QImage shot(screenshot, "PNG");
