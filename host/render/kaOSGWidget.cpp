@@ -47,6 +47,10 @@ bool kaOSGWidget::render() {
         _screen->set(osg::Image::OSG_RGBA_PF, width(), height());
     }
     kaSharedOffscreenRender renderer(this, {_screen}, 0);
+    // A raytraced view shows its first sample, as an interactive viewer does before it
+    // refines: forced redraws during exports must not cost a full render each.
+    if (getRaytracing())
+        renderer.setRtSample(0);
     return renderer.updateGL();
 }
 
