@@ -374,7 +374,9 @@ bool kaImageWriter::ClusterSnapshot::renderSamples() {
             stop = true;
 
         _dialog->setProgress(_ownDialog ? sample + 1 : dialogValue, rendering);
-        kaController::setImageRenderProgress(double(sample + 1) / double(total));
+        // A sequence shows its frames as its progress; a snapshot its samples.
+        if (_ownDialog)
+            kaController::setImageRenderProgress(double(sample + 1) / double(total));
     }
     _renderTime = now() - start;
     return !_dialog->isCancel();

@@ -86,6 +86,8 @@ bool kaImageWriter::exportRTClusterImages(const QString& filename, int width, in
             break;
         framesDone += 1;
         dialog->_progress->setValue(framesDone);
+        kaController::setImageRenderProgress(double(framesDone) /
+                                             double((stopFrame - startFrame) / frameStep + 1));
         t += increment;
         f += frameStep;
     }

@@ -132,8 +132,18 @@ class ClusterNodeCount : public ::testing::TestWithParam<int> {};
 
 TEST_P(ClusterNodeCount, ClusterSnapshotEqualsTheLocalRaytracedSnapshotInEveryPass) {
     katest::TempDir dir;
-    const QStringList common{"--raytracing", "--width", "97", "--height", "61", "--samples", "6",
-                             "--ss", "0", "--passes", "all", "--set",
+    const QStringList common{"--raytracing",
+                             "--width",
+                             "97",
+                             "--height",
+                             "61",
+                             "--samples",
+                             "6",
+                             "--ss",
+                             "0",
+                             "--passes",
+                             "all",
+                             "--set",
                              "ImageExport multi layer exr=true"};
     const QString setup = "localhost:" + QString::number(GetParam());
     const auto cluster =
@@ -162,11 +172,11 @@ INSTANTIATE_TEST_SUITE_P(TwoAndThree, ClusterNodeCount, ::testing::Values(2, 3))
 
 TEST(KaexportCluster, ClusterSequenceWithSimulationEqualsTheLocalOne) {
     katest::TempDir dir;
-    const QStringList common{"--raytracing", "--width", "64", "--height", "40", "--samples",
-                             "3", "--ss", "0", "--start", "0", "--stop", "4", "--fps", "10"};
-    const auto cluster = runOnCluster(QStringList{"sequence", dir.file("c.exr"), "--cluster",
-                                                  "localhost:2"} +
-                                      common);
+    const QStringList common{
+        "--raytracing", "--width", "64",     "--height", "40",    "--samples", "3", "--ss", "0",
+        "--start",      "0",       "--stop", "4",        "--fps", "10"};
+    const auto cluster = runOnCluster(
+        QStringList{"sequence", dir.file("c.exr"), "--cluster", "localhost:2"} + common);
     ASSERT_EQ(cluster.code, 0) << cluster.err.toStdString();
     const auto local = katest::runKaexport(QStringList{"sequence", dir.file("l.exr")} + common);
     ASSERT_EQ(local.code, 0) << local.err.toStdString();
@@ -185,8 +195,8 @@ TEST(KaexportCluster, ClusterSequenceWithSimulationEqualsTheLocalOne) {
 
 TEST(KaexportCluster, Cluster8BitPicturesAreWithinTwoCodeValuesOfTheLocalOnes) {
     katest::TempDir dir;
-    const QStringList common{"--raytracing", "--width", "80", "--height", "50",
-                             "--samples",    "4",      "--ss", "0",        "--alpha"};
+    const QStringList common{"--raytracing", "--width", "80",   "--height", "50",
+                             "--samples",    "4",       "--ss", "0",        "--alpha"};
     ASSERT_EQ(runOnCluster(QStringList{"snapshot", dir.file("c.png"), "--cluster", "localhost:2"} +
                            common)
                   .code,
@@ -213,7 +223,8 @@ TEST(KaexportCluster, AKilledNodeFailsTheRunWithinTheTimeoutAndLeavesNothing) {
     EXPECT_LT(std::chrono::steady_clock::now() - killed, std::chrono::seconds(12));
     const QString err = QString::fromUtf8(process.readAllStandardError());
     EXPECT_EQ(process.exitCode(), 1) << err.toStdString();
-    EXPECT_TRUE(err.contains("kaexport: the render cluster failed: render node 1")) << err.toStdString();
+    EXPECT_TRUE(err.contains("kaexport: the render cluster failed: render node 1"))
+        << err.toStdString();
     EXPECT_EQ(katest::folderEntries(dir.path()), std::vector<std::string>());
     EXPECT_TRUE(allGone(nodes, 10.0)) << "render nodes were left running";
 }
@@ -250,8 +261,8 @@ TEST(KaexportCluster, AnUnreadableSetupFailsWithItsReason) {
 }
 
 TEST(KaexportCluster, ClusterCheckReportsEveryNode) {
-    const auto run = runOnCluster({"cluster-check", "localhost:3", "--width", "64", "--height",
-                                   "48"});
+    const auto run =
+        runOnCluster({"cluster-check", "localhost:3", "--width", "64", "--height", "48"});
     ASSERT_EQ(run.code, 0) << run.err.toStdString();
     EXPECT_TRUE(run.out.startsWith("3 render nodes started in ")) << run.out.toStdString();
     for (int node = 0; node < 3; ++node)
@@ -262,4 +273,22 @@ TEST(KaexportCluster, ClusterCheckReportsEveryNode) {
         if (line.startsWith("node "))
             rows += line.section(": ", 2).section(' ', 0, 0).toInt();
     EXPECT_EQ(rows, 48) << run.out.toStdString();
+}
+
+TEST(KaexportCluster, WorksWhenStartedByMpirun) {
+    katest::TempDir dir;
+    const QStringList common{"--raytracing", "--width", "48",   "--height", "32",
+                             "--samples",    "3",       "--ss", "0"};
+    QProcess process;
+    process.setProcessEnvironment(clusterEnvironment());
+    process.start("mpirun", QStringList{"--oversubscribe", "-np", "1", KAEXPORT_PATH, "snapshot",
+                                        dir.file("m.exr"), "--cluster", "localhost:2"} +
+                                common);
+    ASSERT_TRUE(process.waitForFinished(120000));
+    ASSERT_EQ(process.exitCode(), 0) << process.readAllStandardError().toStdString();
+    ASSERT_EQ(katest::runKaexport(QStringList{"snapshot", dir.file("l.exr")} + common).code, 0);
+    const ExrContent m = readExr(dir.file("m.exr")), l = readExr(dir.file("l.exr"));
+    ASSERT_EQ(m.subimages.size(), 1u);
+    ASSERT_EQ(l.subimages.size(), 1u);
+    EXPECT_TRUE(m.subimages[0] == l.subimages[0]);
 }
