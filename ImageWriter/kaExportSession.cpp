@@ -2,6 +2,7 @@
 
 #include "OSGChangeList.h"
 #include "kaAnimManager.h"
+#include "kaController.h"
 #include "kaImageWriter.h"
 #include "kaLog.h"
 #include "kaOSGWidget.h"
@@ -62,6 +63,12 @@ void showFrame(long long animationId, const osg::AnimNodeBasePtr& animation, int
     } else if (!animationId) {
         kaAnimManager::setCurrentFrame(frame, true, false);
     }
+}
+
+void preRollFrame(kaOSGWidget& view) {
+    view.setSnapshotMode(true);
+    kaController::forceRender(true);
+    view.setSnapshotMode(false);
 }
 
 bool rendersFloat(const QString& format, bool tiffHDR) {

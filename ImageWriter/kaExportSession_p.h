@@ -38,6 +38,10 @@ osg::AnimNodeBasePtr animationOf(long long id);
 void showFrame(long long animationId, const osg::AnimNodeBasePtr& animation, int frame,
                int startFrame);
 
+// Draws the view once for a frame before an export's start (the host's loop has stepped the
+// animation and simulation to it): in snapshot mode, which the view leaves afterwards.
+void preRollFrame(kaOSGWidget& view);
+
 // Whether a file of this upper-case extension is rendered in 32-bit float: HDR and EXR always,
 // TIFF and Photoshop files with the writer's TIFF HDR flag.
 bool rendersFloat(const QString& upperExtension, bool tiffHDR);

@@ -72,9 +72,7 @@ bool kaImageWriter::exportRTClusterImages(const QString& filename, int width, in
             // Frames before the start are stepped through so that the simulation arrives
             // where a run from frame 0 would have it. The last one leaves snapshot mode off
             // for the rendered frames, as it always did.
-            view->setSnapshotMode(true);
-            kaController::forceRender(true);
-            view->setSnapshotMode(false);
+            kaExportSession::preRollFrame(*view);
             t += increment;
             f += 1;
             continue;

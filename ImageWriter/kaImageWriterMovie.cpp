@@ -145,9 +145,7 @@ void kaImageWriter::exportAVI(const QString& filename, int width, int height, in
         kaController::callLoopCBs();
         kaController::updateBehavior(true);
         if (f < startFrame) {
-            view->setSnapshotMode(true);
-            kaController::forceRender(true);
-            view->setSnapshotMode(false);
+            kaExportSession::preRollFrame(*view);
             continue;
         }
         kaExportSession::showFrame(animationNodeId, animation, f, startFrame);

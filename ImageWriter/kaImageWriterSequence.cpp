@@ -387,9 +387,7 @@ void kaImageWriter::SequenceExport::renderLocally() {
 }
 
 void kaImageWriter::SequenceExport::preRoll() {
-    _view.setSnapshotMode(true);
-    kaController::forceRender(true);
-    _view.setSnapshotMode(false);
+    kaExportSession::preRollFrame(_view);
     waitForBackgroundJobs(*_pool);
 }
 

@@ -3,6 +3,8 @@
 // image and on what the widget actually paints.
 #include "kaImageViewer.h"
 
+#include "kaClusterWindowPattern.h"
+
 #include "kaDisplayTransform_p.h"
 
 #include "OSGNetWindow.h"
@@ -25,33 +27,8 @@ namespace {
 
 constexpr QRgb kGrey = 0xFF646464;
 
-// A pixel that names its own position: red and green the low bytes of x and y, blue their high
-// nibbles, alpha varying (never 255, so that a lost or misplaced alpha byte shows).
-QRgb patternPixel(int x, int y) {
-    return qRgba(x & 0xFF, y & 0xFF, ((x >> 8) << 4) | (y >> 8), 0x80 + (x * 3 + y) % 127);
-}
-
-// A cluster window in snapshot state with a byte buffer of 'width' x 'height' holding
-// patternPixel (rows bottom-up, as the cluster delivers them).
-osg::NetWindowPtr byteWindow(int width, int height) {
-    osg::NetWindowPtr window = osg::NetWindow::create();
-    window->setSize(width, height);
-    window->setImageOps(0);
-    window->setRenderPasses(1);
-    window->setSnapshot(true);
-    window->prepareBuffer();
-    uint8_t* data = window->getBuffer();
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) {
-            const QRgb p = patternPixel(x, y);
-            uint8_t* out = data + (size_t(y) * width + x) * 4;
-            out[0] = uint8_t(qRed(p));
-            out[1] = uint8_t(qGreen(p));
-            out[2] = uint8_t(qBlue(p));
-            out[3] = uint8_t(qAlpha(p));
-        }
-    return window;
-}
+using katest::byteWindow;
+using katest::patternPixel;
 
 // The image's pixel as stored (alpha byte included).
 QRgb stored(const QImage& image, int x, int y) {

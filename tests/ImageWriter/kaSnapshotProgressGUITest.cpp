@@ -6,6 +6,8 @@
 #include "kaImageRenderWidget.h"
 #include "kaImageViewer.h"
 
+#include "kaClusterWindowPattern.h"
+
 #include "OSGNetWindow.h"
 #include "kaController.h"
 #include "kaPlatform.h"
@@ -41,28 +43,10 @@
 
 namespace {
 
+using katest::byteWindow;
+// What the dialog's pictures show of the buffer: they are opaque.
 QRgb patternPixel(int x, int y) {
-    return qRgb(x & 0xFF, y & 0xFF, ((x >> 8) << 4) | (y >> 8));
-}
-
-// A cluster window in snapshot state whose byte buffer holds patternPixel, rows bottom-up.
-osg::NetWindowPtr byteWindow(int width, int height) {
-    osg::NetWindowPtr window = osg::NetWindow::create();
-    window->setSize(width, height);
-    window->setRenderPasses(1);
-    window->setSnapshot(true);
-    window->prepareBuffer();
-    uint8_t* data = window->getBuffer();
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x) {
-            const QRgb p = patternPixel(x, y);
-            uint8_t* out = data + (size_t(y) * width + x) * 4;
-            out[0] = uint8_t(qRed(p));
-            out[1] = uint8_t(qGreen(p));
-            out[2] = uint8_t(qBlue(p));
-            out[3] = 255;
-        }
-    return window;
+    return katest::opaquePatternPixel(x, y);
 }
 
 void fillBuffer(const osg::NetWindowPtr& window, uint8_t r, uint8_t g, uint8_t b) {
