@@ -22,14 +22,17 @@ bool ensureMpi(std::string& error) {
     if (initialized)
         return true;
     int provided = 0;
-    if (MPI_Init_thread(nullptr, nullptr, MPI_THREAD_FUNNELED, &provided) != MPI_SUCCESS) {
-        error = "Open MPI could not start";
+    // Nodes are spawned on a thread of their own (see kaClusterTransport::spawn).
+    if (MPI_Init_thread(nullptr, nullptr, MPI_THREAD_MULTIPLE, &provided) != MPI_SUCCESS ||
+        provided < MPI_THREAD_MULTIPLE) {
+        error = "Open MPI could not start (with threads)";
         return false;
     }
     std::atexit([] {
         int finalized = 0;
         MPI_Finalized(&finalized);
-        if (!finalized)
+        // A start that never came back holds Open MPI: finishing it would wait with it.
+        if (!finalized && !kaClusterTransport::spawnStuck())
             MPI_Finalize();
     });
     return true;

@@ -13,10 +13,14 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
+#include <condition_variable>
 #include <csignal>
 #include <cstring>
+#include <memory>
+#include <mutex>
 #include <thread>
 #include <unistd.h>
 
@@ -74,29 +78,63 @@ kaClusterTransport::~kaClusterTransport() {
         quit();
 }
 
+// One call of MPI_Comm_spawn, on a thread of its own: a node that dies while Open MPI starts it
+// leaves the call waiting forever, and the master must not wait with it.
+struct kaClusterTransport::SpawnCall {
+    std::mutex mutex;
+    std::condition_variable finished;
+    bool done = false;
+    int rc = MPI_SUCCESS;
+    MPI_Comm comm = MPI_COMM_NULL;
+    std::vector<int> errors;
+};
+
 bool kaClusterTransport::spawn(const std::string& program,
                                const std::vector<std::string>& arguments, const std::string& hosts,
                                bool hostFile, int count, std::string& error) {
-    MPI_Info info;
-    MPI_Info_create(&info);
-    MPI_Info_set(info, hostFile ? "hostfile" : "host", hosts.c_str());
-    // More nodes than cores on a machine is a choice of the set-up string, not an error.
-    MPI_Info_set(info, "map_by", ":OVERSUBSCRIBE");
-    std::vector<char*> argv;
-    for (const std::string& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    std::vector<int> errors(size_t(count), MPI_SUCCESS);
+    auto call = std::make_shared<SpawnCall>();
+    call->errors.assign(size_t(count), MPI_SUCCESS);
     MPI_Comm_set_errhandler(MPI_COMM_SELF, MPI_ERRORS_RETURN);
-    const int rc = MPI_Comm_spawn(program.c_str(), argv.data(), count, info, 0, MPI_COMM_SELF,
-                                  &_nodesComm, errors.data());
-    MPI_Info_free(&info);
-    if (rc != MPI_SUCCESS) {
-        error = "the render nodes could not be started (" + mpiError(rc) + ")";
-        _nodesComm = MPI_COMM_NULL;
+    std::thread([call, program, arguments, hosts, hostFile, count] {
+        MPI_Info info;
+        MPI_Info_create(&info);
+        MPI_Info_set(info, hostFile ? "hostfile" : "host", hosts.c_str());
+        // More nodes than cores on a machine is a choice of the set-up string, not an error.
+        MPI_Info_set(info, "map_by", ":OVERSUBSCRIBE");
+        std::vector<char*> argv;
+        for (const std::string& argument : arguments)
+            argv.push_back(const_cast<char*>(argument.c_str()));
+        argv.push_back(nullptr);
+        MPI_Comm comm = MPI_COMM_NULL;
+        std::vector<int> errors(size_t(count), MPI_SUCCESS);
+        const int rc = MPI_Comm_spawn(program.c_str(), argv.data(), count, info, 0, MPI_COMM_SELF,
+                                      &comm, errors.data());
+        MPI_Info_free(&info);
+        std::lock_guard<std::mutex> lock(call->mutex);
+        call->rc = rc;
+        call->comm = comm;
+        call->errors = errors;
+        call->done = true;
+        call->finished.notify_all();
+    }).detach();
+
+    // Starting takes longer than answering: processes are launched (over ssh on other hosts).
+    const double bound = _timeout + 10.0;
+    std::unique_lock<std::mutex> lock(call->mutex);
+    if (!call->finished.wait_for(lock, std::chrono::duration<double>(bound),
+                                 [&] { return call->done; })) {
+        error = "the render nodes did not start within " + std::to_string(int(bound)) +
+                " s (a node failed while it started)";
+        _broken = true;
+        s_spawnStuck = true;
         return false;
     }
-    for (int e : errors)
+    if (call->rc != MPI_SUCCESS) {
+        error = "the render nodes could not be started (" + mpiError(call->rc) + ")";
+        return false;
+    }
+    _nodesComm = call->comm;
+    for (int e : call->errors)
         if (e != MPI_SUCCESS) {
             error = "a render node could not be started (" + mpiError(e) + ")";
             _broken = true;
@@ -107,6 +145,8 @@ bool kaClusterTransport::spawn(const std::string& program,
     _lastHeard.assign(size_t(count), now());
     return true;
 }
+
+std::atomic<bool> kaClusterTransport::s_spawnStuck{false};
 
 bool kaClusterTransport::waitForNodes(std::string& error) {
     const double start = now();

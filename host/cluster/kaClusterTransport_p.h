@@ -7,6 +7,7 @@
 
 #include <mpi.h>
 
+#include <atomic>
 #include <string>
 #include <vector>
 
@@ -36,6 +37,8 @@ public:
     // Asks the nodes to leave and waits for them; kills the local ones that do not.
     void quit();
     bool isBroken() const { return _broken; }
+    // Whether a start of nodes never came back: Open MPI can then not be finished at exit.
+    static bool spawnStuck() { return s_spawnStuck; }
     const std::vector<Node>& nodes() const { return _nodes; }
     const kaClusterService::FrameStats& lastFrame() const { return _stats; }
 
@@ -44,6 +47,8 @@ public:
 
 private:
     struct Pending;
+    struct SpawnCall;
+    static std::atomic<bool> s_spawnStuck;
     void send(int node, int tag, const void* data, size_t bytes);
     // Handles one message that arrived, if any; false when none was waiting.
     bool receiveOne(osg::NetWindow& window, std::vector<Pending>& pending);

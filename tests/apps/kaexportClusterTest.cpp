@@ -122,7 +122,17 @@ std::vector<int> startLongClusterRender(QProcess& process, const QString& out) {
         QThread::msleep(50);
         nodes = renderNodesBelow(int(process.processId()));
     }
-    QThread::msleep(1500); // into the samples
+    // Into the samples: the progress display runs once the nodes have started (a node killed
+    // while Open MPI still starts it is another matter: see the cluster's start-up).
+    QByteArray err;
+    process.setReadChannel(QProcess::StandardError);
+    while (!err.contains("progress") && std::chrono::steady_clock::now() < end &&
+           process.state() == QProcess::Running) {
+        process.waitForReadyRead(100);
+        err += process.readAllStandardError();
+    }
+    process.setReadChannel(QProcess::StandardOutput);
+    QThread::msleep(500);
     return nodes;
 }
 
@@ -219,11 +229,14 @@ TEST(KaexportCluster, AKilledNodeFailsTheRunWithinTheTimeoutAndLeavesNothing) {
     ASSERT_EQ(nodes.size(), 2u) << process.readAllStandardError().toStdString();
     const auto killed = std::chrono::steady_clock::now();
     ::kill(nodes[1], SIGKILL);
-    ASSERT_TRUE(process.waitForFinished(30000));
-    EXPECT_LT(std::chrono::steady_clock::now() - killed, std::chrono::seconds(12));
+    ASSERT_TRUE(process.waitForFinished(60000));
+    // Within the 4 s a node may stay silent, or, when the node was still starting, the 4 + 10 s
+    // a start may take.
+    EXPECT_LT(std::chrono::steady_clock::now() - killed, std::chrono::seconds(20));
     const QString err = QString::fromUtf8(process.readAllStandardError());
     EXPECT_EQ(process.exitCode(), 1) << err.toStdString();
-    EXPECT_TRUE(err.contains("kaexport: the render cluster failed: render node 1"))
+    EXPECT_TRUE(err.contains("kaexport: the render cluster failed: render node 1") ||
+                err.contains("the render nodes did not start within 14 s"))
         << err.toStdString();
     EXPECT_EQ(katest::folderEntries(dir.path()), std::vector<std::string>());
     EXPECT_TRUE(allGone(nodes, 10.0)) << "render nodes were left running";
