@@ -41,6 +41,7 @@ namespace {
 struct ProgramOptions {
     std::string scene, prefs;
     std::vector<std::string> assignments;
+    int pngLevel = -1; // -1: the preference's
     bool verbose = false, version = false;
 };
 
@@ -57,6 +58,11 @@ void defineProgram(CLI::App& app, ProgramOptions& o) {
     app.add_option("--set", o.assignments, "set one preference for this run; may be repeated")
         ->type_name("\"Key=value\"")
         ->allow_extra_args(false);
+    app.add_option("--png-level", o.pngLevel,
+                   "PNG compression for this run: 0 none, 1 fastest (the default) .. 9 smallest "
+                   "(sets \"ImageExport png level\")")
+        ->type_name("N")
+        ->check(rangeCheck(0, 9));
     app.add_flag("--verbose,-v", o.verbose,
                  "also show the library's informational lines and diagnostics");
     app.add_flag("--version", o.version, "the program's version");
@@ -125,6 +131,9 @@ int run(const QStringList& args, Streams& io) {
         if (!applyPreferenceAssignment(QString::fromStdString(assignment), error))
             return usageError(io, "kaexport", error.toStdString());
     }
+    // The option names the one preference it sets, and wins over --set and --prefs.
+    if (program.pngLevel >= 0)
+        kaPreferences::getData().set("ImageExport png level", program.pngLevel);
     if (!command->rendersScene)
         return runners[command->name](io, nullptr);
     Host host;

@@ -43,6 +43,7 @@ const std::vector<Key>& all() {
         {"MovieExport dpi", kFloat, "resolution written into image files", 1, 100000},
         {"ImageExport stereo mode", kInt, "0 mono, 1 two eyes, 2 five eyes, 3 nine eyes", 0, 3},
         {"ImageExport quality", kInt, "JPEG quality", 0, 100},
+        {"ImageExport png level", kInt, "PNG compression: 0 none, 1 fastest .. 9 smallest", 0, 9},
         {"ImageExport show image", kBool, "show each saved image in a viewer"},
         {"ImageExport single viewer", kBool, "reuse one viewer window"},
         {"ImageExport sig position", kIntList, "signature x, y from the lower-left corner",
@@ -88,6 +89,11 @@ kaMessage defaults() {
     m.set("MovieExport dpi", 72.0f);
     m.set("ImageExport stereo mode", 0);
     m.set("ImageExport quality", 90);
+    // The fastest level. On the built-in scene at 8192 x 8192 on two cores
+    // (bench/pngWriterBench.cpp) level 1 encodes 10 times as fast as OpenImageIO's PNG writer
+    // and 3 times as fast as level 6, for files 1.5 and 1.8 times as large; level 2 saves only
+    // 4 % more. A large export waits for its encoding; whoever wants smaller files sets more.
+    m.set("ImageExport png level", 1);
     m.set("ImageExport show image", false);
     m.set("ImageExport single viewer", true);
     m.set("ImageExport sig position", std::vector<int>{10, 10});

@@ -3,6 +3,7 @@
 #include "OSGJPGImageFileType.h"
 #include "OSGMTDImageFileType.h"
 #include "OSGOIIOImageFileType.h"
+#include "OSGPNGImageFileType.h"
 
 #include <OpenImageIO/imageio.h>
 
@@ -57,6 +58,8 @@ std::vector<std::unique_ptr<ImageFileType>> createImageFileTypes() {
             continue;
         if (isJpeg)
             types.push_back(std::make_unique<JPGImageFileType>(std::move(traits)));
+        else if (std::string(traits.oiioName) == "png")
+            types.push_back(std::make_unique<PNGImageFileType>(std::move(traits)));
         else
             types.push_back(std::make_unique<OIIOImageFileType>(std::move(traits)));
     }

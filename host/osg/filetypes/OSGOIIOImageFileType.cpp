@@ -80,10 +80,6 @@ void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpe
     }
 }
 
-} // namespace oiio
-
-namespace {
-
 // Why the format can't hold the image at all; "" when it can.
 std::string unwritableBecause(const ImagePtr& image, const OIIOFormatTraits& traits) {
     if (!image || !image->getData())
@@ -149,6 +145,10 @@ ImagePtr prepareForFormat(const ImagePtr& image, const OIIOFormatTraits& traits,
     }
     return prepared;
 }
+
+} // namespace oiio
+
+namespace {
 
 OIIO::ImageSpec specFor(const Image& image, const char* oiioName, const std::string* xmp) {
     OIIO::ImageSpec spec(image.getWidth(), image.getHeight(), image.getComponents(),
@@ -300,8 +300,9 @@ bool OIIOImageFileType::write(const ImagePtr& image, const std::string& fileName
     std::string error;
     bool ok = false;
     try {
-        error = unwritableBecause(image, _traits);
-        ImagePtr prepared = error.empty() ? prepareForFormat(image, _traits, fileName) : ImagePtr();
+        error = oiio::unwritableBecause(image, _traits);
+        ImagePtr prepared =
+            error.empty() ? oiio::prepareForFormat(image, _traits, fileName) : ImagePtr();
         if (!prepared) {
             if (error.empty())
                 error = "can't convert the image for this format";
@@ -327,8 +328,9 @@ bool OIIOImageFileType::store(const ImagePtr& image, std::vector<uint8_t>& buffe
     std::string error;
     bool ok = false;
     try {
-        error = unwritableBecause(image, _traits);
-        ImagePtr prepared = error.empty() ? prepareForFormat(image, _traits, "memory") : ImagePtr();
+        error = oiio::unwritableBecause(image, _traits);
+        ImagePtr prepared =
+            error.empty() ? oiio::prepareForFormat(image, _traits, "memory") : ImagePtr();
         if (!prepared) {
             if (error.empty())
                 error = "can't convert the image for this format";

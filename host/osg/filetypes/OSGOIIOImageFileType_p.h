@@ -3,6 +3,7 @@
 // Shared by the OpenImageIO file type's single and layered writers.
 
 #include "OSGImage.h"
+#include "OSGOIIOImageFileType.h"
 
 #include <OpenImageIO/imageio.h>
 
@@ -21,11 +22,23 @@ constexpr const char* kExrXMPAttribute = "xmp";
 // Writes the XMP packet into the finished file at 'path' (JPEG, TIFF and PNG as their standard
 // XMP blocks). Exempi is not reentrant for files, so calls are serialised.
 bool embedXMP(const std::string& path, const std::string& packet, std::string& error);
+// The packet as embedXMP() puts it into a file (compact, read-only, without padding), for
+// writers that embed it themselves; the packet as it is when it does not parse.
+std::string packetAsEmbedded(const std::string& packet);
 
 // The image's resolution and attachments as attributes of 'spec' for the format 'oiioName';
 // 'xmp', when given, stands for the image's XMP packet.
 void addImageAttributes(const Image& image, const char* oiioName, OIIO::ImageSpec& spec,
                         const std::string* xmp = nullptr);
+
+// Why the format can't hold the image at all; "" when it can.
+std::string unwritableBecause(const ImagePtr& image, const OIIOFormatTraits& traits);
+
+// The image as the format can take it: a converted copy when the format lacks its data type,
+// its channel layout or its alpha convention, else the image itself. Null when a conversion
+// failed; 'fileName' names the file in the warning about a dropped alpha channel.
+ImagePtr prepareForFormat(const ImagePtr& image, const OIIOFormatTraits& traits,
+                          const std::string& fileName);
 
 // The image's XMP packet as the file will say it: with the alpha convention the image holds.
 // Empty when the image has no packet.

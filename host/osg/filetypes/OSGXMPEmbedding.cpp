@@ -43,5 +43,22 @@ bool embedXMP(const std::string& path, const std::string& packet, std::string& e
     return ok;
 }
 
+std::string packetAsEmbedded(const std::string& packet) {
+    if (packet.empty() || !XMPToolkit::ready())
+        return packet;
+    std::lock_guard<std::recursive_mutex> lock(XMPToolkit::mutex());
+    XmpPtr xmp = xmp_new(packet.data(), packet.size());
+    if (!xmp)
+        return packet;
+    std::string result = packet;
+    XmpStringPtr text = xmp_string_new();
+    // As the toolkit's own file handlers write a packet they put into a file.
+    if (xmp_serialize(xmp, text, XMP_SERIAL_READONLYPACKET | XMP_SERIAL_USECOMPACTFORMAT, 0))
+        result = xmp_string_cstr(text);
+    xmp_string_free(text);
+    xmp_free(xmp);
+    return result;
+}
+
 } // namespace oiio
 } // namespace osg
