@@ -238,7 +238,7 @@ void kaImageWriter::SequenceExport::renderOnCluster() {
         if (!service)
             return;
         service->setSetup(_r.clusterSetup);
-        service->setRaytracingOnly(true);
+        service->setStopNodesOnFailure(true);
         service->setWaitForNodes(true);
         if (!service->start())
             return;

@@ -271,7 +271,7 @@ void kaImageWriter::SnapshotExport::renderOnCluster() {
     if (startHere) {
         if (service) {
             service->setSetup(_r.clusterSetup);
-            service->setRaytracingOnly(true);
+            service->setStopNodesOnFailure(true);
             service->setWaitForNodes(true);
             service->start();
         }

@@ -65,7 +65,7 @@ ClusterRun clusterRun(int nodes) {
     kaClusterService service;
     service.setSetup(QString("localhost:%1").arg(nodes));
     service.setWaitForNodes(true);
-    service.setRaytracingOnly(true);
+    service.setStopNodesOnFailure(true);
     if (!service.start()) {
         std::printf("cluster of %d did not start: %s\n", nodes, service.getLastError().c_str());
         return run;

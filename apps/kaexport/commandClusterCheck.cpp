@@ -46,7 +46,7 @@ Runner defineClusterCheck(CLI::App& command) {
     return [o](Streams& io, Host*) {
         const std::shared_ptr<kaClusterService> service = kaClusterService::the();
         service->setSetup(QString::fromStdString(o->setup));
-        service->setRaytracingOnly(true);
+        service->setStopNodesOnFailure(true);
         service->setWaitForNodes(true);
         service->setNodeTimeout(o->timeout);
         const auto startClock = std::chrono::steady_clock::now();

@@ -63,7 +63,6 @@ public:
 QByteArray kaClusterSceneEncoder::encodeScene(const osg::UberViewport& viewport) {
     _sent.clear();
     Writer out;
-    _written = 0;
     ensure(out, viewport.getRoot().get());
     ensure(out, viewport.getBackground().get());
     return finish(out, viewport);
@@ -73,7 +72,6 @@ QByteArray
 kaClusterSceneEncoder::encodeChanges(const osg::UberViewport& viewport,
                                      const std::vector<osg::ChangeList::Entry>& changes) {
     Writer out;
-    _written = 0;
     // One record per object, with the masks of all its changes.
     std::map<uint32_t, std::pair<const osg::FieldContainer*, osg::BitVector>> changed;
     for (const osg::ChangeList::Entry& entry : changes)
@@ -188,7 +186,6 @@ void kaClusterSceneEncoder::write(Writer& out, const osg::FieldContainer* contai
         // Cores the raytracer does not read (cameras in the scene, animations) only group.
         s << container->getId() << QByteArray("Group") << quint64(mask);
     }
-    ++_written;
 }
 
 class kaClusterSceneDecoder::Reader {
@@ -213,7 +210,6 @@ bool kaClusterSceneDecoder::apply(const QByteArray& message, std::string& error)
         error = "not a scene message of this version";
         return false;
     }
-    _changed = false;
     return read(in, error);
 }
 
@@ -242,7 +238,6 @@ bool kaClusterSceneDecoder::read(Reader& in, std::string& error) {
         QByteArray type;
         quint64 mask = 0;
         s >> type >> mask;
-        _changed = true;
         const osg::FieldContainerPtr found = find(id);
         osg::FieldContainerPtr made;
         if (type == "Node") {

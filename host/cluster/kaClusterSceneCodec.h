@@ -28,8 +28,6 @@ public:
     // Forgets what the nodes know (a new cluster starts from nothing).
     void reset() { _sent.clear(); }
     bool hasScene() const { return !_sent.empty(); }
-    // Objects the last message carried.
-    size_t lastObjectCount() const { return _written; }
 
 private:
     class Writer;
@@ -38,7 +36,6 @@ private:
     QByteArray finish(Writer& out, const osg::UberViewport& viewport);
 
     std::set<uint32_t> _sent;
-    size_t _written = 0;
 };
 
 // The nodes' copy of the master's scene, brought up to date message by message.
@@ -47,8 +44,6 @@ public:
     // Applies one message of the encoder; false (with the reason) for a message it cannot
     // read, the scene staying as far as it got.
     bool apply(const QByteArray& message, std::string& error);
-    // Whether the last message changed anything a picture shows.
-    bool lastChangedScene() const { return _changed; }
     const osg::NodePtr& getRoot() const { return _root; }
     const osg::BackgroundPtr& getBackground() const { return _background; }
 
@@ -60,5 +55,4 @@ private:
     std::map<uint32_t, osg::FieldContainerPtr> _objects;
     osg::NodePtr _root;
     osg::BackgroundPtr _background;
-    bool _changed = false;
 };

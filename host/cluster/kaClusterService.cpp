@@ -40,11 +40,6 @@ bool ensureMpi(std::string& error) {
 
 } // namespace
 
-class kaClusterService::Transport : public kaClusterTransport {
-public:
-    using kaClusterTransport::kaClusterTransport;
-};
-
 kaClusterService::kaClusterService() = default;
 
 kaClusterService::~kaClusterService() {
@@ -136,12 +131,10 @@ bool kaClusterService::start() {
         hostList += (hostList.empty() ? "" : ",") + host + ":" + std::to_string(n);
         count += n;
     }
-    auto transport = std::make_shared<Transport>(_timeout, _threadsPerNode);
+    auto transport =
+        std::make_shared<kaClusterTransport>(_timeout, _threadsPerNode, _stopNodesOnFailure);
     if (error.empty()) {
-        std::vector<std::string> arguments;
-        if (_raytracingOnly)
-            arguments.push_back("--raytracing-only");
-        if (!transport->spawn(program, arguments, hostList, false, count, error))
+        if (!transport->spawn(program, {}, hostList, false, count, error))
             transport.reset();
     }
     if (error.empty() && _waitForNodes && !transport->waitForNodes(error))

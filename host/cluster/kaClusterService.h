@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+class kaClusterTransport;
 class kaOSGWidget;
 
 // The host's raytracing render cluster: render-node processes (ka-render-node) spawned with
@@ -32,9 +33,10 @@ public:
 
     void setSetup(const QString& setup) { _setup = setup; }
     const QString& getSetup() const { return _setup; }
-    // The nodes raytrace for exports and open no display of their own.
-    void setRaytracingOnly(bool on) { _raytracingOnly = on; }
-    bool getRaytracingOnly() const { return _raytracingOnly; }
+    // When a node fails, the nodes on this machine are killed at once (on by default; off keeps
+    // them for a debugger). Open MPI ends the node job on other machines when one node dies.
+    void setStopNodesOnFailure(bool on) { _stopNodesOnFailure = on; }
+    bool getStopNodesOnFailure() const { return _stopNodesOnFailure; }
     // start() returns only when every node has answered (otherwise the first frame waits).
     void setWaitForNodes(bool on) { _waitForNodes = on; }
     bool getWaitForNodes() const { return _waitForNodes; }
@@ -84,13 +86,12 @@ public:
     static std::string nodeProgram();
 
 private:
-    class Transport;
     QString _setup;
-    bool _raytracingOnly = false, _waitForNodes = false;
+    bool _stopNodesOnFailure = true, _waitForNodes = false;
     double _timeout = 30.0;
     int _threadsPerNode = 0;
     std::string _lastError;
-    std::shared_ptr<Transport> _transport;
+    std::shared_ptr<kaClusterTransport> _transport;
     osg::NetWindowPtr _window;
     kaOSGWidget* _view = nullptr;
 };

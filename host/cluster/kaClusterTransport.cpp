@@ -69,9 +69,11 @@ struct kaClusterTransport::Pending {
     }
 };
 
-kaClusterTransport::kaClusterTransport(double timeoutSeconds, int threadsPerNode)
+kaClusterTransport::kaClusterTransport(double timeoutSeconds, int threadsPerNode,
+                                       bool stopNodesOnFailure)
     : _timeout(timeoutSeconds > 0 ? timeoutSeconds : 30.0)
-    , _threadsPerNode(threadsPerNode) {}
+    , _threadsPerNode(threadsPerNode)
+    , _stopNodesOnFailure(stopNodesOnFailure) {}
 
 kaClusterTransport::~kaClusterTransport() {
     if (_nodesComm != MPI_COMM_NULL)
@@ -420,6 +422,8 @@ void kaClusterTransport::waitAllFrames(osg::NetWindow&) {
 }
 
 void kaClusterTransport::killLocalNodes() {
+    if (!_stopNodesOnFailure)
+        return;
     for (const Node& node : _nodes)
         if (node.pid > 0 && isLocal(node.host))
             ::kill(node.pid, SIGKILL);
@@ -449,8 +453,10 @@ void kaClusterTransport::quit() {
         // reading the request (they are idle between frames).
         MPI_Comm_disconnect(&_nodesComm);
     } else {
-        killLocalNodes();
         _nodesComm = MPI_COMM_NULL; // the communicator's peers are gone; it is left as is
+        if (!_stopNodesOnFailure)
+            return; // kept as they are, for a debugger
+        killLocalNodes();
     }
     // The local node processes are gone before the service reports the cluster stopped.
     const double start = now();

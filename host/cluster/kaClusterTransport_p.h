@@ -25,7 +25,8 @@ public:
         int rows = 0;         // the rows it was for
     };
 
-    kaClusterTransport(double timeoutSeconds, int threadsPerNode);
+    // 'stopNodesOnFailure': kill the nodes on this machine when one fails.
+    kaClusterTransport(double timeoutSeconds, int threadsPerNode, bool stopNodesOnFailure);
     ~kaClusterTransport() override;
 
     // Spawns 'count' nodes running 'program' on the hosts of 'hosts' (Open MPI's "host" info,
@@ -61,6 +62,7 @@ private:
     kaClusterSceneEncoder _encoder;
     double _timeout;
     int _threadsPerNode;
+    bool _stopNodesOnFailure;
     uint32_t _serial = 0;
     bool _broken = false;
     std::vector<double> _lastHeard;

@@ -109,15 +109,12 @@ public:
     size_t getBytesPerPixel() const;
     // Where the slot of 'pass' begins; null when the pass is not in the buffer.
     uint8_t* getPassData(int pass);
-    // The buffer's passes (the RenderPasses it was sized for).
-    uint64_t getBufferPasses() const { return _bufferPasses; }
     // Sizes the buffer for the window's size and passes and pixel type (kept when they match).
     void prepareBuffer();
 
     void setTransport(std::shared_ptr<NetWindowTransport> transport) {
         _transport = std::move(transport);
     }
-    const std::shared_ptr<NetWindowTransport>& getTransport() const { return _transport; }
 
     // The viewport whose scene, camera and background the nodes render.
     const UberViewportPtr& getClusterViewport() const { return _viewport; }

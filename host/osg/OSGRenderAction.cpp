@@ -5,7 +5,6 @@
 namespace osg {
 
 void RenderAction::render() {
-    ++_frames;
     for (const WindowPtr& root : _roots) {
         if (auto* net = dynamic_cast<NetWindow*>(root.get()))
             net->render();

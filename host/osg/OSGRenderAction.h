@@ -19,13 +19,10 @@ public:
     const std::vector<WindowPtr>& getRoots() const { return _roots; }
     // Draws every root in order; what a window throws (a failed cluster) goes to the caller.
     void render();
-    // Frames drawn so far.
-    int getFrameCount() const { return _frames; }
 
 private:
     LocalDraw _drawLocal;
     std::vector<WindowPtr> _roots;
-    int _frames = 0;
 };
 
 } // namespace osg

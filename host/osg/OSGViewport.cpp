@@ -142,7 +142,6 @@ void Window::addViewport(const UberViewportPtr& viewport) {
 }
 
 void UberViewport::triggerMapUpdate() {
-    ++_mapGeneration;
     recordChange(RefPtr<UberViewport>(this), SettingsFieldMask);
 }
 

@@ -152,10 +152,9 @@ public:
     void setRtSample(int sample);
     int getImageSamples() const { return _imageSamples; }
     void setImageSamples(int samples);
-    // Environment and shadow maps are made again before the next frame (after lights or
-    // animated objects moved for a motion-blur sample).
+    // Says that lights or animated objects moved for the next frame (a motion-blur sample):
+    // recorded as a change of the viewport's settings for the renderers that keep maps.
     void triggerMapUpdate();
-    uint64_t getMapGeneration() const { return _mapGeneration; }
 
 private:
     UberViewport() = default;
@@ -170,7 +169,6 @@ private:
     void* _callbackContext = nullptr;
     uint64_t _renderPasses = 1;
     int _downscale = 1, _rtSample = -1, _imageSamples = 1;
-    uint64_t _mapGeneration = 0;
 };
 using UberViewportPtr = RefPtr<UberViewport>;
 

@@ -235,7 +235,7 @@ protected:
     bool startCluster(double timeout = 30.0) {
         service = std::make_shared<kaClusterService>();
         service->setSetup("localhost:1");
-        service->setRaytracingOnly(true);
+        service->setStopNodesOnFailure(true);
         service->setWaitForNodes(true);
         service->setNodeTimeout(timeout);
         return service->start();

@@ -97,25 +97,10 @@ bool PNGImageFileType::store(const ImagePtr& image, std::vector<uint8_t>& buffer
         const int level = compressionLevel();
         ImagePtr prepared = preparedFor(image, traits(), "memory", error);
         if (prepared) {
-            buffer.clear();
             png::PNGOptions options;
             options.level = level;
             // Bytes in memory carry no XMP packet, as before: a stream of captures has none.
-            bool full = false;
-            ok = png::writePNG(
-                *prepared, options,
-                [&](const uint8_t* data, size_t size) {
-                    try {
-                        buffer.insert(buffer.end(), data, data + size);
-                        return true;
-                    } catch (const std::bad_alloc&) {
-                        full = true;
-                        return false;
-                    }
-                },
-                "memory", error);
-            if (full)
-                error = "not enough memory";
+            ok = png::encodePNG(*prepared, options, buffer, error);
         }
     } catch (const std::exception& e) {
         error = e.what();

@@ -339,4 +339,25 @@ bool writePNG(const Image& image, const PNGOptions& options, const StreamWriter&
     return ok && !session.outputFailed;
 }
 
+bool encodePNG(const Image& image, const PNGOptions& options, std::vector<uint8_t>& bytes,
+               std::string& error) {
+    bytes.clear();
+    bool full = false;
+    const bool ok = writePNG(
+        image, options,
+        [&](const uint8_t* data, size_t size) {
+            try {
+                bytes.insert(bytes.end(), data, data + size);
+                return true;
+            } catch (const std::bad_alloc&) {
+                full = true;
+                return false;
+            }
+        },
+        "memory", error);
+    if (full)
+        error = "not enough memory";
+    return ok && !full;
+}
+
 } // namespace osg::png

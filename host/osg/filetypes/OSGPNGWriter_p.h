@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace osg::png {
 
@@ -67,5 +68,10 @@ std::string unwritablePNGBecause(const Image& image);
 // different images; uses the compression threads (deflateThreads()).
 bool writePNG(const Image& image, const PNGOptions& options, const StreamWriter& write,
               const std::string& name, std::string& error);
+
+// The same into memory: 'bytes' holds the whole file afterwards (false with the reason, "not
+// enough memory" included).
+bool encodePNG(const Image& image, const PNGOptions& options, std::vector<uint8_t>& bytes,
+               std::string& error);
 
 } // namespace osg::png

@@ -57,7 +57,7 @@ protected:
     bool start(const char* setup, double timeout = 30.0) {
         service = std::make_shared<kaClusterService>();
         service->setSetup(setup);
-        service->setRaytracingOnly(true);
+        service->setStopNodesOnFailure(true);
         service->setWaitForNodes(true);
         service->setNodeTimeout(timeout);
         return service->start();
@@ -295,4 +295,26 @@ TEST_F(Cluster, CancelStopsTheNodesInTheMiddleOfASample) {
     window->setRtSample(0);
     window->render();
     EXPECT_TRUE(service->isRunning());
+}
+
+TEST_F(Cluster, NodesStayForADebuggerWhenAskedNotToStopThem) {
+    service = std::make_shared<kaClusterService>();
+    service->setSetup("localhost:2");
+    service->setWaitForNodes(true);
+    service->setNodeTimeout(2.0);
+    service->setStopNodesOnFailure(false);
+    ASSERT_TRUE(service->start()) << service->getLastError();
+    const osg::NetWindowPtr window = service->getClusterWindow();
+    window->setSize(W, H);
+    window->setImageOps(osg::NetWindow::ImageOpFloat);
+    const auto nodes = service->getNodes();
+    ::kill(nodes[0].pid, SIGSTOP);
+    window->setRtSample(0);
+    EXPECT_THROW(window->render(), kaClusterClusterWindowException);
+    service->stop();
+    EXPECT_FALSE(processGone(nodes[0].pid)) << "the silent node was stopped all the same";
+    for (const auto& node : nodes)
+        ::kill(node.pid, SIGKILL);
+    for (const auto& node : nodes)
+        EXPECT_TRUE(waitGone(node.pid, 5.0));
 }

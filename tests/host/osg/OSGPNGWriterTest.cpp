@@ -257,14 +257,7 @@ std::vector<uint8_t> encode(const Image& image, int level,
     options.level = level;
     options.slicing = slicing;
     std::string error;
-    EXPECT_TRUE(osg::png::writePNG(
-        image, options,
-        [&](const uint8_t* data, size_t size) {
-            bytes.insert(bytes.end(), data, data + size);
-            return true;
-        },
-        "memory", error))
-        << error;
+    EXPECT_TRUE(osg::png::encodePNG(image, options, bytes, error)) << error;
     return bytes;
 }
 

@@ -31,19 +31,11 @@ osg::ImagePtr renderBuiltinScene(int width, int height) {
 
 size_t sizeInSlices(const osg::Image& image, int level, const osg::png::DeflateSlicing& slicing,
                     std::vector<uint8_t>& bytes) {
-    bytes.clear();
     osg::png::PNGOptions options;
     options.level = level;
     options.slicing = slicing;
     std::string error;
-    EXPECT_TRUE(osg::png::writePNG(
-        image, options,
-        [&](const uint8_t* data, size_t size) {
-            bytes.insert(bytes.end(), data, data + size);
-            return true;
-        },
-        "memory", error))
-        << error;
+    EXPECT_TRUE(osg::png::encodePNG(image, options, bytes, error)) << error;
     return bytes.size();
 }
 
