@@ -2,7 +2,9 @@
 
 #include "OSGGeometry.h"
 #include "OSGNodeCores.h"
+#include "kaGLMeshChunks.h"
 #include "kaGLPlatform.h"
+#include "kaPixelEncoder.h"
 
 #define GL_GLEXT_PROTOTYPES 1
 #include <GL/gl.h>
@@ -11,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <type_traits>
 
 namespace {
 
@@ -37,7 +40,7 @@ void main() {
 // ambient light on diffuse and specular colour, plus emission (which may exceed 1). The second
 // output is the blend weight of the colour (the surface's opacity), so that the alpha written
 // is the coverage of geometry: 1 on every surface, see-through ones included.
-const char* const kSurfaceFragment = R"(#version 450 core
+const char* const kSurfaceFragment = R"(
 in vec3 worldPosition;
 in vec3 worldNormal;
 in vec4 vertexColor;
@@ -51,10 +54,12 @@ uniform float opacity;
 uniform bool useVertexColor;
 uniform vec3 ambient;
 uniform vec3 eye;
-uniform int directionalCount;
+// The light counts are constants of each program: loops of a uniform length cost the
+// software rasteriser several times the shading itself.
+const int directionalCount = DIRECTIONAL_LIGHTS;
 uniform vec3 directionalDirection[8];
 uniform vec3 directionalColor[8];
-uniform int pointCount;
+const int pointCount = POINT_LIGHTS;
 uniform vec3 pointPosition[8];
 uniform vec3 pointColor[8];
 void main() {
@@ -82,7 +87,11 @@ void main() {
         float highlight = pow(max(dot(n, normalize(l + v)), 0.0), shininess) * (shininess + 8.0) / 8.0;
         color += pointColor[i] / d2 * ndl * (diffuse + specular * highlight);
     }
+#ifdef ENCODED
+    fragColor = encodePixel(vec4(color, 1.0), ivec2(gl_FragCoord.xy));
+#else
     fragColor = vec4(color, 1.0);
+#endif
     blendWeight = vec4(opacity);
 }
 )";
@@ -94,7 +103,7 @@ void main() {
 }
 )";
 
-const char* const kBackgroundFragment = R"(#version 450 core
+const char* const kBackgroundFragment = R"(
 out vec4 fragColor;
 uniform vec4 bottomColor;
 uniform vec4 topColor;
@@ -104,9 +113,80 @@ void main() {
     float v = clamp(vOffset + gl_FragCoord.y * vScale, 0.0, 1.0);
     vec4 c = mix(bottomColor, topColor, v);
     // Premultiplied, as every colour the renderer writes: a transparent background is nothing.
+#ifdef ENCODED
+    fragColor = encodePixel(vec4(c.rgb * c.a, c.a), ivec2(gl_FragCoord.xy));
+#else
     fragColor = vec4(c.rgb * c.a, c.a);
+#endif
 }
 )";
+
+// Adds one sample, or copies the first, from the sample target into the sum.
+const char* const kAccumulateFragment = R"(
+out vec4 fragColor;
+uniform sampler2D sampleColor;
+void main() {
+    fragColor = texelFetch(sampleColor, ivec2(gl_FragCoord.xy), 0);
+}
+)";
+
+// A premultiplied linear pixel as an 8-bit image holds it: straight colour where the image has
+// alpha (the alpha colour where nothing was drawn), clamped at black, into the colour space's
+// primaries, encoded by its curves (sampled at squares, dense near black), dithered by the
+// pixel's place in the whole picture, rounded to codes - as the CPU encoder does.
+const char* const kEncoding = R"(
+uniform bool straight;
+uniform vec3 alphaColor;
+uniform mat3 toSpace;
+uniform sampler2D curves;
+uniform int curveSize;
+uniform bool dithers;
+uniform sampler2D dither;
+uniform int ditherSize;
+uniform ivec2 pictureOrigin;
+float encodeChannel(int channel, float linear) {
+    float s = sqrt(clamp(linear, 0.0, 1.0)) * float(curveSize - 1);
+    int i = min(int(s), curveSize - 2);
+    float low = texelFetch(curves, ivec2(i, channel), 0).r;
+    float high = texelFetch(curves, ivec2(i + 1, channel), 0).r;
+    return low + (high - low) * (s - float(i));
+}
+vec4 encodePixel(vec4 p, ivec2 pixel) {
+    vec3 c = p.rgb;
+    if (straight)
+        c = p.a > 0.0 ? c / p.a : alphaColor;
+    c = toSpace * max(c, vec3(0.0));
+    // Lifted by a millionth of full scale, so that white, which float arithmetic may leave a
+    // hair below 1, stays white under every dither value.
+    vec3 e = vec3(encodeChannel(0, c.r), encodeChannel(1, c.g), encodeChannel(2, c.b));
+    e = clamp(e + 1e-6, 0.0, 1.0);
+    vec3 d = vec3(0.0);
+    if (dithers)
+        d = texelFetch(dither, (pictureOrigin + pixel) % ditherSize, 0).rgb - 0.5;
+    vec3 codes = clamp(floor(e * 255.0 + 0.5 + d), 0.0, 255.0);
+    float alpha = floor(clamp(p.a, 0.0, 1.0) * 255.0 + 0.5);
+    return vec4(codes, alpha) / 255.0;
+}
+)";
+
+// The mean of the summed samples, encoded.
+const char* const kEncodeFragment = R"(
+out vec4 fragColor;
+uniform sampler2D sum;
+uniform float scale;
+void main() {
+    ivec2 pixel = ivec2(gl_FragCoord.xy);
+    fragColor = encodePixel(texelFetch(sum, pixel, 0) * scale, pixel);
+}
+)";
+
+// A fragment shader's source: the version, the light counts of a surface shader, and the
+// encoding when the shader encodes.
+std::string fragmentSource(const char* body, bool encoded, int directional = 0, int point = 0) {
+    return std::string("#version 450 core\n") + "#define DIRECTIONAL_LIGHTS " +
+           std::to_string(directional) + "\n#define POINT_LIGHTS " + std::to_string(point) + "\n" +
+           (encoded ? std::string("#define ENCODED\n") + kEncoding : std::string()) + body;
+}
 
 GLuint compile(GLenum kind, const char* source, std::string& error) {
     GLuint shader = glCreateShader(kind);
@@ -122,10 +202,10 @@ GLuint compile(GLenum kind, const char* source, std::string& error) {
     return shader;
 }
 
-GLuint link(const char* vertex, const char* fragment, std::string& error) {
+GLuint link(const char* vertex, const std::string& fragment, std::string& error) {
     GLuint program = glCreateProgram();
     GLuint vs = compile(GL_VERTEX_SHADER, vertex, error);
-    GLuint fs = compile(GL_FRAGMENT_SHADER, fragment, error);
+    GLuint fs = compile(GL_FRAGMENT_SHADER, fragment.c_str(), error);
     glAttachShader(program, vs);
     glAttachShader(program, fs);
     glLinkProgram(program);
@@ -136,6 +216,10 @@ GLuint link(const char* vertex, const char* fragment, std::string& error) {
     if (!ok && error.empty())
         error = "the shaders don't link";
     return ok ? program : 0;
+}
+
+GLint at(GLuint program, const char* name) {
+    return glGetUniformLocation(program, name);
 }
 
 void uniformMatrix(GLuint program, const char* name, const osg::Matrix& m) {
@@ -154,6 +238,9 @@ struct Lights {
     std::vector<osg::Color3f> directionalColors;
     std::vector<osg::Pnt3f> positions;
     std::vector<osg::Color3f> pointColors;
+    // The lights a surface program takes, at most eight of each kind.
+    int directionalCount() const { return int(std::min<size_t>(directions.size(), 8)); }
+    int pointCount() const { return int(std::min<size_t>(positions.size(), 8)); }
 };
 
 // Shown geometry and lights.
@@ -186,50 +273,168 @@ void collect(const osg::NodePtr& root, std::vector<DrawItem>& items, Lights& lig
 } // namespace
 
 struct kaGLSceneRenderer::Impl {
-    GLuint surface = 0, background = 0, emptyVao = 0;
-    GLuint framebuffer = 0, color = 0, depth = 0;
-    int targetWidth = 0, targetHeight = 0;
+    // Programs: the scene and the background in linear float, and encoding as they draw; the
+    // sum of samples; the encoding of a sum.
+    GLuint background = 0, backgroundEncoded = 0, accumulate = 0, encode = 0, emptyVao = 0;
+    std::map<int, GLuint> surfaces; // by light counts and encoding
+    // Targets, each growing to the largest piece asked for and then kept: a sample (float
+    // colour and depth), the sum of samples (float), the encoded piece (8-bit with its own
+    // depth, drawn into directly when one opaque sample makes a pixel).
+    GLuint sampleFbo = 0, sampleColor = 0, sampleDepth = 0;
+    GLuint sumFbo = 0, sumColor = 0;
+    GLuint encodedFbo = 0, encodedColor = 0, encodedDepth = 0;
+    // The encoded background of a cell, copied into the next cells that show the same one:
+    // those of the same row whose dither pattern starts at the same phase.
+    GLuint backgroundFbo = 0, backgroundColor = 0;
+    int sampleSize[2] = {0, 0}, sumSize[2] = {0, 0}, encodedSize[2] = {0, 0};
+    int backgroundSize[2] = {0, 0};
+    struct BackgroundKey {
+        uint64_t render = 0;
+        int bottom = -1, phase = -1, width = 0, height = 0;
+        bool operator==(const BackgroundKey& o) const {
+            return render == o.render && bottom == o.bottom && phase == o.phase &&
+                   width == o.width && height == o.height;
+        }
+    } backgroundKey;
+    uint64_t renders = 0;
+    GLuint curves = 0, dither = 0;
+    uint64_t encodingUploaded = 0; // the encoder whose curves and dither are uploaded
     struct Mesh {
         osg::GeometryPtr keep; // the cache holds the geometry so that its address stays its own
         uint64_t version = ~0ull;
         GLuint vao = 0, buffers[4] = {0, 0, 0, 0};
-        GLsizei count = 0;
+        kaGLMeshChunks chunks;
         bool hasColors = false;
     };
     std::map<const osg::Geometry*, Mesh> meshes;
+    std::vector<int> runCounts;
+    std::vector<const void*> runOffsets;
 
     bool init(std::string& error) {
-        if (surface)
+        if (background)
             return true;
-        surface = link(kSurfaceVertex, kSurfaceFragment, error);
-        background = link(kBackgroundVertex, kBackgroundFragment, error);
+        background = link(kBackgroundVertex, fragmentSource(kBackgroundFragment, false), error);
+        backgroundEncoded =
+            link(kBackgroundVertex, fragmentSource(kBackgroundFragment, true), error);
+        accumulate = link(kBackgroundVertex, fragmentSource(kAccumulateFragment, false), error);
+        encode = link(kBackgroundVertex, fragmentSource(kEncodeFragment, true), error);
         glGenVertexArrays(1, &emptyVao);
-        glGenFramebuffers(1, &framebuffer);
-        return surface && background;
+        glGenFramebuffers(1, &sampleFbo);
+        glGenFramebuffers(1, &sumFbo);
+        glGenFramebuffers(1, &encodedFbo);
+        glGenFramebuffers(1, &backgroundFbo);
+        return background && backgroundEncoded && accumulate && encode;
     }
 
-    bool target(int width, int height, std::string& error) {
-        if (width == targetWidth && height == targetHeight)
+    // The surface program for these light counts, made when first asked for.
+    GLuint surface(int directional, int point, bool encoded, std::string& error) {
+        const int key = (directional * 16 + point) * 2 + int(encoded);
+        auto found = surfaces.find(key);
+        if (found != surfaces.end())
+            return found->second;
+        const GLuint program = link(
+            kSurfaceVertex, fragmentSource(kSurfaceFragment, encoded, directional, point), error);
+        if (program)
+            surfaces[key] = program;
+        return program;
+    }
+
+    static bool complete(int width, int height, const char* what, std::string& error) {
+        if (glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE)
             return true;
-        glDeleteRenderbuffers(1, &color);
-        glDeleteRenderbuffers(1, &depth);
-        glGenRenderbuffers(1, &color);
-        glBindRenderbuffer(GL_RENDERBUFFER, color);
-        glRenderbufferStorage(GL_RENDERBUFFER, GL_RGBA32F, width, height);
-        glGenRenderbuffers(1, &depth);
-        glBindRenderbuffer(GL_RENDERBUFFER, depth);
-        glRenderbufferStorage(GL_RENDERBUFFER, GL_DEPTH_COMPONENT32F, width, height);
-        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-        glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, color);
-        glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, depth);
-        if (glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
-            error = "the float framebuffer of " + std::to_string(width) + " x " +
-                    std::to_string(height) + " is not complete";
-            targetWidth = targetHeight = 0;
+        error = std::string("the ") + what + " framebuffer of " + std::to_string(width) + " x " +
+                std::to_string(height) + " is not complete";
+        return false;
+    }
+
+    static GLuint texture(GLenum format, int width, int height) {
+        GLuint name = 0;
+        glGenTextures(1, &name);
+        glBindTexture(GL_TEXTURE_2D, name);
+        glTexStorage2D(GL_TEXTURE_2D, 1, format, width, height);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+        return name;
+    }
+
+    static GLuint depthBuffer(GLenum format, int width, int height) {
+        GLuint name = 0;
+        glGenRenderbuffers(1, &name);
+        glBindRenderbuffer(GL_RENDERBUFFER, name);
+        glRenderbufferStorage(GL_RENDERBUFFER, format, width, height);
+        return name;
+    }
+
+    // Grows 'size' to hold width x height; true when it had to.
+    static bool grows(int (&size)[2], int width, int height) {
+        if (width <= size[0] && height <= size[1])
             return false;
+        size[0] = std::max(size[0], width);
+        size[1] = std::max(size[1], height);
+        return true;
+    }
+
+    // (Re)makes framebuffer 'fbo' of 'size' with a colour texture and, when asked, a depth
+    // buffer, if width x height does not fit.
+    static bool target(GLuint fbo, int (&size)[2], GLuint& color, GLenum colorFormat, GLuint* depth,
+                       GLenum depthFormat, int width, int height, const char* what,
+                       std::string& error) {
+        if (!grows(size, width, height))
+            return true;
+        glDeleteTextures(1, &color);
+        color = texture(colorFormat, size[0], size[1]);
+        glBindFramebuffer(GL_FRAMEBUFFER, fbo);
+        glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, color, 0);
+        if (depth) {
+            glDeleteRenderbuffers(1, depth);
+            *depth = depthBuffer(depthFormat, size[0], size[1]);
+            glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, *depth);
         }
-        targetWidth = width;
-        targetHeight = height;
+        if (complete(size[0], size[1], what, error))
+            return true;
+        size[0] = size[1] = 0;
+        return false;
+    }
+
+    bool sampleTarget(int width, int height, std::string& error) {
+        return target(sampleFbo, sampleSize, sampleColor, GL_RGBA32F, &sampleDepth,
+                      GL_DEPTH_COMPONENT32F, width, height, "float", error);
+    }
+
+    bool sumTarget(int width, int height, std::string& error) {
+        return target(sumFbo, sumSize, sumColor, GL_RGBA32F, nullptr, 0, width, height, "sum",
+                      error);
+    }
+
+    bool encodedTarget(int width, int height, std::string& error) {
+        return target(encodedFbo, encodedSize, encodedColor, GL_RGBA8, &encodedDepth,
+                      GL_DEPTH_COMPONENT32F, width, height, "8-bit", error);
+    }
+
+    // Puts the cell's encoded background into the encoded target: drawn when no earlier cell
+    // of this render had the same one, copied otherwise.
+    bool encodedBackground(const osg::UberViewport& viewport, const kaPixelEncoder& encoder,
+                           bool straight, int cellLeft, int cellBottom, int width, int height,
+                           int fullHeight, std::string& error) {
+        const int ditherSize = encoder.getDither() ? encoder.getDitherSize() : 0;
+        const BackgroundKey key{renders, cellBottom, ditherSize ? cellLeft % ditherSize : 0, width,
+                                height};
+        if (!(key == backgroundKey)) {
+            if (!target(backgroundFbo, backgroundSize, backgroundColor, GL_RGBA8, nullptr, 0, width,
+                        height, "background", error))
+                return false;
+            glBindFramebuffer(GL_FRAMEBUFFER, backgroundFbo);
+            glViewport(0, 0, width, height);
+            glDisable(GL_SCISSOR_TEST);
+            glDisable(GL_DEPTH_TEST);
+            encodingUniforms(backgroundEncoded, encoder, straight, cellLeft, cellBottom);
+            drawBackground(backgroundEncoded, viewport, float(cellBottom) / float(fullHeight),
+                           1.0f / float(fullHeight));
+            glEnable(GL_SCISSOR_TEST);
+            backgroundKey = key;
+        }
+        glCopyImageSubData(backgroundColor, GL_TEXTURE_2D, 0, 0, 0, 0, encodedColor, GL_TEXTURE_2D,
+                           0, 0, 0, 0, width, height, 1);
         return true;
     }
 
@@ -251,19 +456,36 @@ struct kaGLSceneRenderer::Impl {
             glVertexAttribPointer(GLuint(index), size, GL_FLOAT, GL_FALSE, 0, nullptr);
             glEnableVertexAttribArray(GLuint(index));
         };
-        attribute(0, mesh.buffers[0], data.positions.data(), data.positions.size() * 12, 3);
-        attribute(1, mesh.buffers[1], data.normals.data(), data.normals.size() * 12, 3);
-        mesh.hasColors = data.colors.size() == data.positions.size() && !data.colors.empty();
+        // The GPU's copy of the triangles is in the chunks' order, its vertices numbered as
+        // the triangles use them; the geometry keeps its own.
+        std::vector<uint32_t> indices = data.indices;
+        mesh.chunks.build(data.positions, indices);
+        const std::vector<uint32_t>& order = mesh.chunks.getVertexOrder();
+        auto reordered = [&](const auto& values) {
+            std::remove_const_t<std::remove_reference_t<decltype(values)>> out;
+            if (values.size() != data.positions.size())
+                return out;
+            out.reserve(order.size());
+            for (uint32_t old : order)
+                out.push_back(values[old]);
+            return out;
+        };
+        const bool renumbered = !order.empty();
+        const auto positions = renumbered ? reordered(data.positions) : data.positions;
+        const auto normals = renumbered ? reordered(data.normals) : data.normals;
+        const auto colors = renumbered ? reordered(data.colors) : data.colors;
+        attribute(0, mesh.buffers[0], positions.data(), positions.size() * 12, 3);
+        attribute(1, mesh.buffers[1], normals.data(), normals.size() * 12, 3);
+        mesh.hasColors = colors.size() == positions.size() && !colors.empty();
         if (mesh.hasColors) {
-            attribute(2, mesh.buffers[2], data.colors.data(), data.colors.size() * 16, 4);
+            attribute(2, mesh.buffers[2], colors.data(), colors.size() * 16, 4);
         } else {
             glDisableVertexAttribArray(2);
             glVertexAttrib4f(2, 1, 1, 1, 1);
         }
         glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, mesh.buffers[3]);
-        glBufferData(GL_ELEMENT_ARRAY_BUFFER, GLsizeiptr(data.indices.size() * 4),
-                     data.indices.data(), GL_STATIC_DRAW);
-        mesh.count = GLsizei(data.indices.size());
+        glBufferData(GL_ELEMENT_ARRAY_BUFFER, GLsizeiptr(indices.size() * 4), indices.data(),
+                     GL_STATIC_DRAW);
         return mesh;
     }
 
@@ -280,86 +502,173 @@ struct kaGLSceneRenderer::Impl {
         }
     }
 
-    void drawBackground(const osg::UberViewport& viewport, float vOffset, float vScale) {
+    void uploadEncoding(const kaPixelEncoder& encoder) {
+        if (encodingUploaded == encoder.getId())
+            return;
+        glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+        glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+        std::vector<float> rows;
+        for (const std::vector<float>& curve : encoder.getSeparable()->curves)
+            rows.insert(rows.end(), curve.begin(), curve.end());
+        glDeleteTextures(1, &curves);
+        curves = texture(GL_R32F, kaPixelEncoder::Separable::kCurveSize, 3);
+        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, kaPixelEncoder::Separable::kCurveSize, 3, GL_RED,
+                        GL_FLOAT, rows.data());
+        glDeleteTextures(1, &dither);
+        dither = 0;
+        if (encoder.getDither()) {
+            const int size = encoder.getDitherSize();
+            dither = texture(GL_RGB32F, size, size);
+            glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, size, size, GL_RGB, GL_FLOAT,
+                            encoder.getDither());
+        }
+        encodingUploaded = encoder.getId();
+    }
+
+    // The encoding's uniforms of an encoding program, its textures on units 1 and 2.
+    void encodingUniforms(GLuint program, const kaPixelEncoder& encoder, bool straight,
+                          int cellLeft, int cellBottom) {
+        glUseProgram(program);
+        glActiveTexture(GL_TEXTURE1);
+        glBindTexture(GL_TEXTURE_2D, curves);
+        glActiveTexture(GL_TEXTURE2);
+        glBindTexture(GL_TEXTURE_2D, encoder.getDither() ? dither : 0);
+        glActiveTexture(GL_TEXTURE0);
+        glUniform1i(at(program, "curves"), 1);
+        glUniform1i(at(program, "dither"), 2);
+        glUniform1i(at(program, "straight"), straight);
+        const osg::Color3f alphaColor = encoder.getAlphaColor();
+        glUniform3f(at(program, "alphaColor"), alphaColor.r, alphaColor.g, alphaColor.b);
+        glUniformMatrix3fv(at(program, "toSpace"), 1, GL_TRUE,
+                           &encoder.getSeparable()->toSpace[0][0]);
+        glUniform1i(at(program, "curveSize"), kaPixelEncoder::Separable::kCurveSize);
+        glUniform1i(at(program, "dithers"), encoder.getDither() != nullptr);
+        glUniform1i(at(program, "ditherSize"), std::max(encoder.getDitherSize(), 1));
+        glUniform2i(at(program, "pictureOrigin"), cellLeft, cellBottom);
+    }
+
+    void drawBackground(GLuint program, const osg::UberViewport& viewport, float vOffset,
+                        float vScale) {
         osg::Color4f bottom{0, 0, 0, 1}, top{0, 0, 0, 1};
         if (const osg::Background* b = viewport.getBackground().get()) {
             bottom = b->colorAt(0.0f);
             top = b->colorAt(1.0f);
         }
-        glDisable(GL_DEPTH_TEST);
+        // Drawn after the opaque surfaces, only where none is (its depth is the far plane's).
+        glEnable(GL_DEPTH_TEST);
+        glDepthFunc(GL_LEQUAL);
+        glDepthMask(GL_FALSE);
         glDisable(GL_BLEND);
-        glUseProgram(background);
-        glUniform4f(glGetUniformLocation(background, "bottomColor"), bottom.r, bottom.g, bottom.b,
-                    bottom.a);
-        glUniform4f(glGetUniformLocation(background, "topColor"), top.r, top.g, top.b, top.a);
-        glUniform1f(glGetUniformLocation(background, "vOffset"), vOffset);
-        glUniform1f(glGetUniformLocation(background, "vScale"), vScale);
+        glUseProgram(program);
+        glUniform4f(at(program, "bottomColor"), bottom.r, bottom.g, bottom.b, bottom.a);
+        glUniform4f(at(program, "topColor"), top.r, top.g, top.b, top.a);
+        glUniform1f(at(program, "vOffset"), vOffset);
+        glUniform1f(at(program, "vScale"), vScale);
+        glBindVertexArray(emptyVao);
+        glDrawArrays(GL_TRIANGLES, 0, 3);
+        glDepthMask(GL_TRUE);
+    }
+
+    // The opaque surfaces (pass 0), replacing what lies behind (no blending to pay for), or
+    // the see-through ones (pass 1) over what is there: colour by the surface's opacity, alpha
+    // covered. 'cellClip' maps the world onto the cell's own clip space, against which meshes
+    // are culled, widened by 'margin' so that no triangle touching the cell is left out.
+    void drawScene(GLuint program, int pass, const std::vector<DrawItem>& items,
+                   const Lights& lights, const osg::Matrix& viewProjection,
+                   const osg::Matrix& cellClip, float margin, const osg::Pnt3f& eye) {
+        glEnable(GL_DEPTH_TEST);
+        glDepthFunc(GL_LESS);
+        glDepthMask(GL_TRUE);
+        glUseProgram(program);
+        uniformMatrix(program, "viewProjection", viewProjection);
+        glUniform3f(at(program, "eye"), eye.x, eye.y, eye.z);
+        glUniform3f(at(program, "ambient"), lights.ambient.r, lights.ambient.g, lights.ambient.b);
+        const int directional = lights.directionalCount();
+        const int point = lights.pointCount();
+        if (directional) {
+            glUniform3fv(at(program, "directionalDirection"), directional, &lights.directions[0].x);
+            glUniform3fv(at(program, "directionalColor"), directional,
+                         &lights.directionalColors[0].r);
+        }
+        if (point) {
+            glUniform3fv(at(program, "pointPosition"), point, &lights.positions[0].x);
+            glUniform3fv(at(program, "pointColor"), point, &lights.pointColors[0].r);
+        }
+        if (pass == 0) {
+            glDisable(GL_BLEND);
+        } else {
+            glEnable(GL_BLEND);
+            glBlendFuncSeparate(GL_SRC1_ALPHA, GL_ONE_MINUS_SRC1_ALPHA, GL_ONE, GL_ZERO);
+        }
+        for (const DrawItem& item : items) {
+            const osg::SimpleMaterial* material =
+                osg::resolveSimpleMaterial(item.geometry->getMaterial().get());
+            const float opacity = material ? material->opacity : 1.0f;
+            if ((opacity < 1.0f) != (pass == 1))
+                continue;
+            Mesh& mesh = upload(item.geometry);
+            mesh.chunks.visibleRuns(cellClip * item.world, margin, runCounts, runOffsets);
+            if (runCounts.empty())
+                continue;
+            uniformMatrix(program, "model", item.world);
+            osg::Matrix inverse;
+            item.world.invert(inverse);
+            float normalMatrix[9];
+            for (int r = 0; r < 3; ++r)
+                for (int c = 0; c < 3; ++c)
+                    normalMatrix[r * 3 + c] = inverse.m[c][r]; // inverse transpose
+            glUniformMatrix3fv(at(program, "normalMatrix"), 1, GL_TRUE, normalMatrix);
+            const osg::Color3f base =
+                material ? material->baseColor : osg::Color3f{0.8f, 0.8f, 0.8f};
+            const osg::Color3f glow = material ? material->emission : osg::Color3f{};
+            glUniform3f(at(program, "baseColor"), base.r, base.g, base.b);
+            glUniform3f(at(program, "emission"), glow.r, glow.g, glow.b);
+            glUniform1f(at(program, "metallic"), material ? material->metallic : 0.0f);
+            glUniform1f(at(program, "roughness"), material ? material->roughness : 0.5f);
+            glUniform1f(at(program, "opacity"), opacity);
+            glUniform1i(at(program, "useVertexColor"), mesh.hasColors);
+            glBindVertexArray(mesh.vao);
+            glMultiDrawElements(GL_TRIANGLES, runCounts.data(), GL_UNSIGNED_INT, runOffsets.data(),
+                                GLsizei(runCounts.size()));
+        }
+        glDisable(GL_BLEND);
+    }
+
+    // A pass of 'program' over the bound framebuffer's cell, within the scissor.
+    void fullPass(GLuint program, int width, int height) {
+        glViewport(0, 0, width, height);
+        glDisable(GL_DEPTH_TEST);
+        glUseProgram(program);
         glBindVertexArray(emptyVao);
         glDrawArrays(GL_TRIANGLES, 0, 3);
     }
 
-    void drawScene(const std::vector<DrawItem>& items, const Lights& lights,
-                   const osg::Matrix& viewProjection, const osg::Pnt3f& eye) {
-        glEnable(GL_DEPTH_TEST);
-        glDepthFunc(GL_LESS);
-        glEnable(GL_BLEND);
-        // Colour over what lies behind by the surface's opacity; alpha: covered.
-        glBlendFuncSeparate(GL_SRC1_ALPHA, GL_ONE_MINUS_SRC1_ALPHA, GL_ONE, GL_ZERO);
-        glUseProgram(surface);
-        uniformMatrix(surface, "viewProjection", viewProjection);
-        glUniform3f(glGetUniformLocation(surface, "eye"), eye.x, eye.y, eye.z);
-        glUniform3f(glGetUniformLocation(surface, "ambient"), lights.ambient.r, lights.ambient.g,
-                    lights.ambient.b);
-        const int directional = int(std::min<size_t>(lights.directions.size(), 8));
-        const int point = int(std::min<size_t>(lights.positions.size(), 8));
-        glUniform1i(glGetUniformLocation(surface, "directionalCount"), directional);
-        glUniform1i(glGetUniformLocation(surface, "pointCount"), point);
-        if (directional) {
-            glUniform3fv(glGetUniformLocation(surface, "directionalDirection"), directional,
-                         &lights.directions[0].x);
-            glUniform3fv(glGetUniformLocation(surface, "directionalColor"), directional,
-                         &lights.directionalColors[0].r);
+    // The first sample is copied into the sum, later ones added to it.
+    void addToSum(bool first, int width, int height) {
+        glBindFramebuffer(GL_FRAMEBUFFER, sumFbo);
+        if (first) {
+            glDisable(GL_BLEND);
+        } else {
+            glEnable(GL_BLEND);
+            glBlendFunc(GL_ONE, GL_ONE);
         }
-        if (point) {
-            glUniform3fv(glGetUniformLocation(surface, "pointPosition"), point,
-                         &lights.positions[0].x);
-            glUniform3fv(glGetUniformLocation(surface, "pointColor"), point,
-                         &lights.pointColors[0].r);
-        }
-        // Opaque surfaces first, then the see-through ones over them.
-        for (int pass = 0; pass < 2; ++pass) {
-            for (const DrawItem& item : items) {
-                const osg::SimpleMaterial* material =
-                    osg::resolveSimpleMaterial(item.geometry->getMaterial().get());
-                const float opacity = material ? material->opacity : 1.0f;
-                if ((opacity < 1.0f) != (pass == 1))
-                    continue;
-                Mesh& mesh = upload(item.geometry);
-                uniformMatrix(surface, "model", item.world);
-                osg::Matrix inverse;
-                item.world.invert(inverse);
-                float normalMatrix[9];
-                for (int r = 0; r < 3; ++r)
-                    for (int c = 0; c < 3; ++c)
-                        normalMatrix[r * 3 + c] = inverse.m[c][r]; // inverse transpose
-                glUniformMatrix3fv(glGetUniformLocation(surface, "normalMatrix"), 1, GL_TRUE,
-                                   normalMatrix);
-                const osg::Color3f base =
-                    material ? material->baseColor : osg::Color3f{0.8f, 0.8f, 0.8f};
-                const osg::Color3f glow = material ? material->emission : osg::Color3f{};
-                glUniform3f(glGetUniformLocation(surface, "baseColor"), base.r, base.g, base.b);
-                glUniform3f(glGetUniformLocation(surface, "emission"), glow.r, glow.g, glow.b);
-                glUniform1f(glGetUniformLocation(surface, "metallic"),
-                            material ? material->metallic : 0.0f);
-                glUniform1f(glGetUniformLocation(surface, "roughness"),
-                            material ? material->roughness : 0.5f);
-                glUniform1f(glGetUniformLocation(surface, "opacity"), opacity);
-                glUniform1i(glGetUniformLocation(surface, "useVertexColor"), mesh.hasColors);
-                glBindVertexArray(mesh.vao);
-                glDrawElements(GL_TRIANGLES, mesh.count, GL_UNSIGNED_INT, nullptr);
-            }
-        }
+        glActiveTexture(GL_TEXTURE0);
+        glBindTexture(GL_TEXTURE_2D, sampleColor);
+        glUseProgram(accumulate);
+        glUniform1i(at(accumulate, "sampleColor"), 0);
+        fullPass(accumulate, width, height);
+        glDisable(GL_BLEND);
     }
+};
+
+// Where finished pieces go: back to the caller as floats, or encoded into 8-bit images.
+struct kaGLSceneRenderer::Output {
+    const PieceSink* sink = nullptr;
+    std::vector<float> pixels;
+    const kaPixelEncoder* encoder = nullptr;
+    const std::vector<osg::Image*>* images = nullptr;
+    int imageX = 0, imageY = 0;
+    std::vector<uint8_t> rgba; // an encoded piece on its way into an RGB image
 };
 
 kaGLSceneRenderer& kaGLSceneRenderer::the() {
@@ -398,7 +707,7 @@ int kaGLSceneRenderer::getMaxTextureSize() {
 int kaGLSceneRenderer::getMaxPieceSize() {
     const int gl = getMaxTextureSize();
     // Pieces stay small, so that a render needs little memory besides its images: a piece's
-    // framebuffer, read-back and sum take 36 bytes a pixel.
+    // targets and read-back take at most 60 bytes a pixel.
     const int limit = std::min(gl > 0 ? gl : 1024, 1024);
     return _pieceLimit > 0 ? std::min(_pieceLimit, limit) : limit;
 }
@@ -411,13 +720,43 @@ bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Cam
                                int fullWidth, int fullHeight, int x0, int y0, int width, int height,
                                int samples, int onlySample, const PieceSink& sink,
                                std::string& error) {
+    Output output;
+    output.sink = &sink;
+    return renderPieces(viewport, camera, fullWidth, fullHeight, x0, y0, width, height, samples,
+                        onlySample, output, error);
+}
+
+bool kaGLSceneRenderer::renderEncoded(const osg::UberViewport& viewport, const osg::Camera& camera,
+                                      int fullWidth, int fullHeight, int x0, int y0, int width,
+                                      int height, int samples, int onlySample,
+                                      const kaPixelEncoder& encoder,
+                                      const std::vector<osg::Image*>& images, int imageX,
+                                      int imageY, std::string& error) {
+    if (!encoder.getSeparable()) {
+        error = "the colour space's encoding can't be made on the GPU";
+        return false;
+    }
+    Output output;
+    output.encoder = &encoder;
+    output.images = &images;
+    output.imageX = imageX;
+    output.imageY = imageY;
+    return renderPieces(viewport, camera, fullWidth, fullHeight, x0, y0, width, height, samples,
+                        onlySample, output, error);
+}
+
+bool kaGLSceneRenderer::renderPieces(const osg::UberViewport& viewport, const osg::Camera& camera,
+                                     int fullWidth, int fullHeight, int x0, int y0, int width,
+                                     int height, int samples, int onlySample, Output& output,
+                                     std::string& error) {
     error.clear();
     kaGLPlatform* platform = kaGLPlatform::instance(error);
     if (!platform || !platform->makeCurrent(error))
         return false;
     if (!_impl)
         _impl = new Impl();
-    if (!_impl->init(error))
+    Impl& m = *_impl;
+    if (!m.init(error))
         return false;
     if (width <= 0 || height <= 0 || fullWidth <= 0 || fullHeight <= 0) {
         error = "nothing to render (empty target)";
@@ -449,13 +788,29 @@ bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Cam
 
     const int first = onlySample >= 0 ? onlySample : 0;
     const int last = onlySample >= 0 ? onlySample + 1 : std::max(samples, 1);
+    const bool summed = last - first > 1;
+    // One sample of opaque surfaces is its pixels' mean already, and nothing is blended in
+    // linear light: an 8-bit picture is then encoded as it is drawn.
+    bool direct = output.encoder && !summed;
+    for (const DrawItem& item : items) {
+        const osg::SimpleMaterial* material =
+            osg::resolveSimpleMaterial(item.geometry->getMaterial().get());
+        if (material && material->opacity < 1.0f)
+            direct = false;
+    }
+    const bool straight =
+        output.encoder && !output.images->empty() && output.images->front()->hasAlphaChannel();
+    ++m.renders;
+    if (output.encoder)
+        m.uploadEncoding(*output.encoder);
+
     const int cell = getMaxPieceSize();
     const int firstCellX = x0 / cell, firstCellY = y0 / cell;
     const int lastCellX = (x0 + width - 1) / cell, lastCellY = (y0 + height - 1) / cell;
-    std::vector<float> sum, pixels;
     auto callback = viewport.getEventProcessingCB();
     bool stopped = false;
     glEnable(GL_SCISSOR_TEST);
+    glPixelStorei(GL_PACK_ALIGNMENT, 1);
     for (int cy = firstCellY; cy <= lastCellY && !stopped; ++cy) {
         for (int cx = firstCellX; cx <= lastCellX && !stopped; ++cx) {
             const int cellLeft = cx * cell, cellBottom = cy * cell;
@@ -466,19 +821,35 @@ bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Cam
             const int pw = std::min(x0 + width, cellLeft + cellW) - left;
             const int ph = std::min(y0 + height, cellBottom + cellH) - bottom;
             const bool lastPiece = cy == lastCellY && cx == lastCellX;
-            if (!_impl->target(cellW, cellH, error)) {
+            if ((!direct && !m.sampleTarget(cellW, cellH, error)) ||
+                (summed && !m.sumTarget(cellW, cellH, error)) ||
+                (output.encoder && !m.encodedTarget(cellW, cellH, error))) {
                 glDisable(GL_SCISSOR_TEST);
                 return false;
             }
+            // The cell's part of the picture stretched over clip space: its projection when the
+            // viewport can't be shifted, and always the frustum meshes are culled against.
             osg::Matrix toCell;
-            if (!shiftViewport) {
-                toCell.m[0][0] = float(fullWidth) / float(cellW);
-                toCell.m[0][3] = float(fullWidth - 2 * cellLeft - cellW) / float(cellW);
-                toCell.m[1][1] = float(fullHeight) / float(cellH);
-                toCell.m[1][3] = float(fullHeight - 2 * cellBottom - cellH) / float(cellH);
+            toCell.m[0][0] = float(fullWidth) / float(cellW);
+            toCell.m[0][3] = float(fullWidth - 2 * cellLeft - cellW) / float(cellW);
+            toCell.m[1][1] = float(fullHeight) / float(cellH);
+            toCell.m[1][3] = float(fullHeight - 2 * cellBottom - cellH) / float(cellH);
+            const float margin = 4.0f / float(std::min(cellW, cellH)); // two pixels
+            const GLuint surface =
+                m.surface(lights.directionalCount(), lights.pointCount(), direct, error);
+            if (!surface) {
+                glDisable(GL_SCISSOR_TEST);
+                return false;
             }
-            sum.assign(size_t(pw) * size_t(ph) * 4, 0.0f);
-            pixels.resize(sum.size());
+            if (direct) {
+                if (!m.encodedBackground(viewport, *output.encoder, straight, cellLeft, cellBottom,
+                                         cellW, cellH, fullHeight, error)) {
+                    glDisable(GL_SCISSOR_TEST);
+                    return false;
+                }
+                m.encodingUniforms(surface, *output.encoder, straight, cellLeft, cellBottom);
+            }
+            glScissor(left - cellLeft, bottom - cellBottom, pw, ph);
             int made = 0;
             for (int k = first; k < last && !stopped; ++k) {
                 float dx, dy;
@@ -486,34 +857,91 @@ bool kaGLSceneRenderer::render(const osg::UberViewport& viewport, const osg::Cam
                 // The sample's offset in pixels of the whole picture, the same for every region.
                 const osg::Matrix jitter = osg::Matrix::translation(
                     2.0f * dx / float(fullWidth), 2.0f * dy / float(fullHeight), 0.0f);
-                glBindFramebuffer(GL_FRAMEBUFFER, _impl->framebuffer);
+                const osg::Matrix cellClip = toCell * jitter * projection * viewing;
+                glBindFramebuffer(GL_FRAMEBUFFER, direct ? m.encodedFbo : m.sampleFbo);
                 if (shiftViewport)
                     glViewport(-cellLeft, -cellBottom, fullWidth, fullHeight);
                 else
                     glViewport(0, 0, cellW, cellH);
-                glScissor(left - cellLeft, bottom - cellBottom, pw, ph);
-                glClearColor(0, 0, 0, 0);
-                glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-                // Fragment rows count in the framebuffer, which starts at the cell's bottom row.
-                _impl->drawBackground(viewport, float(cellBottom) / float(fullHeight),
-                                      1.0f / float(fullHeight));
-                _impl->drawScene(items, lights, toCell * jitter * projection * viewing, eye);
-                glPixelStorei(GL_PACK_ALIGNMENT, 1);
-                glReadPixels(left - cellLeft, bottom - cellBottom, pw, ph, GL_RGBA, GL_FLOAT,
-                             pixels.data());
-                for (size_t i = 0; i < sum.size(); ++i)
-                    sum[i] += pixels[i];
+                // The background covers every pixel the surfaces leave: only depth is cleared.
+                glClear(GL_DEPTH_BUFFER_BIT);
+                const osg::Matrix drawn = shiftViewport ? jitter * projection * viewing : cellClip;
+                m.drawScene(surface, 0, items, lights, drawn, cellClip, margin, eye);
+                if (!direct) {
+                    // Fragment rows count in the framebuffer, which starts at the cell's bottom.
+                    m.drawBackground(m.background, viewport, float(cellBottom) / float(fullHeight),
+                                     1.0f / float(fullHeight));
+                    m.drawScene(surface, 1, items, lights, drawn, cellClip, margin, eye);
+                }
+                if (summed)
+                    m.addToSum(made == 0, cellW, cellH);
                 ++made;
                 if (callback)
                     stopped = !callback(0, 0, lastPiece, viewport.getEventProcessingContext());
             }
             const float scale = 1.0f / float(std::max(made, 1));
-            for (float& v : sum)
-                v *= scale;
-            sink(left - x0, bottom - y0, pw, ph, sum.data());
+            if (output.encoder) {
+                if (!direct) {
+                    glBindFramebuffer(GL_FRAMEBUFFER, m.encodedFbo);
+                    m.encodingUniforms(m.encode, *output.encoder, straight, cellLeft, cellBottom);
+                    glBindTexture(GL_TEXTURE_2D, summed ? m.sumColor : m.sampleColor);
+                    glUniform1i(at(m.encode, "sum"), 0);
+                    glUniform1f(at(m.encode, "scale"), scale);
+                    m.fullPass(m.encode, cellW, cellH);
+                }
+                readEncoded(output, cellLeft, cellBottom, left, bottom, pw, ph, x0, y0);
+                continue;
+            }
+            glBindFramebuffer(GL_READ_FRAMEBUFFER, summed ? m.sumFbo : m.sampleFbo);
+            output.pixels.resize(size_t(pw) * size_t(ph) * 4);
+            glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+            glReadPixels(left - cellLeft, bottom - cellBottom, pw, ph, GL_RGBA, GL_FLOAT,
+                         output.pixels.data());
+            if (made > 1)
+                for (float& v : output.pixels)
+                    v *= scale;
+            (*output.sink)(left - x0, bottom - y0, pw, ph, output.pixels.data());
         }
     }
     glDisable(GL_SCISSOR_TEST);
-    _impl->prune();
+    glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+    m.prune();
     return !stopped;
+}
+
+void kaGLSceneRenderer::readEncoded(Output& output, int cellLeft, int cellBottom, int left,
+                                    int bottom, int pw, int ph, int x0, int y0) {
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, _impl->encodedFbo);
+    for (osg::Image* image : *output.images) {
+        // The piece's place in the image, cut to it.
+        const int ix = output.imageX + (left - x0), iy = output.imageY + (bottom - y0);
+        const int cx0 = std::max(ix, 0), cy0 = std::max(iy, 0);
+        const int cx1 = std::min(ix + pw, int(image->getWidth()));
+        const int cy1 = std::min(iy + ph, int(image->getHeight()));
+        if (cx0 >= cx1 || cy0 >= cy1)
+            continue;
+        const int readX = left - cellLeft + (cx0 - ix), readY = bottom - cellBottom + (cy0 - iy);
+        const size_t w = size_t(cx1 - cx0), imageWidth = size_t(image->getWidth());
+        if (image->getPixelFormat() == osg::Image::OSG_RGBA_PF) {
+            glPixelStorei(GL_PACK_ROW_LENGTH, GLint(imageWidth));
+            glReadPixels(readX, readY, int(w), cy1 - cy0, GL_RGBA, GL_UNSIGNED_BYTE,
+                         image->getData() + (size_t(cy0) * imageWidth + size_t(cx0)) * 4);
+            continue;
+        }
+        // The GL packs RGB pixel by pixel, many times slower than a copy of RGBA: RGBA is
+        // read and its alpha dropped here.
+        output.rgba.resize(w * size_t(cy1 - cy0) * 4);
+        glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+        glReadPixels(readX, readY, int(w), cy1 - cy0, GL_RGBA, GL_UNSIGNED_BYTE,
+                     output.rgba.data());
+        for (int row = cy0; row < cy1; ++row) {
+            const uint8_t* in = output.rgba.data() + size_t(row - cy0) * w * 4;
+            uint8_t* out = image->getData() + (size_t(row) * imageWidth + size_t(cx0)) * 3;
+            for (size_t i = 0; i < w; ++i, in += 4, out += 3) {
+                out[0] = in[0];
+                out[1] = in[1];
+                out[2] = in[2];
+            }
+        }
+    }
 }

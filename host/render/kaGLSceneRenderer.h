@@ -1,17 +1,23 @@
 #pragma once
 
+#include "OSGImage.h"
 #include "OSGViewport.h"
 
 #include <functional>
 #include <string>
 #include <vector>
 
+class kaPixelEncoder;
+
 // Draws a viewport's scene with OpenGL into a float RGBA buffer of scene-linear, premultiplied
 // colour whose alpha is the coverage of geometry (1 on every surface, the background's alpha
 // elsewhere, fractions at edges). Every pixel is the mean of
 // 'samples' jittered sub-pixel samples, sample k always at the same sub-pixel offset of the
 // target's pixel grid, so that rendering a picture in tiles gives the same pixels as rendering
-// it whole. Targets larger than the piece limit are drawn piece by piece. GUI thread only.
+// it whole. Targets larger than the piece limit are drawn piece by piece; the samples of a
+// piece are summed on the GPU and read back once, large meshes are drawn only where a piece can
+// see them, and 8-bit pictures are encoded on the GPU (straight into 8-bit targets when one
+// opaque sample makes a pixel). GUI thread only.
 class kaGLSceneRenderer {
 public:
     static kaGLSceneRenderer& the();
@@ -34,6 +40,18 @@ public:
                 int fullHeight, int x0, int y0, int width, int height, int samples, int onlySample,
                 const PieceSink& sink, std::string& error);
 
+    // As render(), but every finished piece is encoded on the GPU with 'encoder''s separable
+    // model of 8-bit encoding (straight alpha where the images have alpha, dithered by the
+    // pixel's place in the whole picture) and read straight into each of 'images' (8-bit RGB
+    // or RGBA of colour, all with or all without alpha, rows bottom-up) at (imageX + px,
+    // imageY + py), cut to the image. The codes are those kaPixelEncoder::store() writes, to
+    // the tenth of a code by which the encoder's model may differ from its colour engine.
+    bool renderEncoded(const osg::UberViewport& viewport, const osg::Camera& camera, int fullWidth,
+                       int fullHeight, int x0, int y0, int width, int height, int samples,
+                       int onlySample, const kaPixelEncoder& encoder,
+                       const std::vector<osg::Image*>& images, int imageX, int imageY,
+                       std::string& error);
+
     // Sub-pixel offset of sample k, each coordinate in [-0.5, 0.5); sample 0 is the centre.
     static void sampleOffset(int k, float& dx, float& dy);
 
@@ -51,6 +69,12 @@ public:
 private:
     kaGLSceneRenderer() = default;
     struct Impl;
+    struct Output;
+    bool renderPieces(const osg::UberViewport& viewport, const osg::Camera& camera, int fullWidth,
+                      int fullHeight, int x0, int y0, int width, int height, int samples,
+                      int onlySample, Output& output, std::string& error);
+    void readEncoded(Output& output, int cellLeft, int cellBottom, int left, int bottom, int pw,
+                     int ph, int x0, int y0);
     Impl* _impl = nullptr;
     int _pieceLimit = 0;
     RegionListener _listener;

@@ -4,10 +4,13 @@
 #include "kaImagePostprocessor.h"
 
 #include <lcms2.h>
+#include <lcms2_plugin.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstring>
+#include <mutex>
 #include <vector>
 
 struct kaPixelEncoder::Impl {
@@ -18,6 +21,8 @@ struct kaPixelEncoder::Impl {
     osg::Color3f alphaColor;
     osg::ImagePtr dither; // float RGB, tiled; null without dithering
     int ditherSize = 0;
+    std::unique_ptr<Separable> separable;
+    uint64_t id = 0;
 
     ~Impl() {
         if (toEncoded)
@@ -58,6 +63,95 @@ cmsHPROFILE linearSRGB(cmsContext context) {
     return profile;
 }
 
+float evaluateCurve(const std::vector<float>& curve, float linear) {
+    const float s = std::sqrt(std::min(std::max(linear, 0.0f), 1.0f)) *
+                    float(kaPixelEncoder::Separable::kCurveSize - 1);
+    const int i = std::min(int(s), kaPixelEncoder::Separable::kCurveSize - 2);
+    return curve[size_t(i)] + (curve[size_t(i) + 1] - curve[size_t(i)]) * (s - float(i));
+}
+
+// A matrix/shaper profile's colorants (D50 XYZ of its primaries) as the columns of a matrix.
+bool colorantsOf(cmsHPROFILE profile, cmsMAT3& m) {
+    const cmsTagSignature tags[3] = {cmsSigRedColorantTag, cmsSigGreenColorantTag,
+                                     cmsSigBlueColorantTag};
+    for (int c = 0; c < 3; ++c) {
+        const auto* xyz = static_cast<const cmsCIEXYZ*>(cmsReadTag(profile, tags[c]));
+        if (!xyz)
+            return false;
+        m.v[0].n[c] = xyz->X;
+        m.v[1].n[c] = xyz->Y;
+        m.v[2].n[c] = xyz->Z;
+    }
+    return true;
+}
+
+// The matrix and the curves by which 'transform' from the matrix/shaper 'source' to the
+// matrix/shaper 'target' encodes, kept only when they encode a spread of colours (out of gamut
+// and beyond white included) as the transform does. The matrix is the one relative colorimetric
+// intent builds from the colorants; the curves are read off the transform itself, each at the
+// colours whose values in the target's primaries lie on its axis.
+std::unique_ptr<kaPixelEncoder::Separable> separableEncoding(cmsHPROFILE source, cmsHPROFILE target,
+                                                             cmsHTRANSFORM transform) {
+    cmsMAT3 from, to, toInverse, matrix, inverse;
+    if (!target || !transform || !cmsIsMatrixShaper(target) || !colorantsOf(source, from) ||
+        !colorantsOf(target, to) || !_cmsMAT3inverse(&to, &toInverse))
+        return nullptr;
+    _cmsMAT3per(&matrix, &toInverse, &from);
+    if (!_cmsMAT3inverse(&matrix, &inverse))
+        return nullptr;
+    // Both profiles share the white of the connection space, so white maps to white; the
+    // colorants, stored in 16.16 fixed point, miss that by about 1e-5, which the colour engine
+    // does not show and which would turn white into 254 under dithering.
+    for (int r = 0; r < 3; ++r) {
+        const double sum = matrix.v[r].n[0] + matrix.v[r].n[1] + matrix.v[r].n[2];
+        if (std::fabs(sum - 1.0) < 1e-3)
+            for (int c = 0; c < 3; ++c)
+                matrix.v[r].n[c] /= sum;
+    }
+    float toSpace[3][3];
+    for (int r = 0; r < 3; ++r)
+        for (int c = 0; c < 3; ++c)
+            toSpace[r][c] = float(matrix.v[r].n[c]);
+    auto model = std::make_unique<kaPixelEncoder::Separable>();
+    std::copy(&toSpace[0][0], &toSpace[0][0] + 9, &model->toSpace[0][0]);
+    constexpr int size = kaPixelEncoder::Separable::kCurveSize;
+    std::vector<float> probe(size_t(size) * 3), encoded(probe.size());
+    for (int channel = 0; channel < 3; ++channel) {
+        for (int i = 0; i < size; ++i) {
+            const double s = double(i) / double(size - 1);
+            for (int r = 0; r < 3; ++r)
+                probe[size_t(i) * 3 + size_t(r)] = float(inverse.v[r].n[channel] * s * s);
+        }
+        cmsDoTransform(transform, probe.data(), encoded.data(), cmsUInt32Number(size));
+        model->curves[channel].resize(size);
+        for (int i = 0; i < size; ++i)
+            model->curves[channel][size_t(i)] = encoded[size_t(i) * 3 + size_t(channel)];
+    }
+    // The colour engine evaluates some profiles' curves from tables, in steps of up to 2e-4;
+    // the model follows the curves smoothly and may differ by that, a tenth of an 8-bit code.
+    constexpr float kTolerance = 4e-4f;
+    // A lattice of colours from black to beyond white, dark ones dense.
+    std::vector<float> in, out;
+    const float steps[] = {0.0f,  1e-4f, 0.001f, 0.003f, 0.01f, 0.03f, 0.08f,
+                           0.18f, 0.35f, 0.5f,   0.7f,   0.9f,  1.0f,  1.5f};
+    for (float r : steps)
+        for (float g : steps)
+            for (float b : steps)
+                in.insert(in.end(), {r, g, b});
+    out.resize(in.size());
+    cmsDoTransform(transform, in.data(), out.data(), cmsUInt32Number(in.size() / 3));
+    for (size_t i = 0; i < in.size(); i += 3) {
+        for (int c = 0; c < 3; ++c) {
+            const float linear =
+                toSpace[c][0] * in[i] + toSpace[c][1] * in[i + 1] + toSpace[c][2] * in[i + 2];
+            const float expected = std::min(std::max(out[i + size_t(c)], 0.0f), 1.0f);
+            if (std::fabs(evaluateCurve(model->curves[c], linear) - expected) > kTolerance)
+                return nullptr;
+        }
+    }
+    return model;
+}
+
 bool nearIdentity(const kaColorMatrix& m) {
     for (int r = 0; r < 3; ++r)
         for (int c = 0; c < 3; ++c)
@@ -71,6 +165,8 @@ bool nearIdentity(const kaColorMatrix& m) {
 kaPixelEncoder::kaPixelEncoder(const osg::Color3f& alphaColor)
     : _impl(std::make_unique<Impl>()) {
     Impl& m = *_impl;
+    static std::atomic<uint64_t> made{0};
+    m.id = ++made;
     m.alphaColor = alphaColor;
     m.context = cmsCreateContext(nullptr, nullptr);
 
@@ -85,15 +181,13 @@ kaPixelEncoder::kaPixelEncoder(const osg::Color3f& alphaColor)
     if (target && cmsGetColorSpace(target) == cmsSigRgbData)
         m.toEncoded = cmsCreateTransformTHR(m.context, source, TYPE_RGB_FLT, target, TYPE_RGB_FLT,
                                             INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_NOCACHE);
-    if (target)
-        cmsCloseProfile(target);
     if (!m.toEncoded) {
-        cmsHPROFILE srgb = cmsCreate_sRGBProfileTHR(m.context);
-        m.toEncoded = cmsCreateTransformTHR(m.context, source, TYPE_RGB_FLT, srgb, TYPE_RGB_FLT,
+        if (target)
+            cmsCloseProfile(target);
+        target = cmsCreate_sRGBProfileTHR(m.context);
+        m.toEncoded = cmsCreateTransformTHR(m.context, source, TYPE_RGB_FLT, target, TYPE_RGB_FLT,
                                             INTENT_RELATIVE_COLORIMETRIC, cmsFLAGS_NOCACHE);
-        cmsCloseProfile(srgb);
     }
-    cmsCloseProfile(source);
 
     // Float pixels stay linear, in the colour space's own primaries (matrix/shaper profiles).
     if (profile && profile->isLoaded() && !nearIdentity(profile->getConversionMatrix())) {
@@ -102,6 +196,9 @@ kaPixelEncoder::kaPixelEncoder(const osg::Color3f& alphaColor)
             for (int c = 0; c < 3; ++c)
                 m.toSpace[r][c] = profile->getConversionMatrix().get(r, c);
     }
+    m.separable = separableEncoding(source, target, m.toEncoded);
+    cmsCloseProfile(source);
+    cmsCloseProfile(target);
 
     const kaImagePostprocessor* post = kaImagePostprocessor::getImagePostprocessor();
     osg::ImagePtr dither = post->getDitherImage();
@@ -118,6 +215,29 @@ kaPixelEncoder::kaPixelEncoder(const osg::Color3f& alphaColor)
 
 kaPixelEncoder::~kaPixelEncoder() = default;
 
+std::shared_ptr<const kaPixelEncoder> kaPixelEncoder::current(const osg::Color3f& alphaColor) {
+    struct Made {
+        std::shared_ptr<const kaICCProfile> profile;
+        bool dithering = false;
+        osg::ImagePtr dither;
+        osg::Color3f alphaColor;
+        std::shared_ptr<const kaPixelEncoder> encoder;
+    };
+    static std::mutex mutex;
+    static Made last;
+    const kaImagePostprocessor* post = kaImagePostprocessor::getImagePostprocessor();
+    Made now{kaColor::getActiveICCProfile(), post->getDithering(), post->getDitherImage(),
+             alphaColor, nullptr};
+    std::lock_guard<std::mutex> lock(mutex);
+    if (!last.encoder || last.profile != now.profile || last.dithering != now.dithering ||
+        last.dither != now.dither || last.alphaColor.r != alphaColor.r ||
+        last.alphaColor.g != alphaColor.g || last.alphaColor.b != alphaColor.b) {
+        now.encoder = std::make_shared<const kaPixelEncoder>(alphaColor);
+        last = std::move(now);
+    }
+    return last.encoder;
+}
+
 void kaPixelEncoder::encode(const float linear[3], float encoded[3]) const {
     float in[3] = {std::max(linear[0], 0.0f), std::max(linear[1], 0.0f), std::max(linear[2], 0.0f)};
     cmsDoTransform(_impl->toEncoded, in, encoded, 1);
@@ -125,6 +245,34 @@ void kaPixelEncoder::encode(const float linear[3], float encoded[3]) const {
 
 void kaPixelEncoder::toLinearOfSpace(const float linear[3], float out[3]) const {
     _impl->space(linear, out);
+}
+
+const kaPixelEncoder::Separable* kaPixelEncoder::getSeparable() const {
+    return _impl->separable.get();
+}
+
+uint64_t kaPixelEncoder::getId() const {
+    return _impl->id;
+}
+
+bool kaPixelEncoder::encodesSeparably(const osg::Image& image) const {
+    return _impl->separable && image.getData() &&
+           image.getDataType() == osg::Image::OSG_UINT8_IMAGEDATA &&
+           image.getAlphaMode() != osg::Image::AlphaMode::Independent &&
+           (image.getPixelFormat() == osg::Image::OSG_RGB_PF ||
+            image.getPixelFormat() == osg::Image::OSG_RGBA_PF);
+}
+
+const float* kaPixelEncoder::getDither() const {
+    return _impl->dither ? reinterpret_cast<const float*>(_impl->dither->getData()) : nullptr;
+}
+
+int kaPixelEncoder::getDitherSize() const {
+    return _impl->dither ? _impl->ditherSize : 0;
+}
+
+osg::Color3f kaPixelEncoder::getAlphaColor() const {
+    return _impl->alphaColor;
 }
 
 void kaPixelEncoder::prepare(osg::Image& image) const {

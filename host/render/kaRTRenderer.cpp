@@ -6,8 +6,8 @@
 #include "kaRTCryptoAccumulator.h"
 #include "kaRTCryptomatte.h"
 #include "kaRTIntegrator_p.h"
-#include "kaRTScene_p.h"
 #include "kaRTSceneHandler.h"
+#include "kaRTScene_p.h"
 #include "kaRaytracer.h"
 #include "kaRenderParameter.h"
 
@@ -320,9 +320,10 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
 
     // Hand the mean of the samples to every wanted pass image, as each image holds it.
     const bool premultiply = kaRaytracer::getPremultiply();
-    const kaPixelEncoder encoder(viewport.getBackground()
-                                     ? viewport.getBackground()->getAlphaColor()
-                                     : osg::Color3f{0, 0, 0});
+    const std::shared_ptr<const kaPixelEncoder> made =
+        kaPixelEncoder::current(viewport.getBackground() ? viewport.getBackground()->getAlphaColor()
+                                                         : osg::Color3f{0, 0, 0});
+    const kaPixelEncoder& encoder = *made;
     for (int pass = 0; pass < kPassCount && pass < int(images.size()); ++pass) {
         const osg::ImagePtr& image = images[size_t(pass)];
         if (!image || !image->getData())

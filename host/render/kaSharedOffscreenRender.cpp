@@ -98,12 +98,35 @@ bool kaSharedOffscreenRender::updateGL() {
         // The picture is not raytraced: no raytracing settings describe it.
         kaRTSceneHandler::setRaytracingSettingsAttachment(nullptr);
         const int samples = viewport.getSamples(_sampleQuality);
-        const kaPixelEncoder encoder(viewport.getBackground()
-                                         ? viewport.getBackground()->getAlphaColor()
-                                         : osg::Color3f{0, 0, 0});
+        const std::shared_ptr<const kaPixelEncoder> made = kaPixelEncoder::current(
+            viewport.getBackground() ? viewport.getBackground()->getAlphaColor()
+                                     : osg::Color3f{0, 0, 0});
+        const kaPixelEncoder& encoder = *made;
         for (const osg::ImagePtr& image : _tileImages)
             if (image)
                 encoder.prepare(*image);
+        // 8-bit images of colour, all alike, are encoded on the GPU and read straight into
+        // place: no float pixels cross to the CPU.
+        std::vector<osg::Image*> encoded;
+        for (const osg::ImagePtr& image : _tileImages)
+            if (image && image->getData()) {
+                if (encoder.encodesSeparably(*image) &&
+                    (encoded.empty() ||
+                     image->getPixelFormat() == encoded.front()->getPixelFormat()))
+                    encoded.push_back(image.get());
+                else
+                    encoded.clear(), encoded.push_back(nullptr);
+                if (!encoded.back())
+                    break;
+            }
+        if (!encoded.empty() && encoded.back()) {
+            ok = kaGLSceneRenderer::the().renderEncoded(viewport, *camera, fullWidth, fullHeight,
+                                                        regionX, regionY, width, height, samples,
+                                                        _rtSample, encoder, encoded, x0, y0, error);
+            if (!ok && !error.empty())
+                kaLog::error("kaSharedOffscreenRender: %s", error.c_str());
+            continue;
+        }
         // Each finished piece goes straight into every tile image (rows bottom-up in both), as
         // each image holds it.
         auto sink = [&](int px, int py, int pw, int ph, const float* rgba) {

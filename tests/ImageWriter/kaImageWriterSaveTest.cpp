@@ -23,6 +23,7 @@
 #include <mutex>
 #include <set>
 #include <sys/resource.h>
+#include <vector>
 
 using osg::Image;
 
@@ -107,8 +108,8 @@ TEST_F(kaImageWriterSave, FloatRgbaAsHdrIsWrittenAsRgbAndGetsFreshStorageAfterwa
     auto in = openImage(dir.file("a.hdr"));
     ASSERT_TRUE(in);
     EXPECT_EQ(in->spec().nchannels, 3);
-    float first[3];
-    in->read_scanline(7, 0, OIIO::TypeDesc::FLOAT, first); // the image's row 0
+    std::vector<float> first(size_t(in->spec().width) * 3);       // a whole scanline
+    in->read_scanline(7, 0, OIIO::TypeDesc::FLOAT, first.data()); // the image's row 0
     EXPECT_NEAR(first[0], 3.0f, 0.05f);
     // The image now holds zeroed storage in the render format (8-bit RGB here).
     EXPECT_EQ(image->getPixelFormat(), unsigned(Image::OSG_RGB_PF));

@@ -94,6 +94,20 @@ TEST_F(kaexportSnapshot, FloatAlphaExrAndStereoNames) {
     }
 }
 
+// A snapshot keeps a name that ends in five digits, as sequences' names do not, and says so.
+TEST_F(kaexportSnapshot, ANameEndingInFiveDigitsIsWrittenAndReportedAsItself) {
+    KaexportResult r =
+        runKaexport({"snapshot", dir.file("scan16384.png"), "--width", "32", "--height", "24"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.contains("Wrote " + dir.file("scan16384.png"))) << r.out.toStdString();
+    EXPECT_TRUE(open(dir.file("scan16384.png")));
+    EXPECT_FALSE(QFileInfo::exists(dir.file("scan.png")));
+    // Asked again, it is the file that exists.
+    r = runKaexport({"snapshot", dir.file("scan16384.png"), "--width", "32", "--height", "24"});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_TRUE(r.err.contains("scan16384.png' exists")) << r.err.toStdString();
+}
+
 TEST_F(kaexportSnapshot, PassesAsFilesAndAsOneLayeredExr) {
     KaexportResult files = runKaexport(
         {"snapshot", dir.file("p.png"), "--width", "64", "--height", "48", "--passes", "beauty"});

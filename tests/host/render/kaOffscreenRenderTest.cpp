@@ -7,6 +7,7 @@
 #include "kaGLInfo.h"
 #include "kaGLSceneRenderer.h"
 #include "kaOSGWidget.h"
+#include "kaPixelEncoder.h"
 #include "kaRaytracer.h"
 #include "kaSharedOffscreenRender.h"
 
@@ -275,4 +276,110 @@ TEST_F(OffscreenRender, CallbackOncePerSampleAndFalseStops) {
     EXPECT_TRUE(renderer.updateGL());
     EXPECT_EQ(log.calls, 1) << "only the given sample";
     scene.view.getViewport()->setEventProcessingCB(nullptr, nullptr);
+}
+
+namespace {
+
+// The view drawn by the renderer into 'image': encoded on the CPU from the float pieces, or
+// encoded on the GPU and read straight into the image.
+bool renderDirectly(kaOSGWidget& view, const osg::ImagePtr& image, int quality, bool onGpu) {
+    const osg::UberViewport& viewport = *view.getViewport();
+    const int w = image->getWidth(), h = image->getHeight();
+    const kaPixelEncoder encoder(viewport.getBackground()->getAlphaColor());
+    encoder.prepare(*image);
+    std::string error;
+    if (onGpu) {
+        EXPECT_TRUE(encoder.encodesSeparably(*image));
+        return kaGLSceneRenderer::the().renderEncoded(viewport, *viewport.getCamera(), w, h, 0, 0,
+                                                      w, h, viewport.getSamples(quality), -1,
+                                                      encoder, {image.get()}, 0, 0, error);
+    }
+    return kaGLSceneRenderer::the().render(
+        viewport, *viewport.getCamera(), w, h, 0, 0, w, h, viewport.getSamples(quality), -1,
+        [&](int px, int py, int pw, int ph, const float* rgba) {
+            encoder.store(*image, px, py, pw, ph, rgba, px, py);
+        },
+        error);
+}
+
+struct EncodingCase {
+    uint32_t format;
+    int quality;
+    bool seeThrough;
+    const char* name;
+};
+
+class GpuEncoding : public OffscreenRender, public testing::WithParamInterface<EncodingCase> {};
+
+} // namespace
+
+// The GPU encodes as the CPU does: one sample drawn straight into 8 bits, several summed and
+// encoded after, see-through surfaces blended in linear light first; a code apart at most,
+// where the colour engine's tabulated curves and the smooth model round differently.
+TEST_P(GpuEncoding, GivesTheCpuEncodersCodes) {
+    const EncodingCase& c = GetParam();
+    scene.view.getBackground()->setAlpha(0.3f);
+    if (c.seeThrough) {
+        auto glass = osg::SimpleMaterial::create("glass");
+        glass->opacity = 0.4f;
+        osg::NodePtr pane = osg::Node::create(osg::makeBox(3, 1, 0.1f, glass), "Pane");
+        scene.view.getSceneRoot()->addChild(pane);
+    }
+    osg::ImagePtr cpu = newImage(64, 48, c.format, Image::OSG_UINT8_IMAGEDATA);
+    osg::ImagePtr gpu = newImage(64, 48, c.format, Image::OSG_UINT8_IMAGEDATA);
+    ASSERT_TRUE(renderDirectly(scene.view, cpu, c.quality, false));
+    ASSERT_TRUE(renderDirectly(scene.view, gpu, c.quality, true));
+    EXPECT_LE(maxDifference(cpu, gpu), 1.0f / 255.0f + 1e-6f) << c.name;
+    int differing = 0;
+    const size_t bytes = size_t(cpu->getSize());
+    for (size_t i = 0; i < bytes; ++i)
+        differing += cpu->getData()[i] != gpu->getData()[i];
+    EXPECT_LT(differing, int(bytes / 100)) << c.name;
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    SamplesAndAlpha, GpuEncoding,
+    testing::Values(EncodingCase{Image::OSG_RGB_PF, 0, false, "rgbOneSample"},
+                    EncodingCase{Image::OSG_RGBA_PF, 0, false, "rgbaOneSample"},
+                    EncodingCase{Image::OSG_RGBA_PF, 2, false, "rgbaFourSamples"},
+                    EncodingCase{Image::OSG_RGB_PF, 0, true, "rgbSeeThrough"}),
+    [](const testing::TestParamInfo<EncodingCase>& info) { return std::string(info.param.name); });
+
+// A mesh of many triangles filling the view is drawn in small pieces, each seeing only its
+// part of it, and comes out as drawn whole: culling leaves no triangle out.
+TEST_F(OffscreenRender, LargeMeshInSmallPiecesEqualsItWhole) {
+    osg::Geometry::Mesh mesh;
+    const int n = 300; // 180 000 triangles, chunks of a few pixels each
+    for (int y = 0; y <= n; ++y)
+        for (int x = 0; x <= n; ++x) {
+            const float fx = float(x) / n - 0.5f, fy = float(y) / n - 0.5f;
+            mesh.positions.push_back({4.0f * fx, 3.0f * fy, 0.3f * std::sin(20.0f * fx * fy)});
+        }
+    for (int y = 0; y < n; ++y)
+        for (int x = 0; x < n; ++x) {
+            const uint32_t a = uint32_t(y * (n + 1) + x), b = a + 1, c = a + uint32_t(n) + 1;
+            mesh.indices.insert(mesh.indices.end(), {a, b, c + 1, a, c + 1, c});
+        }
+    osg::GeometryPtr wall = osg::Geometry::create();
+    wall->setMesh(std::move(mesh));
+    osg::NodePtr root = osg::Node::create(osg::Group::create(), "Root");
+    root->addChild(osg::Node::create(wall, "Wall"));
+    auto sky = osg::EnvironmentLight::create();
+    root->addChild(osg::Node::create(sky, "Sky"));
+    scene.view.setSceneRoot(root);
+    osg::dynamic_pointer_cast<osg::Transform>(scene.view.getCameraBeacon()->getCore())
+        ->setMatrix(osg::Matrix::lookAt({0.3f, 0.2f, 3.0f}, {0, 0, 0}, {0, 1, 0}));
+    for (int quality : {0, 2}) {
+        osg::ImagePtr whole = newImage(64, 48, Image::OSG_RGBA_PF, Image::OSG_UINT8_IMAGEDATA);
+        ASSERT_TRUE(renderDirectly(scene.view, whole, quality, true));
+        kaGLSceneRenderer::the().setMaxPieceSize(7);
+        osg::ImagePtr pieces = newImage(64, 48, Image::OSG_RGBA_PF, Image::OSG_UINT8_IMAGEDATA);
+        ASSERT_TRUE(renderDirectly(scene.view, pieces, quality, true));
+        kaGLSceneRenderer::the().setMaxPieceSize(0);
+        EXPECT_EQ(maxDifference(whole, pieces), 0.0f) << quality;
+        // The wall fills the picture: no pixel shows the background's alpha.
+        for (int y = 0; y < 48; ++y)
+            for (int x = 0; x < 64; ++x)
+                ASSERT_EQ(pieces->getPixel(x, y).a, 1.0f) << x << "," << y;
+    }
 }
