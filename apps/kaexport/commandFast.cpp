@@ -1,6 +1,7 @@
 // kaexport fast: repeated captures through the library's fast export, to files or as PNG bytes
 // on standard output.
 #include "kaexportApp.h"
+#include "kaexportBackgroundSender.h"
 #include "kaexportHost.h"
 #include "kaexportOptions.h"
 #include "kaexportReport.h"
@@ -15,6 +16,7 @@
 
 #include <QFileInfo>
 
+#include <algorithm>
 #include <chrono>
 #include <memory>
 #include <ostream>
@@ -93,15 +95,18 @@ Runner defineFast(CLI::App& command) {
         }
         // Captures for '-' go through the whole save path (comment, profile, metadata) and
         // are sent to standard output as they are made, every write checked.
+        // A capture is encoded and sent on a thread of its own while the next one renders.
         auto streamError = std::make_shared<std::string>();
-        int sent = 0;
+        int handed = 0;
+        std::unique_ptr<BackgroundSender> sender;
         if (toStream) {
             io.out.flush();
-            auto send = kaImageOutStream::descriptorWriter(io.outDescriptor, streamError);
+            sender = std::make_unique<BackgroundSender>(
+                kaImageOutStream::descriptorWriter(io.outDescriptor, streamError));
             kaImageOutStream::setImageWriteFunction(
-                [send, &sent](osg::ImagePtr image, std::string name) {
-                    const bool ok = send(std::move(image), std::move(name));
-                    sent += ok ? 1 : 0;
+                [sender = sender.get(), &handed](osg::ImagePtr image, std::string name) {
+                    const bool ok = sender->submit(image, std::move(name));
+                    handed += ok ? 1 : 0;
                     return ok;
                 });
         }
@@ -128,7 +133,7 @@ Runner defineFast(CLI::App& command) {
         for (int i = 0; i < o->count && !Host::interrupted(); ++i) {
             if (toStream) {
                 writer.exportImageFast(QString("stdout.png"));
-                if (sent != made + 1)
+                if (handed != made + 1)
                     break;
             } else {
                 // The library adds the default extension to a name without one: count files.
@@ -138,6 +143,10 @@ Runner defineFast(CLI::App& command) {
                     break;
             }
             ++made;
+        }
+        if (sender) {
+            sender->finish();
+            made = std::min(made, sender->sent());
         }
         writer.exportImageFastTerminate();
         if (view && o->icc > 0)
