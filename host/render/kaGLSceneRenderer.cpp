@@ -282,11 +282,13 @@ struct kaGLSceneRenderer::Impl {
     // depth, drawn into directly when one opaque sample makes a pixel).
     GLuint sampleFbo = 0, sampleColor = 0, sampleDepth = 0;
     GLuint sumFbo = 0, sumColor = 0;
-    GLuint encodedFbo = 0, encodedColor = 0, encodedDepth = 0;
+    // Two encoded targets, drawn in turn: one piece is read back while the next is drawn.
+    GLuint encodedFbo[2] = {0, 0}, encodedColor[2] = {0, 0}, encodedDepth[2] = {0, 0};
+    int slot = 0; // the encoded target being drawn
     // The encoded background of a cell, copied into the next cells that show the same one:
     // those of the same row whose dither pattern starts at the same phase.
     GLuint backgroundFbo = 0, backgroundColor = 0;
-    int sampleSize[2] = {0, 0}, sumSize[2] = {0, 0}, encodedSize[2] = {0, 0};
+    int sampleSize[2] = {0, 0}, sumSize[2] = {0, 0}, encodedSize[2][2] = {{0, 0}, {0, 0}};
     int backgroundSize[2] = {0, 0};
     struct BackgroundKey {
         uint64_t render = 0;
@@ -321,7 +323,7 @@ struct kaGLSceneRenderer::Impl {
         glGenVertexArrays(1, &emptyVao);
         glGenFramebuffers(1, &sampleFbo);
         glGenFramebuffers(1, &sumFbo);
-        glGenFramebuffers(1, &encodedFbo);
+        glGenFramebuffers(2, encodedFbo);
         glGenFramebuffers(1, &backgroundFbo);
         return background && backgroundEncoded && accumulate && encode;
     }
@@ -407,8 +409,8 @@ struct kaGLSceneRenderer::Impl {
     }
 
     bool encodedTarget(int width, int height, std::string& error) {
-        return target(encodedFbo, encodedSize, encodedColor, GL_RGBA8, &encodedDepth,
-                      GL_DEPTH_COMPONENT32F, width, height, "8-bit", error);
+        return target(encodedFbo[slot], encodedSize[slot], encodedColor[slot], GL_RGBA8,
+                      &encodedDepth[slot], GL_DEPTH_COMPONENT32F, width, height, "8-bit", error);
     }
 
     // Puts the cell's encoded background into the encoded target: drawn when no earlier cell
@@ -433,8 +435,8 @@ struct kaGLSceneRenderer::Impl {
             glEnable(GL_SCISSOR_TEST);
             backgroundKey = key;
         }
-        glCopyImageSubData(backgroundColor, GL_TEXTURE_2D, 0, 0, 0, 0, encodedColor, GL_TEXTURE_2D,
-                           0, 0, 0, 0, width, height, 1);
+        glCopyImageSubData(backgroundColor, GL_TEXTURE_2D, 0, 0, 0, 0, encodedColor[slot],
+                           GL_TEXTURE_2D, 0, 0, 0, 0, width, height, 1);
         return true;
     }
 
@@ -809,6 +811,7 @@ bool kaGLSceneRenderer::renderPieces(const osg::UberViewport& viewport, const os
     const int lastCellX = (x0 + width - 1) / cell, lastCellY = (y0 + height - 1) / cell;
     auto callback = viewport.getEventProcessingCB();
     bool stopped = false;
+    EncodedPiece pending{0, 0, 0, 0, 0, 0, 0};
     glEnable(GL_SCISSOR_TEST);
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
     for (int cy = firstCellY; cy <= lastCellY && !stopped; ++cy) {
@@ -858,7 +861,7 @@ bool kaGLSceneRenderer::renderPieces(const osg::UberViewport& viewport, const os
                 const osg::Matrix jitter = osg::Matrix::translation(
                     2.0f * dx / float(fullWidth), 2.0f * dy / float(fullHeight), 0.0f);
                 const osg::Matrix cellClip = toCell * jitter * projection * viewing;
-                glBindFramebuffer(GL_FRAMEBUFFER, direct ? m.encodedFbo : m.sampleFbo);
+                glBindFramebuffer(GL_FRAMEBUFFER, direct ? m.encodedFbo[m.slot] : m.sampleFbo);
                 if (shiftViewport)
                     glViewport(-cellLeft, -cellBottom, fullWidth, fullHeight);
                 else
@@ -882,14 +885,19 @@ bool kaGLSceneRenderer::renderPieces(const osg::UberViewport& viewport, const os
             const float scale = 1.0f / float(std::max(made, 1));
             if (output.encoder) {
                 if (!direct) {
-                    glBindFramebuffer(GL_FRAMEBUFFER, m.encodedFbo);
+                    glBindFramebuffer(GL_FRAMEBUFFER, m.encodedFbo[m.slot]);
                     m.encodingUniforms(m.encode, *output.encoder, straight, cellLeft, cellBottom);
                     glBindTexture(GL_TEXTURE_2D, summed ? m.sumColor : m.sampleColor);
                     glUniform1i(at(m.encode, "sum"), 0);
                     glUniform1f(at(m.encode, "scale"), scale);
                     m.fullPass(m.encode, cellW, cellH);
                 }
-                readEncoded(output, cellLeft, cellBottom, left, bottom, pw, ph, x0, y0);
+                // Drawing starts now; the previous piece is read back while it runs.
+                glFlush();
+                if (pending.fbo)
+                    readEncoded(output, pending, x0, y0);
+                pending = {m.encodedFbo[m.slot], cellLeft, cellBottom, left, bottom, pw, ph};
+                m.slot ^= 1;
                 continue;
             }
             glBindFramebuffer(GL_READ_FRAMEBUFFER, summed ? m.sumFbo : m.sampleFbo);
@@ -903,15 +911,18 @@ bool kaGLSceneRenderer::renderPieces(const osg::UberViewport& viewport, const os
             (*output.sink)(left - x0, bottom - y0, pw, ph, output.pixels.data());
         }
     }
+    if (pending.fbo)
+        readEncoded(output, pending, x0, y0);
     glDisable(GL_SCISSOR_TEST);
     glPixelStorei(GL_PACK_ROW_LENGTH, 0);
     m.prune();
     return !stopped;
 }
 
-void kaGLSceneRenderer::readEncoded(Output& output, int cellLeft, int cellBottom, int left,
-                                    int bottom, int pw, int ph, int x0, int y0) {
-    glBindFramebuffer(GL_READ_FRAMEBUFFER, _impl->encodedFbo);
+void kaGLSceneRenderer::readEncoded(Output& output, const EncodedPiece& piece, int x0, int y0) {
+    const int cellLeft = piece.cellLeft, cellBottom = piece.cellBottom, left = piece.left,
+              bottom = piece.bottom, pw = piece.width, ph = piece.height;
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, piece.fbo);
     for (osg::Image* image : *output.images) {
         // The piece's place in the image, cut to it.
         const int ix = output.imageX + (left - x0), iy = output.imageY + (bottom - y0);

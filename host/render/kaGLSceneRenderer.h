@@ -73,8 +73,12 @@ private:
     bool renderPieces(const osg::UberViewport& viewport, const osg::Camera& camera, int fullWidth,
                       int fullHeight, int x0, int y0, int width, int height, int samples,
                       int onlySample, Output& output, std::string& error);
-    void readEncoded(Output& output, int cellLeft, int cellBottom, int left, int bottom, int pw,
-                     int ph, int x0, int y0);
+    // An encoded piece waiting in its target: the target, its cell's corner, the piece.
+    struct EncodedPiece {
+        unsigned fbo;
+        int cellLeft, cellBottom, left, bottom, width, height;
+    };
+    void readEncoded(Output& output, const EncodedPiece& piece, int x0, int y0);
     Impl* _impl = nullptr;
     int _pieceLimit = 0;
     RegionListener _listener;

@@ -108,18 +108,16 @@ bool kaSharedOffscreenRender::updateGL() {
         // 8-bit images of colour, all alike, are encoded on the GPU and read straight into
         // place: no float pixels cross to the CPU.
         std::vector<osg::Image*> encoded;
-        for (const osg::ImagePtr& image : _tileImages)
-            if (image && image->getData()) {
-                if (encoder.encodesSeparably(*image) &&
-                    (encoded.empty() ||
-                     image->getPixelFormat() == encoded.front()->getPixelFormat()))
-                    encoded.push_back(image.get());
-                else
-                    encoded.clear(), encoded.push_back(nullptr);
-                if (!encoded.back())
-                    break;
-            }
-        if (!encoded.empty() && encoded.back()) {
+        bool allEncoded = true;
+        for (const osg::ImagePtr& image : _tileImages) {
+            if (!image || !image->getData())
+                continue;
+            allEncoded =
+                allEncoded && encoder.encodesSeparably(*image) &&
+                (encoded.empty() || image->getPixelFormat() == encoded.front()->getPixelFormat());
+            encoded.push_back(image.get());
+        }
+        if (allEncoded && !encoded.empty()) {
             ok = kaGLSceneRenderer::the().renderEncoded(viewport, *camera, fullWidth, fullHeight,
                                                         regionX, regionY, width, height, samples,
                                                         _rtSample, encoder, encoded, x0, y0, error);

@@ -23,7 +23,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <cstring>
 
 using osg::Image;
 using SM = kaImageRenderWidget::StereoMode;
@@ -337,11 +336,17 @@ TEST_F(RenderWidget, AbortInsideTheFirstRaytracedSampleIsQuick) {
 #endif
     ASSERT_TRUE(w->isValid());
     w->setShowCancelButton(true);
-    // The tile is pasted into all 47 pictures even when aborted. Their memory is touched here
-    // first: what a machine takes to fault in a gigabyte of fresh pages is not the abort's.
-    for (const osg::ImagePtr& image : w->getImages())
-        if (image && image->getData())
-            std::memset(image->getData(), 0, size_t(image->getSize()));
+    // The tile is pasted into all 47 pictures even when aborted: a gigabyte and a half of
+    // copying that the abort cannot skip and that a busy machine may take a second for. The
+    // same paste is timed here, in this run, and the abort may take half a second more.
+    const auto pasteStart = std::chrono::steady_clock::now();
+    const std::vector<osg::ImagePtr>& tiles = w->getTileImages();
+    for (size_t i = 0; i < w->getImages().size() && i < tiles.size(); ++i)
+        if (w->getImages()[i] && tiles[i])
+            w->getImages()[i]->setSubData(0, 0, 0, tiles[i]->getWidth(), tiles[i]->getHeight(), 1,
+                                          tiles[i]->getData());
+    const double pasteSeconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - pasteStart).count();
     std::chrono::steady_clock::time_point clicked;
     bool sawProgress = false;
     // The Abort arrives while the first sample is under way, as the progress shows it.
@@ -360,7 +365,7 @@ TEST_F(RenderWidget, AbortInsideTheFirstRaytracedSampleIsQuick) {
     kaImageRenderWidget::setActiveRenderPasses({});
     ASSERT_TRUE(sawProgress) << "no progress inside the first sample";
     EXPECT_TRUE(w->wasAborted());
-    EXPECT_LT(seconds, 1.0);
+    EXPECT_LT(seconds, pasteSeconds + 0.5) << "the paste alone took " << pasteSeconds << " s";
     EXPECT_TRUE(kaImageRenderWidget::wasCanceled());
 }
 
