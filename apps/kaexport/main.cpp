@@ -1,6 +1,7 @@
 #include "kaexportApp.h"
 
 #include "kaController.h"
+#include "kaHeap.h"
 #include "kaLog.h"
 
 #include <QApplication>
@@ -82,6 +83,7 @@ void routeLog(bool verbose) {
 } // namespace
 
 int main(int argc, char** argv) {
+    kaHeap::keepFreedMemoryForReuse();
     // kaexport runs without a display (but for a cluster's preview): its dialogs live offscreen.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", showsClusterDialog(argc, argv) ? "xcb;offscreen" : "offscreen");

@@ -14,6 +14,7 @@
 #include <cmath>
 #include <map>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -44,6 +45,10 @@ osg::MaterialPtr toMaterial(const aiMaterial* source) {
 
 osg::GeometryPtr toGeometry(const aiMesh* mesh, const osg::MaterialPtr& material) {
     osg::Geometry::Mesh data;
+    data.positions.reserve(mesh->mNumVertices);
+    if (mesh->HasNormals())
+        data.normals.reserve(mesh->mNumVertices);
+    data.indices.reserve(size_t(mesh->mNumFaces) * 3);
     for (unsigned v = 0; v < mesh->mNumVertices; ++v) {
         const aiVector3D& p = mesh->mVertices[v];
         data.positions.push_back({p.x, p.y, p.z});
@@ -164,6 +169,28 @@ struct Converter {
     }
 };
 
+// True when some mesh of more than one face has no vertex that two corners share.
+bool needsJoining(const aiScene& scene) {
+    for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
+        const aiMesh& mesh = *scene.mMeshes[m];
+        if (mesh.mNumFaces < 2)
+            continue;
+        std::vector<bool> used(mesh.mNumVertices, false);
+        bool shared = false;
+        for (unsigned f = 0; f < mesh.mNumFaces && !shared; ++f)
+            for (unsigned k = 0; k < mesh.mFaces[f].mNumIndices && !shared; ++k) {
+                const unsigned index = mesh.mFaces[f].mIndices[k];
+                if (index < used.size()) {
+                    shared = used[index];
+                    used[index] = true;
+                }
+            }
+        if (!shared)
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
 osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
@@ -173,10 +200,14 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
         return osg::NodePtr();
     }
     Assimp::Importer importer;
-    const aiScene* scene =
-        importer.ReadFile(fileName.toStdString(),
-                          aiProcess_Triangulate | aiProcess_GenSmoothNormals |
-                              aiProcess_JoinIdenticalVertices | aiProcess_ValidateDataStructure);
+    const aiScene* scene = importer.ReadFile(fileName.toStdString(),
+                                             aiProcess_Triangulate | aiProcess_GenSmoothNormals |
+                                                 aiProcess_ValidateDataStructure);
+    // Formats that give every face its own corners need them joined; a mesh that already
+    // shares vertices was indexed by its author, and joining a million triangles again costs
+    // seconds for nothing.
+    if (scene && needsJoining(*scene))
+        scene = importer.ApplyPostProcessing(aiProcess_JoinIdenticalVertices);
     // A file that reads but holds no meshes comes back flagged incomplete, without a reason.
     if (scene && scene->mRootNode && scene->mNumMeshes == 0) {
         error = QString("The scene file '%1' has no geometry to render.").arg(fileName);

@@ -84,6 +84,89 @@ TEST(kaSceneImport, GltfLoadsWithNamesMaterialsAndCameras) {
     EXPECT_NEAR(camera->getNear(), 0.1f, 1e-5f);
 }
 
+namespace {
+
+osg::GeometryPtr onlyGeometry(const osg::NodePtr& root) {
+    osg::GeometryPtr geometry;
+    for (const osg::NodePtr& node : osg::collectNodes(root))
+        if (auto g = osg::dynamic_pointer_cast<osg::Geometry>(node->getCore()))
+            geometry = g;
+    return geometry;
+}
+
+bool writeFile(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+} // namespace
+
+// STL gives every triangle its own three corners: two triangles of a square share two.
+TEST(kaSceneImport, ATriangleSoupIsJoinedIntoSharedVertices) {
+    katest::TempDir dir;
+    ASSERT_TRUE(writeFile(dir.file("square.stl"), R"(solid square
+facet normal 0 0 1
+ outer loop
+  vertex 0 0 0
+  vertex 1 0 0
+  vertex 1 1 0
+ endloop
+endfacet
+facet normal 0 0 1
+ outer loop
+  vertex 0 0 0
+  vertex 1 1 0
+  vertex 0 1 0
+ endloop
+endfacet
+endsolid square
+)"));
+    QString error;
+    osg::NodePtr root = kaSceneImport::load(dir.file("square.stl"), error);
+    ASSERT_TRUE(root) << error.toStdString();
+    osg::GeometryPtr geometry = onlyGeometry(root);
+    ASSERT_TRUE(geometry);
+    EXPECT_EQ(geometry->getMesh().indices.size(), 6u);
+    EXPECT_EQ(geometry->getMesh().positions.size(), 4u);
+}
+
+// A PLY mesh is indexed by its author. Its two vertices at one place (a seam, as texture seams
+// make them) stay two, and are still shaded as one smooth surface.
+TEST(kaSceneImport, AnIndexedMeshKeepsItsVerticesAndIsSmoothAcrossSeams) {
+    katest::TempDir dir;
+    // A tent of two faces meeting at the ridge x = 0; the far ridge end is doubled: vertex 3
+    // and vertex 5 are at one place, each used by one face.
+    QByteArray ply("ply\nformat binary_little_endian 1.0\nelement vertex 6\n"
+                   "property float x\nproperty float y\nproperty float z\n"
+                   "element face 2\nproperty list uchar int vertex_indices\nend_header\n");
+    const float positions[6][3] = {{-1, 0, 0}, {0, 1, 0},   {1, 0, 0},
+                                   {0, 1, -1}, {-1, 0, -1}, {0, 1, -1}};
+    ply.append(reinterpret_cast<const char*>(positions), sizeof positions);
+    const int faces[2][3] = {{0, 1, 3}, {1, 2, 5}};
+    for (const auto& face : faces) {
+        ply.append(char(3));
+        ply.append(reinterpret_cast<const char*>(face), sizeof face);
+    }
+    ASSERT_TRUE(writeFile(dir.file("tent.ply"), ply));
+    QString error;
+    osg::NodePtr root = kaSceneImport::load(dir.file("tent.ply"), error);
+    ASSERT_TRUE(root) << error.toStdString();
+    osg::GeometryPtr geometry = onlyGeometry(root);
+    ASSERT_TRUE(geometry);
+    const osg::Geometry::Mesh& mesh = geometry->getMesh();
+    ASSERT_EQ(mesh.indices.size(), 6u);
+    // Vertex 4 is used by no face; the rest are as written.
+    EXPECT_GE(mesh.positions.size(), 5u);
+    EXPECT_NE(mesh.indices[2], mesh.indices[5]) << "the doubled ridge end stays doubled";
+    ASSERT_EQ(mesh.normals.size(), mesh.positions.size());
+    const osg::Vec3f a = mesh.normals[mesh.indices[2]], b = mesh.normals[mesh.indices[5]];
+    EXPECT_NEAR(a.x, b.x, 1e-5f);
+    EXPECT_NEAR(a.y, b.y, 1e-5f);
+    EXPECT_NEAR(a.z, b.z, 1e-5f);
+    EXPECT_NEAR(a.x, 0.0f, 1e-5f) << "the ridge's normal points straight up";
+    EXPECT_GT(a.y, 0.99f);
+}
+
 TEST(kaSceneImport, MissingAndBrokenFilesSayWhy) {
     katest::TempDir dir;
     QString error;
