@@ -147,8 +147,8 @@ uniform ivec2 pictureOrigin;
 float encodeChannel(int channel, float linear) {
     float s = sqrt(clamp(linear, 0.0, 1.0)) * float(curveSize - 1);
     int i = min(int(s), curveSize - 2);
-    float low = texelFetch(curves, ivec2(i, channel), 0).r;
-    float high = texelFetch(curves, ivec2(i + 1, channel), 0).r;
+    vec2 ends = texelFetch(curves, ivec2(i, channel), 0).rg;
+    float low = ends.x, high = ends.y;
     return low + (high - low) * (s - float(i));
 }
 vec4 encodePixel(vec4 p, ivec2 pixel) {
@@ -161,8 +161,13 @@ vec4 encodePixel(vec4 p, ivec2 pixel) {
     vec3 e = vec3(encodeChannel(0, c.r), encodeChannel(1, c.g), encodeChannel(2, c.b));
     e = clamp(e + 1e-6, 0.0, 1.0);
     vec3 d = vec3(0.0);
-    if (dithers)
-        d = texelFetch(dither, (pictureOrigin + pixel) % ditherSize, 0).rgb - 0.5;
+    if (dithers) {
+        // The remainder in float arithmetic, exact for pixel centres: integer division costs a
+        // software rasteriser a scalar loop per pixel.
+        vec2 centre = vec2(pictureOrigin + pixel) + 0.5;
+        float size = float(ditherSize);
+        d = texelFetch(dither, ivec2(centre - size * floor(centre / size)), 0).rgb - 0.5;
+    }
     vec3 codes = clamp(floor(e * 255.0 + 0.5 + d), 0.0, 255.0);
     float alpha = floor(clamp(p.a, 0.0, 1.0) * 255.0 + 0.5);
     return vec4(codes, alpha) / 255.0;
@@ -509,13 +514,17 @@ struct kaGLSceneRenderer::Impl {
             return;
         glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
         glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+        // Each texel holds a point of a curve and the next: one fetch gives an interval's ends.
+        const int points = kaPixelEncoder::Separable::kCurveSize;
         std::vector<float> rows;
         for (const std::vector<float>& curve : encoder.getSeparable()->curves)
-            rows.insert(rows.end(), curve.begin(), curve.end());
+            for (int i = 0; i < points; ++i) {
+                rows.push_back(curve[size_t(i)]);
+                rows.push_back(curve[size_t(std::min(i + 1, points - 1))]);
+            }
         glDeleteTextures(1, &curves);
-        curves = texture(GL_R32F, kaPixelEncoder::Separable::kCurveSize, 3);
-        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, kaPixelEncoder::Separable::kCurveSize, 3, GL_RED,
-                        GL_FLOAT, rows.data());
+        curves = texture(GL_RG32F, points, 3);
+        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, points, 3, GL_RG, GL_FLOAT, rows.data());
         glDeleteTextures(1, &dither);
         dither = 0;
         if (encoder.getDither()) {
@@ -575,6 +584,7 @@ struct kaGLSceneRenderer::Impl {
     // the see-through ones (pass 1) over what is there: colour by the surface's opacity, alpha
     // covered. 'cellClip' maps the world onto the cell's own clip space, against which meshes
     // are culled, widened by 'margin' so that no triangle touching the cell is left out.
+    std::vector<std::pair<float, const DrawItem*>> order; // drawScene's, kept for its capacity
     void drawScene(GLuint program, int pass, const std::vector<DrawItem>& items,
                    const Lights& lights, const osg::Matrix& viewProjection,
                    const osg::Matrix& cellClip, float margin, const osg::Pnt3f& eye) {
@@ -602,12 +612,30 @@ struct kaGLSceneRenderer::Impl {
             glEnable(GL_BLEND);
             glBlendFuncSeparate(GL_SRC1_ALPHA, GL_ONE_MINUS_SRC1_ALPHA, GL_ONE, GL_ZERO);
         }
+        // Opaque surfaces nearest first: the depth test then rejects hidden fragments before
+        // they are shaded.
+        order.clear();
         for (const DrawItem& item : items) {
             const osg::SimpleMaterial* material =
                 osg::resolveSimpleMaterial(item.geometry->getMaterial().get());
             const float opacity = material ? material->opacity : 1.0f;
             if ((opacity < 1.0f) != (pass == 1))
                 continue;
+            const kaGLMeshChunks::Chunk& box = upload(item.geometry).chunks.getBounds();
+            const osg::Pnt3f centre = item.world.transformPoint({(box.low.x + box.high.x) * 0.5f,
+                                                                 (box.low.y + box.high.y) * 0.5f,
+                                                                 (box.low.z + box.high.z) * 0.5f});
+            const float dx = centre.x - eye.x, dy = centre.y - eye.y, dz = centre.z - eye.z;
+            order.push_back({dx * dx + dy * dy + dz * dz, &item});
+        }
+        if (pass == 0)
+            std::stable_sort(order.begin(), order.end(),
+                             [](const auto& a, const auto& b) { return a.first < b.first; });
+        for (const auto& entry : order) {
+            const DrawItem& item = *entry.second;
+            const osg::SimpleMaterial* material =
+                osg::resolveSimpleMaterial(item.geometry->getMaterial().get());
+            const float opacity = material ? material->opacity : 1.0f;
             Mesh& mesh = upload(item.geometry);
             mesh.chunks.visibleRuns(cellClip * item.world, margin, runCounts, runOffsets);
             if (runCounts.empty())
