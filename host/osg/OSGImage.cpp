@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include <sys/mman.h>
 #include <unistd.h>
 
 namespace osg {
@@ -221,11 +222,29 @@ bool Image::setExternalData(uint32_t pixelFormat, int32_t width, int32_t height,
     return true;
 }
 
+namespace {
+
+// Pixels of a large image are written once each, in order: the system's huge pages fault
+// them in 512 times less often than its small ones. Only whole huge pages inside the block
+// are marked; where the system has no huge pages the request does nothing.
+void preferHugePages(uint8_t* data, size_t size) {
+    constexpr uintptr_t kHuge = uintptr_t(2) << 20;
+    if (!data || size < 2 * kHuge)
+        return;
+    const uintptr_t first = (uintptr_t(data) + kHuge - 1) & ~(kHuge - 1);
+    const uintptr_t end = (uintptr_t(data) + size) & ~(kHuge - 1);
+    if (end > first)
+        madvise(reinterpret_cast<void*>(first), end - first, MADV_HUGEPAGE);
+}
+
+} // namespace
+
 bool PixelBuffer::allocate(size_t size) {
     clear();
     if (size == 0)
         return true;
     _data.reset(static_cast<uint8_t*>(std::calloc(size, 1)));
+    preferHugePages(_data.get(), size);
     _size = _data ? size : 0;
     return _data != nullptr;
 }
@@ -240,6 +259,7 @@ bool PixelBuffer::assign(const uint8_t* data, size_t size) {
             clear();
             return false;
         }
+        preferHugePages(copy._data.get(), size);
         std::memcpy(copy._data.get(), data, size);
         copy._size = size;
     }

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <string>
 
 using osg::Image;
 
@@ -106,4 +109,52 @@ TEST(Image, CloneIsIndependent) {
     copy->getData()[0] = 9;
     EXPECT_EQ(image->getData()[0], 7);
     EXPECT_EQ(*copy->findAttachmentField("k"), "v");
+}
+
+namespace {
+
+// The huge-page kilobytes of the mapping that holds 'address', from the process's own map;
+// -1 when the mapping is not found.
+long hugeKilobytesAt(const void* address) {
+    std::ifstream maps("/proc/self/smaps");
+    std::string line;
+    bool inside = false;
+    while (std::getline(maps, line)) {
+        unsigned long low = 0, high = 0;
+        if (std::sscanf(line.c_str(), "%lx-%lx ", &low, &high) == 2 &&
+            line.find(':') > line.find(' ')) {
+            inside = uintptr_t(address) >= low && uintptr_t(address) < high;
+            continue;
+        }
+        long kilobytes = 0;
+        if (inside && std::sscanf(line.c_str(), "AnonHugePages: %ld kB", &kilobytes) == 1)
+            return kilobytes;
+    }
+    return -1;
+}
+
+bool systemOffersHugePages() {
+    std::ifstream setting("/sys/kernel/mm/transparent_hugepage/enabled");
+    std::string modes;
+    std::getline(setting, modes);
+    return modes.find("[always]") != std::string::npos ||
+           modes.find("[madvise]") != std::string::npos;
+}
+
+} // namespace
+
+// A large picture is written once, pixel by pixel: where the system has huge pages, its
+// memory comes in them, not in hundreds of thousands of small faults.
+TEST(Image, LargePicturesAreHeldInHugePagesWhereTheSystemHasThem) {
+#ifdef KA_SANITIZED_BUILD
+    GTEST_SKIP() << "the sanitizer's allocator places memory its own way";
+#endif
+    if (!systemOffersHugePages())
+        GTEST_SKIP() << "this system gives no huge pages";
+    osg::ImagePtr image = Image::create();
+    ASSERT_TRUE(image->set(Image::OSG_RGB_PF, 4096, 4096, 1, 1, 1, 0.0, nullptr));
+    std::memset(image->getData(), 0x7f, image->getSize());
+    const long huge = hugeKilobytesAt(image->getData() + image->getSize() / 2);
+    ASSERT_GE(huge, 0) << "the picture's mapping is not in /proc/self/smaps";
+    EXPECT_GE(huge, long(image->getSize() / 1024 / 2)) << "of " << image->getSize() / 1024 << " kB";
 }
