@@ -580,11 +580,20 @@ struct kaGLSceneRenderer::Impl {
         glDepthMask(GL_TRUE);
     }
 
+    // A surface drawScene draws: its item, material and uploaded mesh, and its distance from
+    // the eye squared. The list is kept between calls for its capacity.
+    struct Drawn {
+        float distance;
+        const DrawItem* item;
+        const osg::SimpleMaterial* material;
+        Mesh* mesh;
+    };
+    std::vector<Drawn> order;
+
     // The opaque surfaces (pass 0), replacing what lies behind (no blending to pay for), or
     // the see-through ones (pass 1) over what is there: colour by the surface's opacity, alpha
     // covered. 'cellClip' maps the world onto the cell's own clip space, against which meshes
     // are culled, widened by 'margin' so that no triangle touching the cell is left out.
-    std::vector<std::pair<float, const DrawItem*>> order; // drawScene's, kept for its capacity
     void drawScene(GLuint program, int pass, const std::vector<DrawItem>& items,
                    const Lights& lights, const osg::Matrix& viewProjection,
                    const osg::Matrix& cellClip, float margin, const osg::Pnt3f& eye) {
@@ -621,22 +630,23 @@ struct kaGLSceneRenderer::Impl {
             const float opacity = material ? material->opacity : 1.0f;
             if ((opacity < 1.0f) != (pass == 1))
                 continue;
-            const kaGLMeshChunks::Chunk& box = upload(item.geometry).chunks.getBounds();
+            Mesh& mesh = upload(item.geometry);
+            const kaGLMeshChunks::Chunk& box = mesh.chunks.getBounds();
             const osg::Pnt3f centre = item.world.transformPoint({(box.low.x + box.high.x) * 0.5f,
                                                                  (box.low.y + box.high.y) * 0.5f,
                                                                  (box.low.z + box.high.z) * 0.5f});
             const float dx = centre.x - eye.x, dy = centre.y - eye.y, dz = centre.z - eye.z;
-            order.push_back({dx * dx + dy * dy + dz * dz, &item});
+            order.push_back({dx * dx + dy * dy + dz * dz, &item, material, &mesh});
         }
         if (pass == 0)
-            std::stable_sort(order.begin(), order.end(),
-                             [](const auto& a, const auto& b) { return a.first < b.first; });
-        for (const auto& entry : order) {
-            const DrawItem& item = *entry.second;
-            const osg::SimpleMaterial* material =
-                osg::resolveSimpleMaterial(item.geometry->getMaterial().get());
+            std::stable_sort(order.begin(), order.end(), [](const Drawn& a, const Drawn& b) {
+                return a.distance < b.distance;
+            });
+        for (const Drawn& drawn : order) {
+            const DrawItem& item = *drawn.item;
+            const osg::SimpleMaterial* material = drawn.material;
             const float opacity = material ? material->opacity : 1.0f;
-            Mesh& mesh = upload(item.geometry);
+            Mesh& mesh = *drawn.mesh;
             mesh.chunks.visibleRuns(cellClip * item.world, margin, runCounts, runOffsets);
             if (runCounts.empty())
                 continue;
