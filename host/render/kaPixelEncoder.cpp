@@ -300,7 +300,25 @@ void kaPixelEncoder::store(osg::Image& image, int x, int y, int w, int h, const 
     const bool plainLayout = image.getPixelFormat() == osg::Image::OSG_RGB_PF ||
                              image.getPixelFormat() == osg::Image::OSG_RGBA_PF;
 
+    const int components = image.getComponents();
+    const int32_t type = image.getDataType();
+    const bool plainFloats = plainLayout && type == osg::Image::OSG_FLOAT32_IMAGEDATA;
+    // Where this block's row 'row' starts in a float image.
+    auto floatsAt = [&](int row) {
+        return reinterpret_cast<float*>(image.getData()) +
+               (size_t(row) * size_t(image.getWidth()) + size_t(x0)) * size_t(components);
+    };
+
     // Data passes, and layouts the renderers never make, take the values as they are.
+    if (mode == osg::Image::AlphaMode::Independent && plainFloats) {
+        for (int row = y0; row < y1; ++row) {
+            const float* in = rgba + (size_t(row - y) * size_t(w) + size_t(x0 - x)) * 4;
+            float* out = floatsAt(row);
+            for (int i = 0; i < x1 - x0; ++i)
+                std::copy(in + i * 4, in + i * 4 + components, out + i * components);
+        }
+        return;
+    }
     if (mode == osg::Image::AlphaMode::Independent || !plainLayout) {
         for (int row = y0; row < y1; ++row)
             for (int column = x0; column < x1; ++column) {
@@ -311,8 +329,32 @@ void kaPixelEncoder::store(osg::Image& image, int x, int y, int w, int h, const 
     }
 
     const bool straight = hasAlpha && (isInteger || mode == osg::Image::AlphaMode::Straight);
-    const int components = image.getComponents();
-    const int32_t type = image.getDataType();
+    // Float pixels: linear, in the colour space's primaries, written in place (every render
+    // pass of a raytraced picture comes through here).
+    if (plainFloats) {
+        for (int row = y0; row < y1; ++row) {
+            const float* p = rgba + (size_t(row - y) * size_t(w) + size_t(x0 - x)) * 4;
+            float* out = floatsAt(row);
+            if (components == 4 && !straight && !m.convertsToSpace) {
+                std::copy(p, p + size_t(x1 - x0) * 4, out);
+                continue;
+            }
+            for (int i = x0; i < x1; ++i, p += 4, out += components) {
+                float c[3] = {p[0], p[1], p[2]};
+                if (straight) {
+                    if (p[3] > 0.0f)
+                        for (float& v : c)
+                            v /= p[3];
+                    else
+                        c[0] = m.alphaColor.r, c[1] = m.alphaColor.g, c[2] = m.alphaColor.b;
+                }
+                m.space(c, out);
+                if (hasAlpha)
+                    out[3] = p[3];
+            }
+        }
+        return;
+    }
     const size_t valueSize = size_t(image.getComponentSize());
     const float scale = type == osg::Image::OSG_UINT16_IMAGEDATA   ? 65535.0f
                         : type == osg::Image::OSG_UINT32_IMAGEDATA ? 4294967295.0f

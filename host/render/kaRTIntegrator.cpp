@@ -17,11 +17,11 @@ constexpr float kMaxBouncedLight = 1.0f;
 } // namespace
 
 kaRTIntegrator::kaRTIntegrator(const kaRTScene& scene, const View& view,
-                               const osg::Background* background, bool rawSlots, int frame)
+                               const osg::Background* background, RawRays raw, int frame)
     : _scene(scene)
     , _view(view)
     , _background(background)
-    , _raw(rawSlots)
+    , _raw(raw)
     , _frame(frame)
     , _epsilon(2e-4f * std::max(scene.extent(), 1.0f)) {
     if (!scene.hasLensFlare())
@@ -45,28 +45,42 @@ kaRTIntegrator::kaRTIntegrator(const kaRTScene& scene, const View& view,
     }
 }
 
-bool kaRTIntegrator::intersect(V3 origin, V3 direction, float tFar, Hit& hit) const {
+namespace {
+RTCRay embreeRay(V3 origin, V3 direction, float tFar, unsigned mask = ~0u) {
+    RTCRay ray;
+    ray.org_x = origin.x;
+    ray.org_y = origin.y;
+    ray.org_z = origin.z;
+    ray.dir_x = direction.x;
+    ray.dir_y = direction.y;
+    ray.dir_z = direction.z;
+    ray.tnear = 0.0f;
+    ray.tfar = tFar;
+    ray.time = 0.0f;
+    ray.mask = mask;
+    ray.id = 0;
+    ray.flags = 0;
+    return ray;
+}
+} // namespace
+
+const kaRTScene::Instance* kaRTIntegrator::nearest(RTCScene scene, V3 origin, V3 direction,
+                                                   float tFar, RTCRayHit& rh) const {
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
-    RTCRayHit rh;
-    rh.ray.org_x = origin.x;
-    rh.ray.org_y = origin.y;
-    rh.ray.org_z = origin.z;
-    rh.ray.dir_x = direction.x;
-    rh.ray.dir_y = direction.y;
-    rh.ray.dir_z = direction.z;
-    rh.ray.tnear = 0.0f;
-    rh.ray.tfar = tFar;
-    rh.ray.time = 0.0f;
-    rh.ray.mask = ~0u;
-    rh.ray.id = 0;
-    rh.ray.flags = 0;
+    rh.ray = embreeRay(origin, direction, tFar);
     rh.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     rh.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
-    rtcIntersect1(_scene.embree(), &context, &rh);
-    if (rh.hit.geomID == RTC_INVALID_GEOMETRY_ID)
+    rtcIntersect1(scene, &context, &rh);
+    return rh.hit.geomID == RTC_INVALID_GEOMETRY_ID ? nullptr : &_scene.instances()[rh.hit.geomID];
+}
+
+bool kaRTIntegrator::intersect(V3 origin, V3 direction, float tFar, Hit& hit) const {
+    RTCRayHit rh;
+    const kaRTScene::Instance* found = nearest(_scene.embree(), origin, direction, tFar, rh);
+    if (!found)
         return false;
-    const kaRTScene::Instance& instance = _scene.instances()[rh.hit.geomID];
+    const kaRTScene::Instance& instance = *found;
     const uint32_t* triangle = instance.geometry->getMesh().indices.data() + 3 * rh.hit.primID;
     const float u = rh.hit.u, v = rh.hit.v, w = 1.0f - u - v;
     hit.t = rh.ray.tfar;
@@ -90,18 +104,32 @@ bool kaRTIntegrator::intersect(V3 origin, V3 direction, float tFar, Hit& hit) co
 }
 
 float kaRTIntegrator::transmittance(V3 origin, V3 direction, float distance) const {
+    if (distance <= 0)
+        return 1.0f;
+    // Anything opaque in the way blocks the light whole: any hit answers that, and Embree stops
+    // at the first.
+    RTCIntersectContext context;
+    rtcInitIntersectContext(&context);
+    RTCRay ray = embreeRay(origin, direction, distance, kaRTScene::kBlocksLight);
+    rtcOccluded1(_scene.embree(), &context, &ray);
+    if (ray.tfar < 0)
+        return 0.0f;
+    RTCScene lightThrough = _scene.lightThroughEmbree();
+    if (!lightThrough)
+        return 1.0f;
     float through = 1.0f;
     for (int layer = 0; layer < kMaxLayers && distance > 0; ++layer) {
-        Hit hit;
-        if (!intersect(origin, direction, distance, hit))
+        RTCRayHit rh;
+        const kaRTScene::Instance* found = nearest(lightThrough, origin, direction, distance, rh);
+        if (!found)
             return through;
         // Glowing surfaces are light fittings: they don't block the lights inside them.
-        if (isZero(hit.instance->material.emission))
-            through *= 1.0f - hit.instance->material.opacity;
+        if (isZero(found->material.emission))
+            through *= 1.0f - found->material.opacity;
         if (through <= 0.0f)
             return 0.0f;
-        origin = hit.position + direction * _epsilon;
-        distance -= hit.t + _epsilon;
+        origin = origin + direction * rh.ray.tfar + direction * _epsilon;
+        distance -= rh.ray.tfar + _epsilon;
     }
     return distance > 0 ? 0.0f : through;
 }
@@ -189,7 +217,8 @@ void kaRTIntegrator::shade(const Hit& hit, V3 direction, V3 weight, Random& rand
     const float surfaceWeight = average(weight);
 
     V3 diffuseLight, glossyLight, translucencyLight;
-    const bool wantBack = _raw || !isZero(l.translucency);
+    const bool translucent = !isZero(l.translucency);
+    const bool wantBack = _raw.lightFromBehind || translucent;
     directLight(hit, toViewer, l.shininess, diffuseLight, glossyLight, translucencyLight, wantBack);
 
     // Diffuse: one cosine-weighted ray finds the environment or another surface; it also says
@@ -205,7 +234,7 @@ void kaRTIntegrator::shade(const Hit& hit, V3 direction, V3 weight, Random& rand
     // Glossy: a ray in the highlight's lobe around the mirror direction.
     V3 glossyIbl, glossyIndirect;
     const float g1 = random.next(), g2 = random.next();
-    if (_raw || !isZero(l.glossy)) {
+    if (_raw.glossy || !isZero(l.glossy)) {
         const V3 d = phongDirection(reflect(direction, hit.normal), l.shininess, g1, g2);
         if (dot(d, hit.geometricNormal) > 0) {
             bool escaped = false;
@@ -215,7 +244,7 @@ void kaRTIntegrator::shade(const Hit& hit, V3 direction, V3 weight, Random& rand
     }
     // Mirror: the exact reflection, the environment included.
     V3 specular;
-    if (_raw || !isZero(l.specular)) {
+    if (_raw.specular || !isZero(l.specular)) {
         V3 d = reflect(direction, hit.normal);
         if (dot(d, hit.geometricNormal) <= 0)
             d = reflect(direction, hit.geometricNormal);
@@ -226,7 +255,7 @@ void kaRTIntegrator::shade(const Hit& hit, V3 direction, V3 weight, Random& rand
     // Translucency: light arriving at the back, from the environment or from surfaces.
     V3 translucencyIbl, translucencyIndirect;
     const float t1 = random.next(), t2 = random.next();
-    if (wantBack) {
+    if (_raw.translucency || translucent) {
         bool escaped = false;
         const V3 found = trace(back, cosineDirection(-hit.normal, t1, t2), true, escaped);
         (escaped ? translucencyIbl : translucencyIndirect) = found;

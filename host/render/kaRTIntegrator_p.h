@@ -18,10 +18,13 @@ public:
         int fullWidth = 1, fullHeight = 1;
         kaRT::M4 viewing, viewProjection, inverseViewProjection;
     };
-    // 'rawSlots' asks for the raw illumination of a component even where its colour is black
-    // (it costs rays that the light slots alone would not need).
+    // Rays that the raw illumination of a component needs where its colour is black, and the
+    // light slots don't: traced only when a wanted pass shows that illumination.
+    struct RawRays {
+        bool glossy = false, specular = false, translucency = false, lightFromBehind = false;
+    };
     kaRTIntegrator(const kaRTScene& scene, const View& view, const osg::Background* background,
-                   bool rawSlots, int frame);
+                   RawRays raw, int frame);
 
     // Sample 'sampleIndex' of pixel (x, y) of the full picture (rows bottom-up). 'objectId' and
     // 'materialId' are the Cryptomatte ids of the first surface; 'hit' says whether there was
@@ -40,6 +43,11 @@ private:
         kaRT::V3 diffuse, glossy, specular, translucency, base;
         float mirror, shininess;
     };
+    // The instance of the nearest surface of 'scene' (the whole scene or a part of it) along
+    // the ray, null when there is none, with Embree's record of the hit; intersect() also works
+    // out what the shading needs.
+    const kaRTScene::Instance* nearest(RTCScene scene, kaRT::V3 origin, kaRT::V3 direction,
+                                       float tFar, RTCRayHit& hit) const;
     bool intersect(kaRT::V3 origin, kaRT::V3 direction, float tFar, Hit& hit) const;
     // Share of light that gets from 'origin' along 'direction' over 'distance' through
     // see-through surfaces.
@@ -60,7 +68,7 @@ private:
     const kaRTScene& _scene;
     View _view;
     const osg::Background* _background;
-    bool _raw;
+    RawRays _raw;
     int _frame;
     float _epsilon;
     struct Flare {

@@ -24,17 +24,44 @@
 
 using namespace kaRT;
 
-// The sums of the samples made so far for one region.
+// The sums of the samples made so far for one region. A pixel's slots lie side by side: a
+// sample adds to one short run of memory, and the passes of a row are read from the few rows of
+// sums that cache holds, rather than from one picture-sized array per slot.
 struct kaRTRenderer::Accumulation {
     const osg::Camera* camera = nullptr;
     int fullWidth = 0, fullHeight = 0, x = 0, y = 0, width = 0, height = 0, frame = 0;
     int samples = 0;
     std::vector<Slot> slots;
-    std::vector<std::vector<float>> sums; // by slot, three floats a pixel
+    int offsets[kSlotCount] = {}; // where a slot's three floats lie within a pixel's sums
+    size_t stride = 0;            // floats a pixel
+    std::vector<float> sums;
     bool crypto = false;
     kaRTCryptoAccumulator objects, materials;
 
-    osg::Color4f value(const PassRule& rule, size_t pixel) const;
+    // Wanted slots that follow each other in a sample: added as one run of floats.
+    struct Run {
+        Slot first;
+        int floats;
+    };
+    std::vector<Run> runs;
+
+    void layOut(const std::vector<Slot>& wanted) {
+        slots = wanted; // in slot order
+        std::fill(std::begin(offsets), std::end(offsets), -1);
+        runs.clear();
+        for (size_t i = 0; i < slots.size(); ++i) {
+            offsets[slots[i]] = int(i * 3);
+            if (i > 0 && slots[i] == slots[i - 1] + 1)
+                runs.back().floats += 3;
+            else
+                runs.push_back({slots[i], 3});
+        }
+        stride = slots.size() * 3;
+    }
+    const float* slot(Slot s, size_t pixel) const {
+        return sums.data() + pixel * stride + size_t(offsets[s]);
+    }
+    void values(const PassRule& rule, size_t first, int count, float* rgba) const;
 
     bool matches(const osg::Camera* c, const Region& r, int f) const {
         return c == camera && r.fullWidth == fullWidth && r.fullHeight == fullHeight && r.x == x &&
@@ -42,53 +69,57 @@ struct kaRTRenderer::Accumulation {
     }
 };
 
-// Pass 'rule' of one pixel: the mean of the samples, read as the pass reads its slots. Light
-// comes premultiplied (samples that hit nothing add none); the encoder makes it what each image
-// holds.
-osg::Color4f kaRTRenderer::Accumulation::value(const PassRule& rule, size_t pixel) const {
-    const std::vector<float>& coverage = sums[kCoverage];
+// Pass 'rule' of 'count' pixels from 'first' on, as RGBA: the mean of the samples, read as the
+// pass reads its slots. Light comes premultiplied (samples that hit nothing add none); the
+// encoder makes it what each image holds. A row at a time: one call for a row of a pass.
+void kaRTRenderer::Accumulation::values(const PassRule& rule, size_t first, int count,
+                                        float* rgba) const {
     const float n = float(std::max(samples, 1));
-    const float alpha = coverage[pixel * 3] / n;
-    const float hits = coverage[pixel * 3 + 1];
-    const float* s = sums[size_t(rule.slot)].data() + pixel * 3;
-    osg::Color4f c{0, 0, 0, alpha};
-    switch (rule.kind) {
-    case PassKind::Light:
-        c.r = s[0] / n;
-        c.g = s[1] / n;
-        c.b = s[2] / n;
-        break;
-    case PassKind::Illumination: {
-        const float* colour = sums[size_t(rule.colour)].data() + pixel * 3;
-        const float* rawSum = sums[size_t(rule.raw)].data() + pixel * 3;
-        const float weight = coverage[pixel * 3 + 2];
-        float out[3];
-        for (int i = 0; i < 3; ++i)
-            out[i] = colour[i] > 1e-6f * n ? s[i] / colour[i]
-                     : weight > 0          ? rawSum[i] / weight
-                                           : 0.0f;
-        c = {out[0], out[1], out[2], alpha};
-        break;
+    for (int i = 0; i < count; ++i, rgba += 4) {
+        const size_t pixel = first + size_t(i);
+        const float* coverage = slot(kCoverage, pixel);
+        const float alpha = coverage[0] / n;
+        const float hits = coverage[1];
+        const float* s = slot(rule.slot, pixel);
+        switch (rule.kind) {
+        case PassKind::Light:
+            rgba[0] = s[0] / n;
+            rgba[1] = s[1] / n;
+            rgba[2] = s[2] / n;
+            rgba[3] = alpha;
+            break;
+        case PassKind::Illumination: {
+            const float* colour = slot(rule.colour, pixel);
+            const float* rawSum = slot(rule.raw, pixel);
+            const float weight = coverage[2];
+            for (int c = 0; c < 3; ++c)
+                rgba[c] = colour[c] > 1e-6f * n ? s[c] / colour[c]
+                          : weight > 0          ? rawSum[c] / weight
+                                                : 0.0f;
+            rgba[3] = alpha;
+            break;
+        }
+        case PassKind::Surface:
+            if (hits > 0) {
+                rgba[0] = s[0] / hits;
+                rgba[1] = s[1] / hits;
+                rgba[2] = s[2] / hits;
+                rgba[3] = hits / n;
+            } else {
+                rgba[0] = rgba[1] = rgba[2] = rule.empty;
+                rgba[3] = 0.0f;
+            }
+            break;
+        case PassKind::Mask:
+            rgba[0] = rgba[1] = rgba[2] = rgba[3] = hits / n;
+            break;
+        case PassKind::CryptoObject:
+        case PassKind::CryptoMaterial:
+            (rule.kind == PassKind::CryptoObject ? objects : materials)
+                .resolve(pixel, rule.cryptoLayer, n, rgba);
+            break;
+        }
     }
-    case PassKind::Surface:
-        if (hits > 0)
-            c = {s[0] / hits, s[1] / hits, s[2] / hits, hits / n};
-        else
-            c = {rule.empty, rule.empty, rule.empty, 0.0f};
-        break;
-    case PassKind::Mask:
-        c = {hits / n, hits / n, hits / n, hits / n};
-        break;
-    case PassKind::CryptoObject:
-    case PassKind::CryptoMaterial: {
-        float rgba[4] = {0, 0, 0, 0};
-        (rule.kind == PassKind::CryptoObject ? objects : materials)
-            .resolve(pixel, rule.cryptoLayer, n, rgba);
-        c = {rgba[0], rgba[1], rgba[2], rgba[3]};
-        break;
-    }
-    }
-    return c;
 }
 
 kaRTRenderer& kaRTRenderer::the() {
@@ -108,10 +139,12 @@ void kaRTRenderer::releaseBuffers() {
 
 namespace {
 
-// The slots that the wanted passes read.
-std::vector<Slot> slotsFor(const std::vector<osg::ImagePtr>& images, bool& crypto, bool& raw) {
+// The slots that the wanted passes read, and the rays their raw illumination needs.
+std::vector<Slot> slotsFor(const std::vector<osg::ImagePtr>& images, bool& crypto,
+                           kaRTIntegrator::RawRays& raw) {
     std::set<Slot> slots{kCoverage};
-    crypto = raw = false;
+    crypto = false;
+    raw = {};
     for (int pass = 0; pass < kPassCount && pass < int(images.size()); ++pass) {
         if (!images[size_t(pass)])
             continue;
@@ -120,7 +153,12 @@ std::vector<Slot> slotsFor(const std::vector<osg::ImagePtr>& images, bool& crypt
         if (rule.kind == PassKind::Illumination) {
             slots.insert(rule.colour);
             slots.insert(rule.raw);
-            raw = true;
+            // Raw diffuse illumination comes from rays the diffuse light traces anyway.
+            raw.glossy = raw.glossy || rule.raw == kRawGlossyIbl || rule.raw == kRawGlossyIndirect;
+            raw.specular = raw.specular || rule.raw == kRawSpecularIndirect;
+            raw.translucency = raw.translucency || rule.raw == kRawTranslucencyIbl ||
+                               rule.raw == kRawTranslucencyIndirect;
+            raw.lightFromBehind = raw.lightFromBehind || rule.raw == kRawTranslucencyLight;
         }
         crypto =
             crypto || rule.kind == PassKind::CryptoObject || rule.kind == PassKind::CryptoMaterial;
@@ -213,7 +251,8 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
         return false;
     }
 
-    bool crypto = false, raw = false;
+    bool crypto = false;
+    kaRTIntegrator::RawRays raw;
     const std::vector<Slot> slots = slotsFor(images, crypto, raw);
     const size_t pixels = size_t(region.width) * size_t(region.height);
     Accumulation& acc = *_accumulation;
@@ -229,22 +268,18 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
         acc.height = region.height;
         acc.frame = frame;
         acc.samples = 0;
-        acc.slots = slots;
-        // Buffers are kept from render to render (tiles of one export have one size): fresh
-        // memory costs more to map than to clear. Slots no pass reads give theirs back.
-        acc.sums.resize(size_t(kSlotCount));
-        for (int s = 0; s < kSlotCount; ++s) {
-            // Clearing the sums of a large picture takes seconds: an interrupt goes first.
-            if (kaController::rendersInterrupted()) {
-                acc.camera = nullptr;
-                return false; // stopped, as asked: nothing to report
-            }
-            std::vector<float>& sums = acc.sums[size_t(s)];
-            if (std::find(slots.begin(), slots.end(), Slot(s)) == slots.end())
-                std::vector<float>().swap(sums);
-            else
-                sums.assign(pixels * 3, 0.0f);
+        acc.layOut(slots);
+        // The sums are kept from render to render (tiles of one export have one size): fresh
+        // memory costs more to map than to clear. A much smaller set of passes gives it back.
+        // Clearing the sums of a large picture takes seconds: an interrupt goes first.
+        if (kaController::rendersInterrupted()) {
+            acc.camera = nullptr;
+            return false; // stopped, as asked: nothing to report
         }
+        const size_t floats = pixels * acc.stride;
+        if (acc.sums.capacity() > 2 * floats)
+            std::vector<float>().swap(acc.sums);
+        acc.sums.assign(floats, 0.0f);
         acc.crypto = crypto;
         acc.objects.reset(crypto ? pixels : 0);
         acc.materials.reset(crypto ? pixels : 0);
@@ -281,11 +316,12 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
                     integrator.sample(region.x + column, region.y + row, k + offset, sample,
                                       objectId, materialId, hit);
                     const size_t pixel = size_t(row) * size_t(region.width) + size_t(column);
-                    for (Slot s : slots) {
-                        float* sum = acc.sums[size_t(s)].data() + pixel * 3;
-                        sum[0] += sample.v[s][0];
-                        sum[1] += sample.v[s][1];
-                        sum[2] += sample.v[s][2];
+                    float* sum = acc.sums.data() + pixel * acc.stride;
+                    for (const Accumulation::Run& run : acc.runs) {
+                        const float* add = sample.v[run.first];
+                        for (int i = 0; i < run.floats; ++i)
+                            sum[i] += add[i];
+                        sum += run.floats;
                     }
                     if (crypto && hit) {
                         acc.objects.add(pixel, objectId, 1.0f);
@@ -324,32 +360,29 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
         kaPixelEncoder::current(viewport.getBackground() ? viewport.getBackground()->getAlphaColor()
                                                          : osg::Color3f{0, 0, 0});
     const kaPixelEncoder& encoder = *made;
+    std::vector<std::pair<int, const osg::ImagePtr*>> wanted; // (pass, image)
     for (int pass = 0; pass < kPassCount && pass < int(images.size()); ++pass) {
         const osg::ImagePtr& image = images[size_t(pass)];
         if (!image || !image->getData())
             continue;
-        const PassRule& rule = passRule(pass);
         encoder.prepare(*image);
-        runRows(
-            threads, region.height, stopRequested,
-            [&](int row) {
-                std::vector<float> rgba(size_t(region.width) * 4);
-                for (int column = 0; column < region.width; ++column) {
-                    const osg::Color4f c =
-                        acc.value(rule, size_t(row) * size_t(region.width) + size_t(column));
-                    float* out = &rgba[size_t(column) * 4];
-                    out[0] = c.r;
-                    out[1] = c.g;
-                    out[2] = c.b;
-                    out[3] = c.a;
-                }
-                encoder.store(*image, region.imageX, region.imageY + row, region.width, 1,
-                              rgba.data(), region.x, region.y + row);
-            },
-            nullptr);
-        if (stopRequested())
-            return false;
+        wanted.emplace_back(pass, &image);
     }
+    // Row by row, every pass: a row's sums are read from memory once, not once a pass.
+    runRows(
+        threads, region.height, stopRequested,
+        [&](int row) {
+            std::vector<float> rgba(size_t(region.width) * 4);
+            const size_t firstPixel = size_t(row) * size_t(region.width);
+            for (const auto& [pass, image] : wanted) {
+                acc.values(passRule(pass), firstPixel, region.width, rgba.data());
+                encoder.store(**image, region.imageX, region.imageY + row, region.width, 1,
+                              rgba.data(), region.x, region.y + row);
+            }
+        },
+        nullptr);
+    if (stopRequested())
+        return false;
 
     publishSettings(acc.samples, offset, threads, premultiply, timeLimit, limit, slots.size());
 

@@ -64,6 +64,8 @@ V3 toV3(const osg::Pnt3f& p) {
 kaRTScene::kaRTScene() = default;
 
 kaRTScene::~kaRTScene() {
+    if (_lightThroughScene)
+        rtcReleaseScene(_lightThroughScene);
     if (_scene)
         rtcReleaseScene(_scene);
 }
@@ -142,10 +144,21 @@ bool kaRTScene::update(const osg::NodePtr& root, int frame, std::string& error) 
         rebuild(found);
         _built = std::move(found);
     }
-    // Materials, names and previous placements are cheap: read on every update.
+    // Materials, names and previous placements are cheap: read on every update. A surface
+    // that starts or stops letting light through changes masks, and so the search structures.
+    bool masksChanged = !same;
     for (size_t i = 0; i < _instances.size(); ++i) {
         Instance& instance = _instances[i];
         instance.material = materialOf(*instance.geometry);
+        const bool blocks =
+            instance.material.opacity >= 1.0f && kaRT::isZero(instance.material.emission);
+        if (!same || blocks != instance.blocksLight) {
+            RTCGeometry geometry = rtcGetGeometry(_scene, unsigned(i));
+            rtcSetGeometryMask(geometry, blocks ? kBlocksLight : kLetsLightThrough);
+            rtcCommitGeometry(geometry);
+            instance.blocksLight = blocks;
+            masksChanged = true;
+        }
         instance.objectName = objectNameOf(instance.node);
         instance.cryptoId = kaRTCryptomatte::idOfName(instance.objectName);
         auto previous = _previousPlacements.find(instance.node);
@@ -153,12 +166,19 @@ bool kaRTScene::update(const osg::NodePtr& root, int frame, std::string& error) 
                                      ? kaRT::M4::from(previous->second)
                                      : instance.world;
     }
+    if (masksChanged) {
+        rtcCommitScene(_scene);
+        rebuildLightThrough();
+    }
     return true;
 }
 
 void kaRTScene::rebuild(const std::vector<Found>& found) {
     std::string error;
     RTCDevice device = kaRTDevice(error);
+    if (_lightThroughScene)
+        rtcReleaseScene(_lightThroughScene);
+    _lightThroughScene = nullptr;
     if (_scene)
         rtcReleaseScene(_scene);
     _scene = rtcNewScene(device);
@@ -205,6 +225,36 @@ void kaRTScene::rebuild(const std::vector<Found>& found) {
         rtcReleaseGeometry(geometry);
         _instances.push_back(std::move(instance));
     }
-    rtcCommitScene(_scene);
     _extent = _instances.empty() ? 1.0f : std::max(kaRT::length(hi - lo) * 0.5f, 1e-3f);
+}
+
+void kaRTScene::rebuildLightThrough() {
+    if (_lightThroughScene)
+        rtcReleaseScene(_lightThroughScene);
+    _lightThroughScene = nullptr;
+    std::string error;
+    RTCDevice device = kaRTDevice(error);
+    for (size_t i = 0; i < _instances.size(); ++i) {
+        if (_instances[i].blocksLight)
+            continue;
+        if (!_lightThroughScene) {
+            _lightThroughScene = rtcNewScene(device);
+            rtcSetSceneFlags(_lightThroughScene, RTC_SCENE_FLAG_ROBUST);
+        }
+        // The same triangles as in the whole scene: its buffers are shared, not copied.
+        RTCGeometry whole = rtcGetGeometry(_scene, unsigned(i));
+        const osg::Geometry::Mesh& mesh = _instances[i].geometry->getMesh();
+        RTCGeometry geometry = rtcNewGeometry(device, RTC_GEOMETRY_TYPE_TRIANGLE);
+        rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3,
+                                   rtcGetGeometryBufferData(whole, RTC_BUFFER_TYPE_VERTEX, 0), 0,
+                                   3 * sizeof(float), mesh.positions.size());
+        rtcSetSharedGeometryBuffer(geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3,
+                                   rtcGetGeometryBufferData(whole, RTC_BUFFER_TYPE_INDEX, 0), 0,
+                                   3 * sizeof(uint32_t), mesh.indices.size() / 3);
+        rtcCommitGeometry(geometry);
+        rtcAttachGeometryByID(_lightThroughScene, geometry, unsigned(i));
+        rtcReleaseGeometry(geometry);
+    }
+    if (_lightThroughScene)
+        rtcCommitScene(_lightThroughScene);
 }

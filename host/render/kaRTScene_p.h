@@ -32,7 +32,11 @@ public:
         kaRT::M4 world, worldInverse, previousWorld;
         std::vector<kaRT::V3> normals; // world space, one per vertex
         std::vector<kaRT::V3> colors;  // empty without vertex colours
+        bool blocksLight = true;       // as the Embree scene's mask says
     };
+    // Embree masks of the surfaces: opaque ones block light whole; see-through ones and glowing
+    // light fittings (which don't block the lights inside them) let some or all through.
+    static constexpr unsigned kBlocksLight = 1, kLetsLightThrough = 2;
     struct Light {
         bool directional = false;
         kaRT::V3 direction; // towards the light, for directional lights
@@ -50,6 +54,10 @@ public:
     bool update(const osg::NodePtr& root, int frame, std::string& error);
 
     RTCScene embree() const { return _scene; }
+    // The surfaces that let light through, alone (null when there are none): a shadow ray that
+    // nothing opaque stops walks through these, not through the whole scene. Geometry ids are
+    // those of embree().
+    RTCScene lightThroughEmbree() const { return _lightThroughScene; }
     const std::vector<Instance>& instances() const { return _instances; }
     const std::vector<Light>& lights() const { return _lights; }
     kaRT::V3 ambient() const { return _ambient; }
@@ -73,9 +81,12 @@ private:
         osg::Matrix world;
     };
     void collect(const osg::NodePtr& root, std::vector<Found>& found);
+    // A new Embree scene of 'found', committed by update() once the masks are set.
     void rebuild(const std::vector<Found>& found);
+    void rebuildLightThrough();
 
     RTCScene _scene = nullptr;
+    RTCScene _lightThroughScene = nullptr;
     std::vector<Instance> _instances;
     std::vector<Light> _lights;
     kaRT::V3 _ambient;

@@ -3,6 +3,8 @@
 #include "kaRaytracer.h"
 #include "OSGCameraDecorators.h"
 #include "OSGChangeList.h"
+#include "OSGGeometry.h"
+#include "OSGMaterial.h"
 #include "OSGNodeCores.h"
 #include "kaAnimManager.h"
 #include "kaBuiltinScene.h"
@@ -23,6 +25,7 @@
 #include <cmath>
 #include <cstring>
 #include <functional>
+#include <map>
 #include <thread>
 
 using osg::Image;
@@ -173,6 +176,74 @@ TEST_F(Raytracer, IlluminationTimesColourIsItsLight) {
             }
         EXPECT_LE(worst, 1e-3) << "pass " << pair.light;
     }
+}
+
+// A pass asked for alone traces only the rays it needs, yet comes out as it does among all
+// passes: the same samples, the same values.
+TEST_F(Raytracer, EachPassAloneIsWhatItIsAmongAllPasses) {
+    std::vector<osg::ImagePtr> all = passImages(allPasses());
+    ASSERT_TRUE(render(all, 2));
+    for (int p = 0; p < kPasses; ++p) {
+        std::vector<osg::ImagePtr> alone = passImages({p});
+        ASSERT_TRUE(render(alone, 2));
+        EXPECT_TRUE(samePixels(alone[size_t(p)], all[size_t(p)])) << "pass " << p;
+    }
+}
+
+// Where a surface has no colour of a kind, its illumination pass shows the light that arrives
+// anyway: rays that only these passes need.
+TEST_F(Raytracer, IlluminationShowsWhereItsColourIsBlack) {
+    osg::Node* lamp = nullptr;
+    osg::Geometry* chrome = nullptr;
+    for (const osg::NodePtr& node : osg::collectNodes(scene.getRoot())) {
+        if (node->getName() == "Lamp Light")
+            lamp = node.get();
+        if (node->getName() == "Chrome Sphere")
+            chrome = dynamic_cast<osg::Geometry*>(node->getCore().get());
+        // Colours as they are, for telling surfaces apart by them.
+        if (node->getName() == "Haze" || node->getName() == "Caption Plate")
+            node->setActive(false);
+    }
+    ASSERT_TRUE(lamp && lamp->getParent() && chrome);
+    // The lamp below the ground lights it from behind; a perfect mirror has no glossy colour.
+    auto place = osg::dynamic_pointer_cast<osg::Transform>(lamp->getParent()->getCore());
+    ASSERT_TRUE(place);
+    place->setMatrix(osg::Matrix::translation(-1.8f, -1.0f, -1.5f));
+    auto mirror = osg::dynamic_pointer_cast<osg::SimpleMaterial>(chrome->getMaterial());
+    ASSERT_TRUE(mirror);
+    mirror->roughness = 0.0f;
+
+    std::vector<osg::ImagePtr> images =
+        passImages({P::Albedo, P::TranslucencyLightIllumination, P::TranslucencyIblIllumination,
+                    P::SpecularIndirectIllumination, P::GlossyIblIllumination, P::TranslucencyColor,
+                    P::SpecularColor, P::GlossyColor});
+    ASSERT_TRUE(render(images, 0));
+    int ground = 0, groundFromBehind = 0, groundIbl = 0, groundMirrored = 0;
+    int mirrorPixels = 0, mirrorGlossy = 0;
+    for (int y = 0; y < H; ++y)
+        for (int x = 0; x < W; ++x) {
+            const osg::Color4f albedo = images[P::Albedo]->getPixel(x, y);
+            auto shows = [&](int pass) { return images[size_t(pass)]->getPixel(x, y).g > 1e-3f; };
+            auto black = [&](int pass) { return images[size_t(pass)]->getPixel(x, y).g == 0.0f; };
+            if (std::fabs(albedo.r - 0.55f) < 1e-4f && std::fabs(albedo.b - 0.52f) < 1e-4f &&
+                black(P::TranslucencyColor) && black(P::SpecularColor)) {
+                ++ground;
+                groundFromBehind += shows(P::TranslucencyLightIllumination);
+                groundIbl += shows(P::TranslucencyIblIllumination);
+                groundMirrored += shows(P::SpecularIndirectIllumination);
+            }
+            if (std::fabs(albedo.r - 0.9f) < 1e-4f && std::fabs(albedo.b - 0.92f) < 1e-4f &&
+                black(P::GlossyColor)) {
+                ++mirrorPixels;
+                mirrorGlossy += shows(P::GlossyIblIllumination);
+            }
+        }
+    ASSERT_GT(ground, 500);
+    EXPECT_GT(groundFromBehind, ground / 2) << "the lamp below the ground";
+    EXPECT_GT(groundIbl, ground / 2) << "the environment below the ground";
+    EXPECT_GT(groundMirrored, ground / 2) << "what the ground would mirror";
+    ASSERT_GT(mirrorPixels, 20);
+    EXPECT_GT(mirrorGlossy, mirrorPixels / 4) << "the environment around the mirror";
 }
 
 TEST_F(Raytracer, EveryPassCarriesContent) {
@@ -548,4 +619,78 @@ TEST_F(Raytracer, AddingMattesToAProgressiveRenderStartsItOver) {
     EXPECT_TRUE(hasContent(withMatte[P::CryptoObject00]));
     EXPECT_TRUE(samePixels(withMatte[P::Beauty], fresh[P::Beauty])) << "sample 0 was left behind";
     EXPECT_TRUE(samePixels(withMatte[P::CryptoObject00], fresh[P::CryptoObject00]));
+}
+
+// Shadow rays: an opaque surface in the way takes a light whole, a see-through one takes its
+// opacity's share. A scene of opaque surfaces only is answered by Embree's any-hit query, one
+// with see-through surfaces by walking through them: both must give these shadows.
+TEST_F(Raytracer, ShadowsAreWholeBehindOpaqueSurfacesAndPartBehindSeeThroughOnes) {
+    // The sun alone lights the ground; nothing glows or lets light through.
+    for (const osg::NodePtr& node : osg::collectNodes(scene.getRoot()))
+        for (const char* name : {"Lamp Light", "Box Lamp", "Sky", "Lamp", "Paper Screen",
+                                 "Glass Ball", "Haze", "Sky Plate", "Caption Plate", "Lens Flare"})
+            if (node->getName() == name)
+                node->setActive(false);
+    constexpr int w = 160, h = 120;
+    view.setSize(w, h);
+    // The sun's illumination where the ground is seen (elsewhere -1): the ground is known by
+    // its concrete colour.
+    auto sunlight = [&] {
+        std::vector<osg::ImagePtr> images =
+            passImages({P::DiffuseLightIllumination, P::Albedo}, w, h);
+        EXPECT_TRUE(render(images, 0, 1, 1, w, h));
+        std::vector<float> values;
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                const osg::Color4f albedo = images[P::Albedo]->getPixel(x, y);
+                const bool ground =
+                    std::fabs(albedo.r - 0.55f) < 1e-4f && std::fabs(albedo.b - 0.52f) < 1e-4f;
+                values.push_back(ground ? images[P::DiffuseLightIllumination]->getPixel(x, y).r
+                                        : -1.0f);
+            }
+        return values;
+    };
+    auto count = [](const std::vector<float>& values, float from, float to) {
+        return std::count_if(values.begin(), values.end(),
+                             [&](float v) { return v >= from && v <= to; });
+    };
+
+    const std::vector<float> opaque = sunlight();
+    // Flat ground under a distant light: the lit ground's pixels share one value, the one
+    // most pixels have.
+    std::map<float, long> histogram;
+    for (float v : opaque)
+        if (v > 0)
+            ++histogram[v];
+    ASSERT_FALSE(histogram.empty());
+    const float full = std::max_element(histogram.begin(), histogram.end(), [](auto& a, auto& b) {
+                           return a.second < b.second;
+                       })->first;
+    ASSERT_GT(full, 0.1f);
+    const long lit = count(opaque, full * 0.999f, full * 1.001f);
+    const long shadowed = count(opaque, 0.0f, 0.0f);
+    EXPECT_GT(lit, 2000) << "the lit ground";
+    EXPECT_GT(shadowed, 200) << "the box's and the balls' shadows";
+
+    for (const osg::NodePtr& node : osg::collectNodes(scene.getRoot()))
+        if (node->getName() == "Glass Ball")
+            node->setActive(true);
+    const std::vector<float> seeThrough = sunlight();
+    // Of the lit ground, the glass ball's shadow gets 1 - 0.35 of the sun through each of the
+    // ball's two sides; the rest stays lit.
+    long partly = 0, still = 0, other = 0;
+    for (size_t i = 0; i < opaque.size(); ++i) {
+        if (opaque[i] < full * 0.999f || opaque[i] > full * 1.001f)
+            continue;
+        if (std::fabs(seeThrough[i] - full * 0.65f * 0.65f) < full * 1e-3f)
+            ++partly;
+        else if (seeThrough[i] == opaque[i])
+            ++still;
+        else
+            ++other; // under the ball itself, or its shadow's soft edge
+    }
+    EXPECT_GT(partly, 50) << "the glass ball's shadow";
+    EXPECT_GT(still, lit - partly - 800);
+    EXPECT_LT(other, 800) << "the ball covers about 600 pixels";
+    EXPECT_GT(count(seeThrough, 0.0f, 0.0f), 200) << "opaque shadows stay whole";
 }
