@@ -46,6 +46,9 @@ kaRTIntegrator::kaRTIntegrator(const kaRTScene& scene, const View& view,
 }
 
 namespace {
+// Counted where Embree is asked: one count a ray, nothing shared between threads.
+thread_local uint64_t tRaysTraced = 0;
+
 RTCRay embreeRay(V3 origin, V3 direction, float tFar, unsigned mask = ~0u) {
     RTCRay ray;
     ray.org_x = origin.x;
@@ -64,6 +67,10 @@ RTCRay embreeRay(V3 origin, V3 direction, float tFar, unsigned mask = ~0u) {
 }
 } // namespace
 
+uint64_t kaRTIntegrator::raysTracedOnThisThread() {
+    return tRaysTraced;
+}
+
 const kaRTScene::Instance* kaRTIntegrator::nearest(RTCScene scene, V3 origin, V3 direction,
                                                    float tFar, RTCRayHit& rh) const {
     RTCIntersectContext context;
@@ -72,6 +79,7 @@ const kaRTScene::Instance* kaRTIntegrator::nearest(RTCScene scene, V3 origin, V3
     rh.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     rh.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
     rtcIntersect1(scene, &context, &rh);
+    ++tRaysTraced;
     return rh.hit.geomID == RTC_INVALID_GEOMETRY_ID ? nullptr : &_scene.instances()[rh.hit.geomID];
 }
 
@@ -112,6 +120,7 @@ float kaRTIntegrator::transmittance(V3 origin, V3 direction, float distance) con
     rtcInitIntersectContext(&context);
     RTCRay ray = embreeRay(origin, direction, distance, kaRTScene::kBlocksLight);
     rtcOccluded1(_scene.embree(), &context, &ray);
+    ++tRaysTraced;
     if (ray.tfar < 0)
         return 0.0f;
     RTCScene lightThrough = _scene.lightThroughEmbree();

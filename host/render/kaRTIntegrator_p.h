@@ -32,6 +32,10 @@ public:
     void sample(int x, int y, int sampleIndex, kaRT::Sample& out, float& objectId,
                 float& materialId, bool& hit) const;
 
+    // Rays traced so far by the calling thread (by every integrator): a render reads it before
+    // and after its rows.
+    static uint64_t raysTracedOnThisThread();
+
 private:
     struct Hit {
         float t;

@@ -229,6 +229,7 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
     const auto start = std::chrono::steady_clock::now();
     error.clear();
     _lastSamples = 0;
+    _lastRays = 0;
     if (region.width <= 0 || region.height <= 0 || region.fullWidth <= 0 ||
         region.fullHeight <= 0) {
         error = "nothing to render (empty target)";
@@ -304,11 +305,13 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
     auto stopRequested = [&] {
         return stopping.load(std::memory_order_relaxed) || kaController::rendersInterrupted();
     };
+    std::atomic<uint64_t> rays{0};
     bool stopped = false;
     for (int k = first; k < last && !stopped; ++k) {
         runRows(
             threads, region.height, stopRequested,
             [&](int row) {
+                const uint64_t raysBefore = kaRTIntegrator::raysTracedOnThisThread();
                 Sample sample;
                 for (int column = 0; column < region.width; ++column) {
                     float objectId = 0, materialId = 0;
@@ -328,6 +331,7 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
                         acc.materials.add(pixel, materialId, 1.0f);
                     }
                 }
+                rays += kaRTIntegrator::raysTracedOnThisThread() - raysBefore;
             },
             [&](int rows) {
                 // The GUI thread keeps the dialog alive and watches for Abort while a sample
@@ -345,6 +349,7 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
         }
         ++acc.samples;
         ++_lastSamples;
+        _lastRays = rays;
         if (callback && !callback(0, 0, true, viewport.getEventProcessingContext()))
             stopped = true;
         if (timeLimit &&

@@ -4,6 +4,7 @@
 #include "OSGImage.h"
 #include "OSGViewport.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -44,6 +45,8 @@ public:
 
     // Samples made by the last render call (for diagnostics and tests).
     int getLastSampleCount() const { return _lastSamples; }
+    // Rays (camera, bounce and shadow rays) the last render call traced.
+    uint64_t getLastRayCount() const { return _lastRays; }
 
 private:
     kaRTRenderer();
@@ -52,4 +55,5 @@ private:
     std::unique_ptr<kaRTScene> _scene;
     std::unique_ptr<Accumulation> _accumulation;
     int _lastSamples = 0;
+    uint64_t _lastRays = 0;
 };

@@ -584,6 +584,17 @@ TEST_F(Raytracer, SampleCountsFollowTheRenderSettings) {
     EXPECT_EQ(kaRTRenderer::the().getLastSampleCount(), 1);
 }
 
+TEST_F(Raytracer, CountsTheRaysItTraces) {
+    std::vector<osg::ImagePtr> images = passImages({P::Beauty});
+    ASSERT_TRUE(render(images, 0));
+    const uint64_t one = kaRTRenderer::the().getLastRayCount();
+    // A camera ray a pixel, and shadow and bounce rays where it finds a surface.
+    EXPECT_GT(one, uint64_t(3 * W * H));
+    ASSERT_TRUE(render(images, 2));
+    const uint64_t four = kaRTRenderer::the().getLastRayCount();
+    EXPECT_NEAR(double(four) / double(one), 4.0, 0.2) << "four samples";
+}
+
 TEST_F(Raytracer, FogPlatesAndFlareOnlyWhenTheSceneHasThem) {
     for (const osg::NodePtr& node : osg::collectNodes(scene.getRoot()))
         if (node->getName() == "Haze" || node->getName() == "Sky Plate" ||
