@@ -4,6 +4,7 @@
 #include "kaexportOptions.h"
 
 #include "kaAtomicFile.h"
+#include "kaDefaultLights.h"
 #include "kaMessage.h"
 #include "kaPlatform.h"
 #include "kaPreferences.h"
@@ -41,7 +42,8 @@ namespace {
 struct ProgramOptions {
     std::string scene, prefs;
     std::vector<std::string> assignments;
-    int pngLevel = -1; // -1: the preference's
+    int pngLevel = -1;     // -1: the preference's
+    std::string headlight; // empty: the preference's
     bool verbose = false, version = false;
 };
 
@@ -63,6 +65,11 @@ void defineProgram(CLI::App& app, ProgramOptions& o) {
                    "(sets \"ImageExport png level\")")
         ->type_name("N")
         ->check(rangeCheck(0, 9));
+    app.add_option("--headlight", o.headlight,
+                   "default lights (a headlight and a soft environment): auto for a scene without "
+                   "lights of its own (the default), on always, off never (sets \"Headlight\")")
+        ->type_name("auto|on|off")
+        ->check(CLI::IsMember({"auto", "on", "off"}));
     app.add_flag("--verbose,-v", o.verbose,
                  "also show the library's informational lines and diagnostics");
     app.add_flag("--version", o.version, "the program's version");
@@ -134,6 +141,11 @@ int run(const QStringList& args, Streams& io) {
     // The option names the one preference it sets, and wins over --set and --prefs.
     if (program.pngLevel >= 0)
         kaPreferences::getData().set("ImageExport png level", program.pngLevel);
+    if (!program.headlight.empty())
+        kaDefaultLights::setUse(program.headlight == "on" ? kaDefaultLights::Use::Always
+                                : program.headlight == "off"
+                                    ? kaDefaultLights::Use::Never
+                                    : kaDefaultLights::Use::WithoutSceneLights);
     if (!command->rendersScene)
         return runners[command->name](io, nullptr);
     Host host;

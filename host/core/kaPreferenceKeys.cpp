@@ -59,6 +59,10 @@ const std::vector<Key>& all() {
         {"Use System Monitor Profile", kBool, "embed the display's ICC profile (colour space 3)"},
         {"Monitorprofile", kString, "ICC profile file used for colour space 3 as fallback"},
         {"Imageprofile", kString, "ICC profile file used for colour space 4"},
+        {"Headlight", kInt,
+         "default lights (a headlight and a soft environment): 0 for scenes without lights, "
+         "1 always, 2 never",
+         0, 2},
         {"Play Sound On Export", kBool, "beep when an export has finished"},
     };
     return keys;
@@ -107,6 +111,7 @@ kaMessage defaults() {
     m.set("Use System Monitor Profile", true);
     m.set("Monitorprofile", QString());
     m.set("Imageprofile", QString());
+    m.set("Headlight", 0);
     m.set("Play Sound On Export", false);
     return m;
 }

@@ -1,5 +1,7 @@
 #include "kaGLSceneRenderer.h"
 
+#include "kaDefaultLights.h"
+
 #include "OSGGeometry.h"
 #include "OSGNodeCores.h"
 #include "kaGLMeshChunks.h"
@@ -243,9 +245,27 @@ struct Lights {
     std::vector<osg::Color3f> directionalColors;
     std::vector<osg::Pnt3f> positions;
     std::vector<osg::Color3f> pointColors;
+    size_t added = 0; // lights of every kind
     // The lights a surface program takes, at most eight of each kind.
     int directionalCount() const { return int(std::min<size_t>(directions.size(), 8)); }
     int pointCount() const { return int(std::min<size_t>(positions.size(), 8)); }
+
+    void add(const osg::WorldLight& l) {
+        ++added;
+        switch (l.kind) {
+        case osg::WorldLight::Directional:
+            directions.push_back(l.direction);
+            directionalColors.push_back(l.power);
+            break;
+        case osg::WorldLight::Point:
+            positions.push_back(l.position);
+            pointColors.push_back(l.power);
+            break;
+        case osg::WorldLight::Environment:
+            ambient = {ambient.r + l.power.r, ambient.g + l.power.g, ambient.b + l.power.b};
+            break;
+        }
+    }
 };
 
 // Shown geometry and lights.
@@ -254,24 +274,8 @@ void collect(const osg::NodePtr& root, std::vector<DrawItem>& items, Lights& lig
         osg::NodeCore* core = node->getCore().get();
         if (auto* geometry = dynamic_cast<osg::Geometry*>(core))
             items.push_back({geometry, world});
-        auto* light = dynamic_cast<const osg::Light*>(core);
-        if (!light)
-            return;
-        const osg::WorldLight l = osg::worldLightOf(*light, world);
-        switch (l.kind) {
-        case osg::WorldLight::Directional:
-            lights.directions.push_back(l.direction);
-            lights.directionalColors.push_back(l.power);
-            break;
-        case osg::WorldLight::Point:
-            lights.positions.push_back(l.position);
-            lights.pointColors.push_back(l.power);
-            break;
-        case osg::WorldLight::Environment:
-            lights.ambient = {lights.ambient.r + l.power.r, lights.ambient.g + l.power.g,
-                              lights.ambient.b + l.power.b};
-            break;
-        }
+        if (auto* light = dynamic_cast<const osg::Light*>(core))
+            lights.add(osg::worldLightOf(*light, world));
     });
 }
 
@@ -810,6 +814,9 @@ bool kaGLSceneRenderer::renderPieces(const osg::UberViewport& viewport, const os
     collect(viewport.getRoot(), items, lights);
     const osg::Matrix projection = camera.getProjection(uint32_t(fullWidth), uint32_t(fullHeight));
     const osg::Matrix viewing = camera.getViewing(uint32_t(fullWidth), uint32_t(fullHeight));
+    if (kaDefaultLights::applies(lights.added))
+        for (const osg::WorldLight& l : kaDefaultLights::rig(viewing))
+            lights.add(l);
     osg::Matrix eyeToWorld;
     viewing.invert(eyeToWorld);
     const osg::Pnt3f eye = eyeToWorld.transformPoint({0, 0, 0});

@@ -2,6 +2,7 @@
 
 #include "kaAnimManager.h"
 #include "kaController.h"
+#include "kaDefaultLights.h"
 #include "kaPixelEncoder.h"
 #include "kaRTCryptoAccumulator.h"
 #include "kaRTCryptomatte.h"
@@ -238,6 +239,10 @@ bool kaRTRenderer::render(const osg::UberViewport& viewport, const osg::Camera& 
     const int frame = kaAnimManager::getCurrentFrame();
     if (!_scene->update(viewport.getRoot(), frame, error))
         return false;
+    if (kaDefaultLights::applies(_scene->sceneLightCount()))
+        for (const osg::WorldLight& l : kaDefaultLights::rig(
+                 camera.getViewing(uint32_t(region.fullWidth), uint32_t(region.fullHeight))))
+            _scene->addLight(l);
 
     kaRTIntegrator::View view;
     view.fullWidth = region.fullWidth;

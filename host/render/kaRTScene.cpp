@@ -70,6 +70,16 @@ kaRTScene::~kaRTScene() {
         rtcReleaseScene(_scene);
 }
 
+void kaRTScene::addLight(const osg::WorldLight& l) {
+    const V3 power = kaRT::v3(l.power);
+    if (l.kind == osg::WorldLight::Directional)
+        _lights.push_back({true, {-l.direction.x, -l.direction.y, -l.direction.z}, {}, power});
+    else if (l.kind == osg::WorldLight::Point)
+        _lights.push_back({false, {}, toV3(l.position), power});
+    else
+        _ambient += power;
+}
+
 void kaRTScene::collect(const osg::NodePtr& root, std::vector<Found>& found) {
     osg::forEachShownNode(root, [&](const osg::NodePtr& node, const osg::Matrix& world) {
         osg::NodeCore* core = node->getCore().get();
@@ -77,15 +87,8 @@ void kaRTScene::collect(const osg::NodePtr& root, std::vector<Found>& found) {
             found.push_back(
                 {node.get(), osg::GeometryPtr(geometry), geometry->getVersion(), world});
         if (auto* light = dynamic_cast<const osg::Light*>(core)) {
-            const osg::WorldLight l = osg::worldLightOf(*light, world);
-            const V3 power = kaRT::v3(l.power);
-            if (l.kind == osg::WorldLight::Directional)
-                _lights.push_back(
-                    {true, {-l.direction.x, -l.direction.y, -l.direction.z}, {}, power});
-            else if (l.kind == osg::WorldLight::Point)
-                _lights.push_back({false, {}, toV3(l.position), power});
-            else
-                _ambient += power;
+            addLight(osg::worldLightOf(*light, world));
+            ++_sceneLights;
         }
         if (auto* fog = dynamic_cast<const osg::Fog*>(core)) {
             _fog.enabled = fog->getDensity() > 0;
@@ -106,6 +109,7 @@ bool kaRTScene::update(const osg::NodePtr& root, int frame, std::string& error) 
     if (!device)
         return false;
     _lights.clear();
+    _sceneLights = 0;
     _ambient = {};
     _fog = {};
     _backplates.clear();

@@ -60,6 +60,10 @@ public:
     RTCScene lightThroughEmbree() const { return _lightThroughScene; }
     const std::vector<Instance>& instances() const { return _instances; }
     const std::vector<Light>& lights() const { return _lights; }
+    // Lights of every kind the scene itself brings (the environment included).
+    size_t sceneLightCount() const { return _sceneLights; }
+    // A light besides the scene's, until the next update.
+    void addLight(const osg::WorldLight& light);
     kaRT::V3 ambient() const { return _ambient; }
     bool hasFog() const { return _fog.enabled; }
     kaRT::V3 fogColor() const { return _fog.color; }
@@ -89,6 +93,7 @@ private:
     RTCScene _lightThroughScene = nullptr;
     std::vector<Instance> _instances;
     std::vector<Light> _lights;
+    size_t _sceneLights = 0;
     kaRT::V3 _ambient;
     struct {
         bool enabled = false;
