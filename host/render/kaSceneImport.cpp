@@ -73,9 +73,17 @@ osg::GeometryPtr toGeometry(const aiMesh* mesh, const osg::MaterialPtr& material
     return geometry;
 }
 
+// glTF gives lights in photometric units: candela for point and spot lights, lux for
+// directional ones. Our renderers' light is the radiance it gives a white diffuse surface
+// facing it (at one unit of distance): lux / 683 lm/W is the irradiance in W/m², over pi the
+// radiance of that surface. Blender's own renders agree: its sun of strength S (exported as
+// 683 S lux) makes such a surface S / pi.
+constexpr float kGltfLightUnit = float(1.0 / (683.0 * M_PI));
+
 struct Converter {
     const aiScene* scene;
     bool gltfFov;
+    float lightUnit; // what one unit of the file's light intensity is in ours
     std::vector<osg::MaterialPtr> materials;
     std::map<std::string, const aiCamera*> cameras;
     std::map<std::string, const aiLight*> lights;
@@ -119,7 +127,7 @@ struct Converter {
             const aiColor3D& c = l->mColorDiffuse;
             const float strength = std::max({c.r, c.g, c.b, 1e-6f});
             core->setColor({c.r / strength, c.g / strength, c.b / strength});
-            core->setIntensity(strength);
+            core->setIntensity(strength * lightUnit);
             node->addChild(osg::Node::create(core, l->mName.C_Str()));
         }
         for (unsigned i = 0; i < source->mNumChildren; ++i)
@@ -221,7 +229,8 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
         return osg::NodePtr();
     }
     const QString suffix = QFileInfo(fileName).suffix().toLower();
-    Converter converter{scene, suffix == "gltf" || suffix == "glb", {}, {}, {}, {}};
+    const bool gltf = suffix == "gltf" || suffix == "glb";
+    Converter converter{scene, gltf, gltf ? kGltfLightUnit : 1.0f, {}, {}, {}, {}};
     for (unsigned i = 0; i < scene->mNumMaterials; ++i)
         converter.materials.push_back(toMaterial(scene->mMaterials[i]));
     for (unsigned i = 0; i < scene->mNumCameras; ++i)

@@ -3,7 +3,10 @@
 #include "OSGGeometry.h"
 #include "OSGNodeCores.h"
 #include "kaAnimManager.h"
+#include "kaOSGWidget.h"
+#include "kaRenderPassCatalogue.h"
 #include "kaSceneAnimation.h"
+#include "kaSharedOffscreenRender.h"
 #include "kaTestSupport.h"
 
 #include <QFile>
@@ -219,4 +222,119 @@ TEST(kaSceneImport, KeyframeAnimationsPlayOnTheTimeline) {
     EXPECT_NEAR(at(still).z, -1.0f, 1e-6f) << "a node without keys keeps its place";
     kaAnimManager::setFramesPerSecond(25.0);
     kaAnimManager::setCurrentFrame(0, false, false);
+}
+
+namespace {
+
+// A white, fully rough square of 20 x 20 on the ground, a point light 'candela' strong at
+// 'height' above its middle and a sun of 'lux' shining straight down (KHR_lights_punctual).
+QByteArray litFloorGltf(float candela, float height, float lux) {
+    const float positions[12] = {-10, 0, -10, 10, 0, -10, 10, 0, 10, -10, 0, 10};
+    const float normals[12] = {0, 1, 0, 0, 1, 0, 0, 1, 0, 0, 1, 0};
+    const uint16_t indices[6] = {0, 2, 1, 0, 3, 2};
+    QByteArray buffer(reinterpret_cast<const char*>(positions), sizeof positions);
+    buffer.append(reinterpret_cast<const char*>(normals), sizeof normals);
+    buffer.append(reinterpret_cast<const char*>(indices), sizeof indices);
+    QByteArray lights = QString(R"([{"type": "point", "intensity": %1, "color": [1, 0.5, 0.25]})")
+                            .arg(double(candela))
+                            .toUtf8();
+    if (lux > 0)
+        lights +=
+            QString(R"(, {"type": "directional", "intensity": %1})").arg(double(lux)).toUtf8();
+    lights += "]";
+    const QByteArray nodes = lux > 0 ? "[0, 1, 2]" : "[0, 1]";
+    return QByteArray(R"({
+  "asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": )") +
+           nodes + R"(}],
+  "extensionsUsed": ["KHR_lights_punctual"],
+  "extensions": {"KHR_lights_punctual": {"lights": )" +
+           lights + R"(}},
+  "nodes": [{"name": "Floor", "mesh": 0},
+            {"name": "Bulb", "translation": [0, )" +
+           QByteArray::number(double(height)) +
+           R"(, 0], "extensions": {"KHR_lights_punctual": {"light": 0}}},
+            {"name": "Sun", "rotation": [-0.7071068, 0, 0, 0.7071068], "extensions": {"KHR_lights_punctual": {"light": 1}}}],
+  "meshes": [{"primitives": [{"attributes": {"POSITION": 0, "NORMAL": 1}, "indices": 2, "material": 0}]}],
+  "materials": [{"name": "White", "pbrMetallicRoughness": {"baseColorFactor": [1, 1, 1, 1],
+                 "metallicFactor": 0.0, "roughnessFactor": 1.0}}],
+  "buffers": [{"byteLength": 108, "uri": "data:application/octet-stream;base64,)" +
+           buffer.toBase64() + R"("}],
+  "bufferViews": [{"buffer": 0, "byteOffset": 0, "byteLength": 48}, {"buffer": 0, "byteOffset": 48, "byteLength": 48},
+                  {"buffer": 0, "byteOffset": 96, "byteLength": 12}],
+  "accessors": [{"bufferView": 0, "componentType": 5126, "count": 4, "type": "VEC3", "min": [-10, 0, -10], "max": [10, 0, 10]},
+                {"bufferView": 1, "componentType": 5126, "count": 4, "type": "VEC3"},
+                {"bufferView": 2, "componentType": 5123, "count": 6, "type": "SCALAR"}]
+})";
+}
+
+template <typename Light>
+osg::RefPtr<Light> onlyLight(const osg::NodePtr& root) {
+    osg::RefPtr<Light> found;
+    for (const osg::NodePtr& node : osg::collectNodes(root))
+        if (auto light = osg::dynamic_pointer_cast<Light>(node->getCore()))
+            found = light;
+    return found;
+}
+
+// The light a white diffuse surface facing a light of 'lumens' per square metre (or per
+// steradian at one metre) sends back, in the renderers' units: W/m² over pi.
+double radianceOf(double photometric) {
+    return photometric / 683.0 / M_PI;
+}
+
+} // namespace
+
+// glTF's candela and lux arrive as the light they give: a point light of 1000 cd exported by an
+// authoring package is not 1000 times as bright as white.
+TEST(kaSceneImport, GltfLightUnitsBecomeTheRenderersUnits) {
+    katest::TempDir dir;
+    ASSERT_TRUE(writeFile(dir.file("lit.gltf"), litFloorGltf(1000.0f, 1.5f, 3.0f)));
+    QString error;
+    osg::NodePtr root = kaSceneImport::load(dir.file("lit.gltf"), error);
+    ASSERT_TRUE(root) << error.toStdString();
+    auto bulb = onlyLight<osg::PointLight>(root);
+    auto sun = onlyLight<osg::DirectionalLight>(root);
+    ASSERT_TRUE(bulb && sun);
+    EXPECT_NEAR(bulb->getIntensity(), radianceOf(1000.0), 1e-6);
+    EXPECT_NEAR(bulb->getColor().g, 0.5f, 1e-6f) << "the colour stays the colour";
+    EXPECT_NEAR(sun->getIntensity(), radianceOf(3.0), 1e-6);
+}
+
+// A light of known candela at a known distance above a white diffuse floor: the raytraced
+// diffuse light right below it is what photometry says.
+TEST(kaSceneImport, AGltfLightLightsAWhiteFloorAsPhotometrySays) {
+    katest::TempDir dir;
+    const float candela = 500.0f, height = 1.5f;
+    ASSERT_TRUE(writeFile(dir.file("lit.gltf"), litFloorGltf(candela, height, 0.0f)));
+    QString error;
+    osg::NodePtr root = kaSceneImport::load(dir.file("lit.gltf"), error);
+    ASSERT_TRUE(root) << error.toStdString();
+
+    constexpr int side = 33; // an odd size: the middle pixel looks straight down
+    kaOSGWidget view;
+    view.setSceneRoot(root);
+    osg::dynamic_pointer_cast<osg::Transform>(view.getCameraBeacon()->getCore())
+        ->setMatrix(osg::Matrix::lookAt({0, 4, 0}, {0, 0, 0}, {0, 0, -1}));
+    view.getCamera()->setFov(30.0f);
+    view.setSize(side, side);
+    kaOSGWidget::setMainView(&view);
+    kaOSGWidget::setRaytracing(true);
+    std::vector<osg::ImagePtr> images(kaRenderPass::Count);
+    osg::ImagePtr& diffuse = images[kaRenderPass::DiffuseLight];
+    diffuse = osg::Image::create();
+    diffuse->set(osg::Image::OSG_RGBA_PF, side, side, 1, 1, 1, 0.0, nullptr,
+                 osg::Image::OSG_FLOAT32_IMAGEDATA);
+    bool rendered = false;
+    {
+        kaSharedOffscreenRender renderer(&view, images, 0);
+        rendered = renderer.updateGL();
+    }
+    kaOSGWidget::setRaytracing(false);
+    kaOSGWidget::setMainView(nullptr);
+    ASSERT_TRUE(rendered);
+
+    const osg::Color4f below = diffuse->getPixel(side / 2, side / 2);
+    const double expected = radianceOf(candela) / (double(height) * double(height));
+    EXPECT_NEAR(below.r, expected, expected * 0.05);
+    EXPECT_NEAR(below.g, expected * 0.5, expected * 0.5 * 0.05) << "the light's colour";
 }
