@@ -21,6 +21,7 @@ Runner defineFast(CLI::App& command);
 Runner defineSequence(CLI::App& command);
 Runner defineMovie(CLI::App& command);
 Runner defineFiles(CLI::App& command);
+Runner defineInfo(CLI::App& command);
 Runner defineClusterCheck(CLI::App& command);
 
 const std::vector<Command>& commands() {
@@ -30,6 +31,8 @@ const std::vector<Command>& commands() {
         {"movie", "render the animation into a movie file (AVI, MP4, MKV, MOV)", true, defineMovie},
         {"fast", "capture the scene repeatedly (files or PNG bytes)", true, defineFast},
         {"files", "list the files an export writes", false, defineFiles},
+        {"info", "list what a scene holds: objects, materials, cameras, lights, animations", false,
+         defineInfo},
         {"cluster-check", "start a render cluster, time one sample on it, stop it", true,
          defineClusterCheck},
     };
@@ -92,6 +95,14 @@ int usageError(Streams& io, const std::string& who, const std::string& text) {
 
 } // namespace
 
+namespace {
+std::string g_sceneOption;
+} // namespace
+
+const std::string& sceneOption() {
+    return g_sceneOption;
+}
+
 int run(const QStringList& args, Streams& io) {
     CLI::App app("", "kaexport");
     ProgramOptions program;
@@ -146,6 +157,7 @@ int run(const QStringList& args, Streams& io) {
                                 : program.headlight == "off"
                                     ? kaDefaultLights::Use::Never
                                     : kaDefaultLights::Use::WithoutSceneLights);
+    g_sceneOption = program.scene;
     if (!command->rendersScene)
         return runners[command->name](io, nullptr);
     Host host;

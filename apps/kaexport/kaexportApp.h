@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <iosfwd>
+#include <string>
 #include <vector>
 
 namespace CLI {
@@ -39,6 +40,10 @@ struct Command {
 };
 
 const std::vector<Command>& commands();
+
+// The scene file of --scene in the current run (empty: the built-in scene), for commands
+// that read the scene without rendering it.
+const std::string& sceneOption();
 
 // Runs kaexport with 'args' (without the program name). A QApplication must exist.
 int run(const QStringList& args, Streams& io);
