@@ -8,6 +8,7 @@
 #include "kaMessage.h"
 #include "kaPlatform.h"
 #include "kaPreferences.h"
+#include "kaSceneImport.h"
 
 #include <CLI/CLI.hpp>
 
@@ -47,6 +48,8 @@ struct ProgramOptions {
     std::vector<std::string> assignments;
     int pngLevel = -1;     // -1: the preference's
     std::string headlight; // empty: the preference's
+    std::string camera, view;
+    bool fit = false;
     bool verbose = false, version = false;
 };
 
@@ -73,6 +76,18 @@ void defineProgram(CLI::App& app, ProgramOptions& o) {
                    "lights of its own (the default), on always, off never (sets \"Headlight\")")
         ->type_name("auto|on|off")
         ->check(CLI::IsMember({"auto", "on", "off"}));
+    app.add_option("--camera", o.camera,
+                   "look through the scene's camera of this name, or number (1: the first, in "
+                   "the order kaexport info lists them)")
+        ->type_name("NAME");
+    app.add_option("--view", o.view,
+                   "look at the whole scene from a side: front, back, left, right, top, bottom "
+                   "or iso")
+        ->type_name("SIDE")
+        ->check(CLI::IsMember({"front", "back", "left", "right", "top", "bottom", "iso"}));
+    app.add_flag("--fit", o.fit,
+                 "move the camera back along its direction until the whole scene is in the "
+                 "picture");
     app.add_flag("--verbose,-v", o.verbose,
                  "also show the library's informational lines and diagnostics");
     app.add_flag("--version", o.version, "the program's version");
@@ -163,6 +178,14 @@ int run(const QStringList& args, Streams& io) {
     Host host;
     QString error;
     if (!host.loadScene(QString::fromStdString(program.scene), error)) {
+        io.err << "kaexport: " << error.toStdString() << "\n";
+        return Failed;
+    }
+    kaSceneImport::CameraChoice camera;
+    camera.camera = QString::fromStdString(program.camera);
+    camera.view = QString::fromStdString(program.view);
+    camera.fit = program.fit;
+    if (!host.lookThrough(camera, error)) {
         io.err << "kaexport: " << error.toStdString() << "\n";
         return Failed;
     }

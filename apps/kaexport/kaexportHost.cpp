@@ -261,6 +261,12 @@ bool Host::loadScene(const QString& sceneFile, QString& error) {
     return true;
 }
 
+bool Host::lookThrough(const kaSceneImport::CameraChoice& choice, QString& error) {
+    if (choice.camera.isEmpty() && choice.view.isEmpty() && !choice.fit)
+        return true;
+    return kaSceneImport::lookThrough(*_view, _view->getSceneRoot(), choice, error);
+}
+
 void Host::stepToFrame(int frame, int fps) {
     // Nobody sees this host's view: the frames are stepped, not drawn (as while an export's
     // render dialog holds the view).

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "kaSceneImport.h"
+
 #include <QString>
 
 #include <memory>
@@ -20,6 +22,9 @@ public:
     ~Host();
     // Loads 'sceneFile' (empty: the built-in scene); false with the reason in 'error'.
     bool loadScene(const QString& sceneFile, QString& error);
+    // Looks through the camera 'choice' names (nothing to do when it names none); false with
+    // the reason in 'error'.
+    bool lookThrough(const kaSceneImport::CameraChoice& choice, QString& error);
     // Steps the animation and the simulation from frame 0 to 'frame' at 'fps' as a sequence
     // export with step 1 does (the frames before it through the host's loop without being
     // drawn into files), so that the view shows 'frame' as that sequence would. 'fps' is the

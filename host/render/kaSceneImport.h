@@ -27,4 +27,18 @@ public:
     // them), starting at the current frame.
     static void show(kaOSGWidget& view, const osg::NodePtr& scene, const QString& fileName,
                      std::vector<osg::AnimNodeBasePtr> animations = {});
+
+    // Which camera the view looks through, when not the scene's first.
+    struct CameraChoice {
+        QString camera;    // a camera node's name, or its number (1 = the first)
+        QString view;      // front, back, left, right, top, bottom or iso: from that side
+        bool fit = false;  // the whole scene in the picture, seen from the camera's direction
+        double aspect = 0; // width / height of the pictures to fit (0: the view's)
+    };
+    // Puts the view's camera where 'choice' says under 'scene' (shown by 'view') and makes that
+    // camera the active one; a view or a fit is a new camera node ("Front View", "Fitted
+    // Camera") beside the others. False with the reason in 'error' (a camera that isn't there
+    // is named with those that are).
+    static bool lookThrough(kaOSGWidget& view, const osg::NodePtr& scene,
+                            const CameraChoice& choice, QString& error);
 };

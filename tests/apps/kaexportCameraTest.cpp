@@ -1,0 +1,111 @@
+// kaexport --camera, --view and --fit: which camera a picture is taken with.
+#include "kaTestSupport.h"
+#include "kaexportProcess.h"
+
+#include <OpenImageIO/imageio.h>
+
+#include <QFile>
+
+#include <gtest/gtest.h>
+
+using katest::KaexportResult;
+using katest::runKaexport;
+
+namespace {
+
+constexpr int W = 64, H = 48;
+
+bool writeFile(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+std::vector<float> pixels(const QString& file) {
+    auto in = OIIO::ImageInput::open(file.toStdString());
+    if (!in)
+        return {};
+    const OIIO::ImageSpec& spec = in->spec();
+    std::vector<float> values(size_t(spec.image_pixels()) * size_t(spec.nchannels));
+    if (!in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, values.data()))
+        return {};
+    return values;
+}
+
+// Whether the picture's middle shows the red cube (3 channels a pixel).
+bool redInTheMiddle(const std::vector<float>& values) {
+    const size_t at = (size_t(H / 2) * W + W / 2) * 3;
+    return values.size() > at + 2 && values[at] > values[at + 1] + 0.2f;
+}
+
+// A red cube 20 units behind a camera "Ahead" that looks down -Z from the origin, and a second
+// camera "Behind" at z = 30 that looks at the cube; no lights (the default lights show it).
+QByteArray cubeBehindTheCamera() {
+    const float p[24] = {-1, -1, -1, 1, -1, -1, 1, 1, -1, -1, 1, -1,
+                         -1, -1, 1,  1, -1, 1,  1, 1, 1,  -1, 1, 1};
+    const uint16_t i[36] = {0, 2, 1, 0, 3, 2, 4, 5, 6, 4, 6, 7, 0, 1, 5, 0, 5, 4,
+                            1, 2, 6, 1, 6, 5, 2, 3, 7, 2, 7, 6, 3, 0, 4, 3, 4, 7};
+    QByteArray buffer(reinterpret_cast<const char*>(p), sizeof p);
+    buffer.append(reinterpret_cast<const char*>(i), sizeof i);
+    return QByteArray(R"({
+  "asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0, 1, 2]}],
+  "nodes": [{"name": "Cube", "mesh": 0, "translation": [0, 0, 20]},
+            {"name": "Ahead", "camera": 0},
+            {"name": "Behind", "camera": 1, "translation": [0, 0, 30]}],
+  "meshes": [{"primitives": [{"attributes": {"POSITION": 0}, "indices": 1, "material": 0}]}],
+  "materials": [{"name": "Red", "pbrMetallicRoughness": {"baseColorFactor": [0.9, 0.05, 0.05, 1],
+                 "metallicFactor": 0.0, "roughnessFactor": 1.0}}],
+  "cameras": [{"type": "perspective", "perspective": {"yfov": 0.6, "znear": 0.1, "zfar": 200}},
+              {"type": "perspective", "perspective": {"yfov": 0.6, "znear": 0.1, "zfar": 200}}],
+  "buffers": [{"byteLength": 168, "uri": "data:application/octet-stream;base64,)") +
+           buffer.toBase64() + R"("}],
+  "bufferViews": [{"buffer": 0, "byteOffset": 0, "byteLength": 96}, {"buffer": 0, "byteOffset": 96, "byteLength": 72}],
+  "accessors": [{"bufferView": 0, "componentType": 5126, "count": 8, "type": "VEC3", "min": [-1, -1, -1], "max": [1, 1, 1]},
+                {"bufferView": 1, "componentType": 5123, "count": 36, "type": "SCALAR"}]
+})";
+}
+
+} // namespace
+
+class kaexportCamera : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(writeFile(scene, cubeBehindTheCamera())); }
+    std::vector<float> snapshot(const QStringList& options) {
+        const QString out = dir.file(QString("shot%1.png").arg(++count));
+        const KaexportResult r = runKaexport(
+            options + QStringList{"--scene", scene, "snapshot", out, "--width", QString::number(W),
+                                  "--height", QString::number(H), "--ss", "0"});
+        EXPECT_EQ(r.code, 0) << r.err.toStdString();
+        return pixels(out);
+    }
+    katest::TempDir dir;
+    const QString scene = dir.file("cube.gltf");
+    int count = 0;
+};
+
+TEST_F(kaexportCamera, TheFirstCameraUnlessNamedOrNumbered) {
+    const std::vector<float> first = snapshot({});
+    ASSERT_FALSE(first.empty());
+    EXPECT_FALSE(redInTheMiddle(first)) << "the first camera looks away from the cube";
+    EXPECT_EQ(snapshot({"--camera", "1"}), first);
+    const std::vector<float> behind = snapshot({"--camera", "Behind"});
+    EXPECT_TRUE(redInTheMiddle(behind));
+    EXPECT_EQ(snapshot({"--camera", "2"}), behind) << "by its number";
+}
+
+TEST_F(kaexportCamera, ACameraThatIsntThereIsNamedWithThoseThatAre) {
+    const KaexportResult r =
+        runKaexport({"--scene", scene, "--camera", "Side", "snapshot", dir.file("a.png")});
+    EXPECT_EQ(r.code, 1);
+    EXPECT_EQ(r.err.toStdString(),
+              "kaexport: The scene has no camera 'Side'; its cameras: 'Ahead', 'Behind'.\n");
+    EXPECT_FALSE(QFile::exists(dir.file("a.png")));
+    EXPECT_EQ(runKaexport({"--scene", scene, "--view", "up", "snapshot", dir.file("a.png")}).code,
+              2);
+}
+
+TEST_F(kaexportCamera, FitAndViewsShowTheWholeScene) {
+    // Along the first camera's direction, moved back until the cube is in the picture.
+    EXPECT_TRUE(redInTheMiddle(snapshot({"--fit"})));
+    for (const char* side : {"front", "back", "left", "right", "top", "bottom", "iso"})
+        EXPECT_TRUE(redInTheMiddle(snapshot({"--view", side}))) << side;
+}
