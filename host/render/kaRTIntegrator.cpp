@@ -115,17 +115,20 @@ float kaRTIntegrator::transmittance(V3 origin, V3 direction, float distance) con
     if (distance <= 0)
         return 1.0f;
     // Anything opaque in the way blocks the light whole: any hit answers that, and Embree stops
-    // at the first.
-    RTCIntersectContext context;
-    rtcInitIntersectContext(&context);
-    RTCRay ray = embreeRay(origin, direction, distance, kaRTScene::kBlocksLight);
-    rtcOccluded1(_scene.embree(), &context, &ray);
-    ++tRaysTraced;
-    if (ray.tfar < 0)
-        return 0.0f;
-    RTCScene lightThrough = _scene.lightThroughEmbree();
-    if (!lightThrough)
-        return 1.0f;
+    // at the first. (An Embree without ray masks walks through the whole scene instead.)
+    RTCScene lightThrough = _scene.embree();
+    if (kaRTScene::rayMasksWork()) {
+        RTCIntersectContext context;
+        rtcInitIntersectContext(&context);
+        RTCRay ray = embreeRay(origin, direction, distance, kaRTScene::kBlocksLight);
+        rtcOccluded1(_scene.embree(), &context, &ray);
+        ++tRaysTraced;
+        if (ray.tfar < 0)
+            return 0.0f;
+        lightThrough = _scene.lightThroughEmbree();
+        if (!lightThrough)
+            return 1.0f;
+    }
     float through = 1.0f;
     for (int layer = 0; layer < kMaxLayers && distance > 0; ++layer) {
         RTCRayHit rh;

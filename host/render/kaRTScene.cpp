@@ -24,6 +24,15 @@ RTCDevice kaRTDevice(std::string& error) {
     return device;
 }
 
+bool kaRTScene::rayMasksWork() {
+    static const bool work = [] {
+        std::string error;
+        RTCDevice device = kaRTDevice(error);
+        return device && rtcGetDeviceProperty(device, RTC_DEVICE_PROPERTY_RAY_MASK_SUPPORTED) != 0;
+    }();
+    return work;
+}
+
 namespace {
 
 // What users call the object: its node's name, or that of the nearest named ancestor.

@@ -37,6 +37,8 @@ public:
     // Embree masks of the surfaces: opaque ones block light whole; see-through ones and glowing
     // light fittings (which don't block the lights inside them) let some or all through.
     static constexpr unsigned kBlocksLight = 1, kLetsLightThrough = 2;
+    // Whether this Embree honours ray masks (a build option of Embree's).
+    static bool rayMasksWork();
     struct Light {
         bool directional = false;
         kaRT::V3 direction; // towards the light, for directional lights

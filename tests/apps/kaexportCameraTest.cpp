@@ -2,8 +2,6 @@
 #include "kaTestSupport.h"
 #include "kaexportProcess.h"
 
-#include <OpenImageIO/imageio.h>
-
 #include <QFile>
 
 #include <gtest/gtest.h>
@@ -14,22 +12,6 @@ using katest::runKaexport;
 namespace {
 
 constexpr int W = 64, H = 48;
-
-bool writeFile(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
-
-std::vector<float> pixels(const QString& file) {
-    auto in = OIIO::ImageInput::open(file.toStdString());
-    if (!in)
-        return {};
-    const OIIO::ImageSpec& spec = in->spec();
-    std::vector<float> values(size_t(spec.image_pixels()) * size_t(spec.nchannels));
-    if (!in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, values.data()))
-        return {};
-    return values;
-}
 
 // Whether the picture's middle shows the red cube (3 channels a pixel).
 bool redInTheMiddle(const std::vector<float>& values) {
@@ -68,14 +50,14 @@ QByteArray cubeBehindTheCamera() {
 
 class kaexportCamera : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_TRUE(writeFile(scene, cubeBehindTheCamera())); }
+    void SetUp() override { ASSERT_TRUE(katest::writeFile(scene, cubeBehindTheCamera())); }
     std::vector<float> snapshot(const QStringList& options) {
         const QString out = dir.file(QString("shot%1.png").arg(++count));
         const KaexportResult r = runKaexport(
             options + QStringList{"--scene", scene, "snapshot", out, "--width", QString::number(W),
                                   "--height", QString::number(H), "--ss", "0"});
         EXPECT_EQ(r.code, 0) << r.err.toStdString();
-        return pixels(out);
+        return katest::imagePixels(out);
     }
     katest::TempDir dir;
     const QString scene = dir.file("cube.gltf");

@@ -3,8 +3,6 @@
 #include "kaTestSupport.h"
 #include "kaexportProcess.h"
 
-#include <OpenImageIO/imageio.h>
-
 #include <QFile>
 
 #include <gtest/gtest.h>
@@ -13,17 +11,6 @@ using katest::KaexportResult;
 using katest::runKaexport;
 
 namespace {
-
-std::vector<float> pixels(const QString& file) {
-    auto in = OIIO::ImageInput::open(file.toStdString());
-    if (!in)
-        return {};
-    const OIIO::ImageSpec& spec = in->spec();
-    std::vector<float> values(size_t(spec.image_pixels()) * size_t(spec.nchannels));
-    if (!in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, values.data()))
-        return {};
-    return values;
-}
 
 constexpr int W = 64, H = 48;
 
@@ -56,7 +43,7 @@ protected:
              << "0";
         const KaexportResult r = runKaexport(args);
         EXPECT_EQ(r.code, 0) << r.err.toStdString();
-        return pixels(out);
+        return katest::imagePixels(out);
     }
     katest::TempDir dir;
     int count = 0;

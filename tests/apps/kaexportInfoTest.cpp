@@ -11,11 +11,6 @@ using katest::runKaexport;
 
 namespace {
 
-bool writeFile(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
-
 // One triangle in a node "Panel" with the material "Brass", a camera and a point light.
 QByteArray panelGltf() {
     const float positions[9] = {0, 0, 0, 2, 0, 0, 0, 1, 0};
@@ -45,7 +40,7 @@ QByteArray panelGltf() {
 
 TEST(kaexportInfo, ListsWhatAGltfFileHolds) {
     katest::TempDir dir;
-    ASSERT_TRUE(writeFile(dir.file("panel.gltf"), panelGltf()));
+    ASSERT_TRUE(katest::writeFile(dir.file("panel.gltf"), panelGltf()));
     const KaexportResult r = runKaexport({"info", dir.file("panel.gltf")});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     EXPECT_EQ(r.out.toStdString(),
@@ -65,10 +60,10 @@ TEST(kaexportInfo, ListsWhatAGltfFileHolds) {
 
 TEST(kaexportInfo, ASceneWithoutLightsOrCameraSaysHowItWillBeShown) {
     katest::TempDir dir;
-    ASSERT_TRUE(writeFile(dir.file("cube.obj"),
-                          "o Cube\nv -1 -1 -1\nv 1 -1 -1\nv 1 1 -1\nv -1 1 -1\nv -1 -1 1\n"
-                          "v 1 -1 1\nv 1 1 1\nv -1 1 1\nf 1 2 3 4\nf 5 8 7 6\nf 1 5 6 2\n"
-                          "f 2 6 7 3\nf 3 7 8 4\nf 5 1 4 8\n"));
+    ASSERT_TRUE(katest::writeFile(dir.file("cube.obj"),
+                                  "o Cube\nv -1 -1 -1\nv 1 -1 -1\nv 1 1 -1\nv -1 1 -1\nv -1 -1 1\n"
+                                  "v 1 -1 1\nv 1 1 1\nv -1 1 1\nf 1 2 3 4\nf 5 8 7 6\nf 1 5 6 2\n"
+                                  "f 2 6 7 3\nf 3 7 8 4\nf 5 1 4 8\n"));
     // The scene may also come from the program's --scene.
     KaexportResult r = runKaexport({"--scene", dir.file("cube.obj"), "info"});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
@@ -89,7 +84,7 @@ TEST(kaexportInfo, AFileThatCantBeReadIsNamedWithTheCause) {
     EXPECT_EQ(r.err.toStdString(), "kaexport info: The scene file '" +
                                        dir.file("missing.gltf").toStdString() +
                                        "' doesn't exist.\n");
-    ASSERT_TRUE(writeFile(dir.file("empty.obj"), "# nothing\n"));
+    ASSERT_TRUE(katest::writeFile(dir.file("empty.obj"), "# nothing\n"));
     r = runKaexport({"info", dir.file("empty.obj")});
     EXPECT_EQ(r.code, 1);
     EXPECT_TRUE(r.err.contains("empty.obj")) << r.err.toStdString();

@@ -2,6 +2,8 @@
 
 #include "kaPreferences.h"
 
+#include <OpenImageIO/imageio.h>
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -74,6 +76,22 @@ std::vector<std::string> folderEntries(const QString& folder) {
 QByteArray fileBytes(const QString& path) {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+bool writeFile(const QString& path, const QByteArray& bytes) {
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.flush();
+}
+
+std::vector<float> imagePixels(const QString& path) {
+    auto in = OIIO::ImageInput::open(path.toStdString());
+    if (!in)
+        return {};
+    const OIIO::ImageSpec& spec = in->spec();
+    std::vector<float> values(size_t(spec.image_pixels()) * size_t(spec.nchannels));
+    if (!in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, values.data()))
+        return {};
+    return values;
 }
 
 QByteArray animatedGltf() {

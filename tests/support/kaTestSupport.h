@@ -28,6 +28,11 @@ private:
 std::vector<std::string> folderEntries(const QString& folder);
 // The file's bytes; empty when it can't be read.
 QByteArray fileBytes(const QString& path);
+// Writes 'bytes' to 'path' whole; false when it can't.
+bool writeFile(const QString& path, const QByteArray& bytes);
+// An image file's pixels as floats, channel after channel, read with OpenImageIO; empty when
+// the file does not read back whole.
+std::vector<float> imagePixels(const QString& path);
 
 // A glTF 2.0 file as an authoring tool exports a keyframed object: a triangle node "Mover" lit
 // by nothing, that an animation "Move" carries from (0, 0, 0) to (2, 0, 0) while turning it a

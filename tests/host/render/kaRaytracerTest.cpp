@@ -704,4 +704,16 @@ TEST_F(Raytracer, ShadowsAreWholeBehindOpaqueSurfacesAndPartBehindSeeThroughOnes
     EXPECT_GT(still, lit - partly - 800);
     EXPECT_LT(other, 800) << "the ball covers about 600 pixels";
     EXPECT_GT(count(seeThrough, 0.0f, 0.0f), 200) << "opaque shadows stay whole";
+
+    // The same ball made opaque (its material only, the mesh unchanged) takes the sun whole.
+    for (const osg::NodePtr& node : osg::collectNodes(scene.getRoot()))
+        if (node->getName() == "Glass Ball")
+            if (auto* ball = dynamic_cast<osg::Geometry*>(node->getCore().get()))
+                osg::dynamic_pointer_cast<osg::SimpleMaterial>(ball->getMaterial())->opacity = 1.0f;
+    const std::vector<float> opaqueBall = sunlight();
+    long nowWhole = 0;
+    for (size_t i = 0; i < opaque.size(); ++i)
+        if (std::fabs(seeThrough[i] - full * 0.65f * 0.65f) < full * 1e-3f)
+            nowWhole += opaqueBall[i] == 0.0f;
+    EXPECT_EQ(nowWhole, partly) << "the ball's shadow, whole now";
 }

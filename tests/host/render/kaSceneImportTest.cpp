@@ -97,17 +97,12 @@ osg::GeometryPtr onlyGeometry(const osg::NodePtr& root) {
     return geometry;
 }
 
-bool writeFile(const QString& path, const QByteArray& bytes) {
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
-
 } // namespace
 
 // STL gives every triangle its own three corners: two triangles of a square share two.
 TEST(kaSceneImport, ATriangleSoupIsJoinedIntoSharedVertices) {
     katest::TempDir dir;
-    ASSERT_TRUE(writeFile(dir.file("square.stl"), R"(solid square
+    ASSERT_TRUE(katest::writeFile(dir.file("square.stl"), R"(solid square
 facet normal 0 0 1
  outer loop
   vertex 0 0 0
@@ -150,7 +145,7 @@ TEST(kaSceneImport, AnIndexedMeshKeepsItsVerticesAndIsSmoothAcrossSeams) {
         ply.append(char(3));
         ply.append(reinterpret_cast<const char*>(face), sizeof face);
     }
-    ASSERT_TRUE(writeFile(dir.file("tent.ply"), ply));
+    ASSERT_TRUE(katest::writeFile(dir.file("tent.ply"), ply));
     QString error;
     osg::NodePtr root = kaSceneImport::load(dir.file("tent.ply"), error);
     ASSERT_TRUE(root) << error.toStdString();
@@ -288,7 +283,7 @@ double radianceOf(double photometric) {
 // authoring package is not 1000 times as bright as white.
 TEST(kaSceneImport, GltfLightUnitsBecomeTheRenderersUnits) {
     katest::TempDir dir;
-    ASSERT_TRUE(writeFile(dir.file("lit.gltf"), litFloorGltf(1000.0f, 1.5f, 3.0f)));
+    ASSERT_TRUE(katest::writeFile(dir.file("lit.gltf"), litFloorGltf(1000.0f, 1.5f, 3.0f)));
     QString error;
     osg::NodePtr root = kaSceneImport::load(dir.file("lit.gltf"), error);
     ASSERT_TRUE(root) << error.toStdString();
@@ -305,7 +300,7 @@ TEST(kaSceneImport, GltfLightUnitsBecomeTheRenderersUnits) {
 TEST(kaSceneImport, AGltfLightLightsAWhiteFloorAsPhotometrySays) {
     katest::TempDir dir;
     const float candela = 500.0f, height = 1.5f;
-    ASSERT_TRUE(writeFile(dir.file("lit.gltf"), litFloorGltf(candela, height, 0.0f)));
+    ASSERT_TRUE(katest::writeFile(dir.file("lit.gltf"), litFloorGltf(candela, height, 0.0f)));
     QString error;
     osg::NodePtr root = kaSceneImport::load(dir.file("lit.gltf"), error);
     ASSERT_TRUE(root) << error.toStdString();
