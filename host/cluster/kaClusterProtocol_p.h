@@ -32,7 +32,7 @@ struct FrameHeader {
     uint8_t final;
     uint8_t sendPixels;
     uint8_t premultiply;
-    uint8_t reserved;
+    uint8_t defaultLights; // kaDefaultLights::Use, as the master has it
     uint64_t renderPasses;
     uint64_t copyPasses;
     uint32_t imageOps;

@@ -3,6 +3,7 @@
 #include "OSGCamera.h"
 #include "kaAnimManager.h"
 #include "kaColor.h"
+#include "kaDefaultLights.h"
 #include "kaRTCryptomatte.h"
 #include "kaRTSceneHandler.h"
 #include "kaRaytracer.h"
@@ -263,6 +264,7 @@ void kaClusterTransport::renderFrame(osg::NetWindow& window) {
     header.final = window.getIsFinalRtSample();
     header.sendPixels = window.getRendering() && window.getCopyPasses() != 0;
     header.premultiply = kaRaytracer::getPremultiply();
+    header.defaultLights = uint8_t(kaDefaultLights::use());
     header.renderPasses = window.getRenderPasses();
     header.copyPasses = window.getCopyPasses() & window.getRenderPasses();
     header.imageOps = window.getImageOps();

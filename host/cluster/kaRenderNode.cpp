@@ -5,6 +5,7 @@
 #include "kaClusterProtocol_p.h"
 #include "kaClusterSceneCodec.h"
 #include "kaColor.h"
+#include "kaDefaultLights.h"
 #include "kaRTCryptomatte.h"
 #include "kaRTRenderer.h"
 #include "kaRTSceneHandler.h"
@@ -142,6 +143,7 @@ private:
         osg::ChangeList::getCurrent()->clear();
 
         kaRaytracer::setPremultiply(h.premultiply != 0);
+        kaDefaultLights::setUse(kaDefaultLights::Use(std::min<int>(h.defaultLights, 2)));
         kaRaytracer::setThreadCount(h.threads);
         kaRenderParameter::setSampleOffset(h.sampleOffset);
         kaAnimManager::setCurrentFrameNoEvaluation(h.animationFrame, false);

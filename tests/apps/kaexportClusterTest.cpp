@@ -222,6 +222,30 @@ TEST(KaexportCluster, Cluster8BitPicturesAreWithinTwoCodeValuesOfTheLocalOnes) {
     EXPECT_LE(worst, 2.0f / 255.0f + 1e-6f);
 }
 
+// The nodes light the scene as the master says: here with the default lights besides the
+// scene's own.
+TEST(KaexportCluster, TheNodesUseTheDefaultLightsAsTheMasterDoes) {
+    katest::TempDir dir;
+    const QStringList common{"--raytracing", "--width", "48",   "--height", "32",
+                             "--samples",    "2",       "--ss", "0"};
+    const QStringList headlight{"--headlight", "on"};
+    const auto cluster =
+        runOnCluster(QStringList{"snapshot", dir.file("c.exr"), "--cluster", "localhost:2"} +
+                     common + headlight);
+    ASSERT_EQ(cluster.code, 0) << cluster.err.toStdString();
+    ASSERT_EQ(
+        katest::runKaexport(QStringList{"snapshot", dir.file("l.exr")} + common + headlight).code,
+        0);
+    ASSERT_EQ(katest::runKaexport(QStringList{"snapshot", dir.file("p.exr")} + common).code, 0);
+    const ExrContent c = readExr(dir.file("c.exr")), l = readExr(dir.file("l.exr")),
+                     plain = readExr(dir.file("p.exr"));
+    ASSERT_EQ(c.subimages.size(), 1u);
+    ASSERT_EQ(l.subimages.size(), 1u);
+    ASSERT_EQ(plain.subimages.size(), 1u);
+    EXPECT_TRUE(c.subimages[0] == l.subimages[0]);
+    EXPECT_FALSE(plain.subimages[0] == l.subimages[0]) << "the default lights show";
+}
+
 TEST(KaexportCluster, AKilledNodeFailsTheRunWithinTheTimeoutAndLeavesNothing) {
     katest::TempDir dir;
     QProcess process;
