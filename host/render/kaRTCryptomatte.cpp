@@ -2,6 +2,8 @@
 
 #include "OSGImageFileType.h"
 
+#include <murmurhash.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -23,10 +25,6 @@ struct State {
 State& state() {
     static State s;
     return s;
-}
-
-uint32_t rotl(uint32_t x, int r) {
-    return (x << r) | (x >> (32 - r));
 }
 
 std::string hex8(uint32_t value) {
@@ -97,46 +95,11 @@ bool kaRTCryptomatte::hasManifest() {
 }
 
 uint32_t kaRTCryptomatte::hashName(const std::string& name) {
-    const uint32_t c1 = 0xcc9e2d51, c2 = 0x1b873593;
-    const auto* data = reinterpret_cast<const uint8_t*>(name.data());
-    const size_t size = name.size();
-    const size_t blocks = size / 4;
-    uint32_t h = 0;
-    for (size_t i = 0; i < blocks; ++i) {
-        // Little-endian blocks whatever the machine, so that ids match other renderers'.
-        const uint8_t* p = data + i * 4;
-        uint32_t k =
-            uint32_t(p[0]) | uint32_t(p[1]) << 8 | uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24;
-        k *= c1;
-        k = rotl(k, 15);
-        k *= c2;
-        h ^= k;
-        h = rotl(h, 13);
-        h = h * 5 + 0xe6546b64;
-    }
-    const uint8_t* tail = data + blocks * 4;
-    uint32_t k = 0;
-    switch (size & 3) {
-    case 3:
-        k ^= uint32_t(tail[2]) << 16;
-        [[fallthrough]];
-    case 2:
-        k ^= uint32_t(tail[1]) << 8;
-        [[fallthrough]];
-    case 1:
-        k ^= tail[0];
-        k *= c1;
-        k = rotl(k, 15);
-        k *= c2;
-        h ^= k;
-    }
-    h ^= uint32_t(size);
-    h ^= h >> 16;
-    h *= 0x85ebca6b;
-    h ^= h >> 13;
-    h *= 0xc2b2ae35;
-    h ^= h >> 16;
-    return h;
+    // MurmurHash3 (32-bit, seed 0) of the name's bytes, as other renderers and compositors
+    // hash Cryptomatte names.
+    uint32_t hash = 0;
+    lmmh_x86_32(name.data(), unsigned(name.size()), 0, &hash);
+    return hash;
 }
 
 float kaRTCryptomatte::idOf(uint32_t hash) {
