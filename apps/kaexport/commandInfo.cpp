@@ -68,7 +68,8 @@ void listScene(const osg::NodePtr& root, const std::vector<osg::AnimNodeBasePtr>
             objects << "  " << nameOf(*node, "mesh");
             // Imported meshes hang below the node the author named (and placed).
             const osg::Node* parent = node->getParent();
-            if (parent && !parent->getName().empty() && parent != root.get())
+            if (parent && !parent->getName().empty() && parent != root.get() &&
+                parent->getName() != node->getName())
                 objects << " in \"" << parent->getName() << "\"";
             objects << ": " << mesh.indices.size() / 3 << " triangles"
                     << (mesh.colors.size() == mesh.positions.size() && !mesh.colors.empty()

@@ -99,7 +99,10 @@ struct Converter {
             const osg::MaterialPtr& material = mesh->mMaterialIndex < materials.size()
                                                    ? materials[mesh->mMaterialIndex]
                                                    : osg::MaterialPtr();
-            node->addChild(osg::Node::create(toGeometry(mesh, material), mesh->mName.C_Str()));
+            // Named after the object, not its mesh data: a Cryptomatte matte and the
+            // metadata name what the author named ("Ground", not "Plane"), and an object of
+            // several materials, split into several meshes, stays one object.
+            node->addChild(osg::Node::create(toGeometry(mesh, material), source->mName.C_Str()));
         }
         auto camera = cameras.find(source->mName.C_Str());
         if (camera != cameras.end()) {

@@ -46,7 +46,7 @@ TEST(kaexportInfo, ListsWhatAGltfFileHolds) {
     EXPECT_EQ(r.out.toStdString(),
               "Scene: panel.gltf\n"
               "Objects: 1 (1 triangles)\n"
-              "  \"PanelMesh\" in \"Panel\": 1 triangles, material \"Brass\"\n"
+              "  \"Panel\": 1 triangles, material \"Brass\"\n"
               "Materials: 1\n"
               "  \"Brass\": base colour 0.8 0.6 0.2, metallic 1, roughness 0.3, opacity 1\n"
               "Cameras: 1\n"

@@ -66,8 +66,11 @@ TEST(kaSceneImport, GltfLoadsWithNamesMaterialsAndCameras) {
     EXPECT_NEAR(where.y, 2.0f, 1e-5f);
     osg::GeometryPtr geometry;
     for (const osg::NodePtr& node : osg::collectNodes(panel))
-        if (auto g = osg::dynamic_pointer_cast<osg::Geometry>(node->getCore()))
+        if (auto g = osg::dynamic_pointer_cast<osg::Geometry>(node->getCore())) {
             geometry = g;
+            // Named after the object, as Cryptomatte mattes name it, not after its mesh data.
+            EXPECT_EQ(node->getName(), "Panel");
+        }
     ASSERT_TRUE(geometry);
     EXPECT_EQ(geometry->getMesh().indices.size(), 3u);
     auto brass = osg::dynamic_pointer_cast<osg::SimpleMaterial>(geometry->getMaterial());
