@@ -80,9 +80,35 @@ osg::GeometryPtr toGeometry(const aiMesh* mesh, const osg::MaterialPtr& material
 // 683 S lux) makes such a surface S / pi.
 constexpr float kGltfLightUnit = float(1.0 / (683.0 * M_PI));
 
+// How Assimp's reader of a format gives a camera's field of view (see the cameras below).
+enum class FovFormat { HalfHorizontal, WholeHorizontal, VerticalTimesAspect };
+
+// 'camera' (a node with the camera core) below a transform that turns our camera's axes (looking
+// down -Z, Y up) into those 'c' gives relative to its node; 'camera' itself when they agree.
+osg::NodePtr cameraFrame(const aiCamera& c, const osg::NodePtr& camera) {
+    aiVector3D ahead = c.mLookAt, up = c.mUp;
+    if (ahead.SquareLength() <= 0 || up.SquareLength() <= 0)
+        return camera;
+    ahead.Normalize();
+    up = up - ahead * (up * ahead); // square to the direction
+    if (up.SquareLength() <= 1e-12f)
+        return camera;
+    up.Normalize();
+    if ((ahead - aiVector3D(0, 0, -1)).SquareLength() < 1e-10f &&
+        (up - aiVector3D(0, 1, 0)).SquareLength() < 1e-10f)
+        return camera;
+    const aiVector3D back = -ahead, side = up ^ back;
+    // Columns: where our X, Y and Z axes point in the node's space.
+    const aiMatrix4x4 frame(side.x, up.x, back.x, 0, side.y, up.y, back.y, 0, side.z, up.z, back.z,
+                            0, 0, 0, 0, 1);
+    osg::NodePtr place = osg::Node::create(osg::Transform::create(toOsgMatrix(frame)), "");
+    place->addChild(camera);
+    return place;
+}
+
 struct Converter {
     const aiScene* scene;
-    bool gltfFov;
+    FovFormat fovFormat;
     float lightUnit; // what one unit of the file's light intensity is in ours
     std::vector<osg::MaterialPtr> materials;
     std::map<std::string, const aiCamera*> cameras;
@@ -107,15 +133,23 @@ struct Converter {
         auto camera = cameras.find(source->mName.C_Str());
         if (camera != cameras.end()) {
             const aiCamera* c = camera->second;
-            // Assimp keeps half the horizontal angle; its glTF reader instead stores the file's
-            // vertical angle times the aspect ratio. Ours is the whole vertical angle.
+            // Assimp's angle is meant to be half the horizontal one, and is for most formats;
+            // its FBX and COLLADA readers give the whole angle the file holds, and its glTF
+            // reader the file's vertical angle times the aspect ratio. Ours is the whole
+            // vertical angle.
             const float aspect = c->mAspect > 0.0f ? c->mAspect : 1.0f;
-            const float vertical = gltfFov ? c->mHorizontalFOV / aspect
-                                           : 2.0f * std::atan(std::tan(c->mHorizontalFOV) / aspect);
-            node->addChild(
+            const float halfHorizontal =
+                fovFormat == FovFormat::WholeHorizontal ? c->mHorizontalFOV / 2 : c->mHorizontalFOV;
+            const float vertical = fovFormat == FovFormat::VerticalTimesAspect
+                                       ? c->mHorizontalFOV / aspect
+                                       : 2.0f * std::atan(std::tan(halfHorizontal) / aspect);
+            osg::NodePtr cameraNode =
                 osg::Node::create(osg::CameraCore::create(vertical * 180.0f / float(M_PI),
                                                           c->mClipPlaneNear, c->mClipPlaneFar),
-                                  c->mName.C_Str()));
+                                  c->mName.C_Str());
+            // A camera may look along another axis of its node than ours (-Z, Y up): FBX
+            // cameras look along +X.
+            node->addChild(cameraFrame(*c, cameraNode));
         }
         auto light = lights.find(source->mName.C_Str());
         if (light != lights.end()) {
@@ -233,7 +267,10 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
     }
     const QString suffix = QFileInfo(fileName).suffix().toLower();
     const bool gltf = suffix == "gltf" || suffix == "glb";
-    Converter converter{scene, gltf, gltf ? kGltfLightUnit : 1.0f, {}, {}, {}, {}};
+    const FovFormat fov = gltf                                 ? FovFormat::VerticalTimesAspect
+                          : suffix == "fbx" || suffix == "dae" ? FovFormat::WholeHorizontal
+                                                               : FovFormat::HalfHorizontal;
+    Converter converter{scene, fov, gltf ? kGltfLightUnit : 1.0f, {}, {}, {}, {}};
     for (unsigned i = 0; i < scene->mNumMaterials; ++i)
         converter.materials.push_back(toMaterial(scene->mMaterials[i]));
     for (unsigned i = 0; i < scene->mNumCameras; ++i)

@@ -85,7 +85,15 @@ osg::NodePtr automaticCamera(const osg::NodePtr& scene, float fovDegrees) {
 void lookThroughNode(kaOSGWidget& view, const osg::NodePtr& camera) {
     if (auto core = camera ? osg::dynamic_pointer_cast<osg::CameraCore>(camera->getCore())
                            : osg::CameraCorePtr()) {
-        beaconOf(view)->setMatrix(camera->getToWorld());
+        // Where the camera is and where it looks, without the scale of the nodes above it
+        // (FBX files come in centimetres, scaled by 100): a scaled view would shrink the world
+        // behind the near plane.
+        const osg::Matrix world = camera->getToWorld();
+        const osg::Pnt3f eye = world.transformPoint({0, 0, 0});
+        const osg::Vec3f ahead = world.transformVector({0, 0, -1});
+        beaconOf(view)->setMatrix(
+            osg::Matrix::lookAt(eye, {eye.x + ahead.x, eye.y + ahead.y, eye.z + ahead.z},
+                                world.transformVector({0, 1, 0})));
         view.getCamera()->setFov(core->getFov());
         view.getCamera()->setNear(core->getNear());
         view.getCamera()->setFar(core->getFar());

@@ -91,3 +91,39 @@ TEST_F(kaexportCamera, FitAndViewsShowTheWholeScene) {
     for (const char* side : {"front", "back", "left", "right", "top", "bottom", "iso"})
         EXPECT_TRUE(redInTheMiddle(snapshot({"--view", side}))) << side;
 }
+
+// Cameras as an authoring package writes them (files Blender made, tests/data/blender): the
+// cube it looked at covers the pixels its camera projects it to. (The FBX camera looks along
+// its node's +X, in a file scaled to centimetres; COLLADA and FBX give the whole horizontal
+// angle.)
+class kaexportAuthoredCamera : public testing::TestWithParam<const char*> {};
+
+TEST_P(kaexportAuthoredCamera, FramesTheSceneAsItsAuthorDid) {
+    katest::TempDir dir;
+    const QString scene = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/" + GetParam();
+    const KaexportResult r = runKaexport({"--scene", scene, "snapshot", dir.file("shot.png"),
+                                          "--width", "320", "--height", "240", "--ss", "0"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::vector<float> values = katest::imagePixels(dir.file("shot.png"));
+    ASSERT_EQ(values.size(), size_t(320 * 240 * 3));
+    int left = 320, right = -1, top = 240, bottom = -1;
+    for (int y = 0; y < 240; ++y)
+        for (int x = 0; x < 320; ++x) {
+            const float* p = &values[(size_t(y) * 320 + size_t(x)) * 3];
+            if (p[0] > p[1] + 0.2f) {
+                left = std::min(left, x), right = std::max(right, x);
+                top = std::min(top, y), bottom = std::max(bottom, y);
+            }
+        }
+    // The cube's corners projected through Blender's camera: x from 118.9 to 199.8, y from
+    // 80.8 to 164.0 (rows from the top).
+    EXPECT_NEAR(left, 119, 1);
+    EXPECT_NEAR(right, 199, 1);
+    EXPECT_NEAR(top, 81, 1);
+    EXPECT_NEAR(bottom, 163, 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, kaexportAuthoredCamera, testing::Values("shot.fbx", "shot.dae"),
+                         [](const testing::TestParamInfo<const char*>& info) {
+                             return std::string(info.param).substr(5);
+                         });
