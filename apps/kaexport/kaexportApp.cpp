@@ -5,6 +5,7 @@
 
 #include "kaAtomicFile.h"
 #include "kaDefaultLights.h"
+#include "kaExposure.h"
 #include "kaMessage.h"
 #include "kaPlatform.h"
 #include "kaPreferences.h"
@@ -12,6 +13,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
 #include <map>
 #include <ostream>
 
@@ -50,6 +52,7 @@ struct ProgramOptions {
     std::string headlight; // empty: the preference's
     std::string camera, view;
     bool fit = false;
+    double exposure = std::nan(""); // NaN: the preference's
     bool verbose = false, version = false;
 };
 
@@ -76,6 +79,11 @@ void defineProgram(CLI::App& app, ProgramOptions& o) {
                    "lights of its own (the default), on always, off never (sets \"Headlight\")")
         ->type_name("auto|on|off")
         ->check(CLI::IsMember({"auto", "on", "off"}));
+    app.add_option("--exposure", o.exposure,
+                   "stops of light: lights and glowing surfaces 2^EV as bright (sets "
+                   "\"Exposure\")")
+        ->type_name("EV")
+        ->check(rangeCheck(-20.0, 20.0));
     app.add_option("--camera", o.camera,
                    "look through the scene's camera of this name, or number (1: the first, in "
                    "the order kaexport info lists them)")
@@ -173,6 +181,8 @@ int run(const QStringList& args, Streams& io) {
                                     ? kaDefaultLights::Use::Never
                                     : kaDefaultLights::Use::WithoutSceneLights);
     g_sceneOption = program.scene;
+    if (!std::isnan(program.exposure))
+        kaExposure::setStops(float(program.exposure));
     if (!command->rendersScene)
         return runners[command->name](io, nullptr);
     Host host;

@@ -41,6 +41,7 @@ struct FrameHeader {
     int32_t sampleOffset;
     int32_t animationFrame;
     uint32_t colorSpace;
+    float exposure; // stops (kaExposure), as the master has them
     int32_t threads;
     float viewing[16];
     float projection[16];

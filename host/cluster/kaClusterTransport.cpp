@@ -4,6 +4,7 @@
 #include "kaAnimManager.h"
 #include "kaColor.h"
 #include "kaDefaultLights.h"
+#include "kaExposure.h"
 #include "kaRTCryptomatte.h"
 #include "kaRTSceneHandler.h"
 #include "kaRaytracer.h"
@@ -265,6 +266,7 @@ void kaClusterTransport::renderFrame(osg::NetWindow& window) {
     header.sendPixels = window.getRendering() && window.getCopyPasses() != 0;
     header.premultiply = kaRaytracer::getPremultiply();
     header.defaultLights = uint8_t(kaDefaultLights::use());
+    header.exposure = kaExposure::stops();
     header.renderPasses = window.getRenderPasses();
     header.copyPasses = window.getCopyPasses() & window.getRenderPasses();
     header.imageOps = window.getImageOps();

@@ -6,6 +6,7 @@
 #include "kaClusterSceneCodec.h"
 #include "kaColor.h"
 #include "kaDefaultLights.h"
+#include "kaExposure.h"
 #include "kaRTCryptomatte.h"
 #include "kaRTRenderer.h"
 #include "kaRTSceneHandler.h"
@@ -144,6 +145,7 @@ private:
 
         kaRaytracer::setPremultiply(h.premultiply != 0);
         kaDefaultLights::setUse(kaDefaultLights::Use(std::min<int>(h.defaultLights, 2)));
+        kaExposure::setStops(h.exposure);
         kaRaytracer::setThreadCount(h.threads);
         kaRenderParameter::setSampleOffset(h.sampleOffset);
         kaAnimManager::setCurrentFrameNoEvaluation(h.animationFrame, false);

@@ -63,6 +63,8 @@ const std::vector<Key>& all() {
          "default lights (a headlight and a soft environment): 0 for scenes without lights, "
          "1 always, 2 never",
          0, 2},
+        {"Exposure", kFloat, "stops of light: lights and glowing surfaces 2^stops as bright", -20,
+         20},
         {"Play Sound On Export", kBool, "beep when an export has finished"},
     };
     return keys;
@@ -112,6 +114,7 @@ kaMessage defaults() {
     m.set("Monitorprofile", QString());
     m.set("Imageprofile", QString());
     m.set("Headlight", 0);
+    m.set("Exposure", 0.0f);
     m.set("Play Sound On Export", false);
     return m;
 }

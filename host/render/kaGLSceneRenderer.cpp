@@ -1,6 +1,7 @@
 #include "kaGLSceneRenderer.h"
 
 #include "kaDefaultLights.h"
+#include "kaExposure.h"
 
 #include "OSGGeometry.h"
 #include "OSGNodeCores.h"
@@ -250,8 +251,12 @@ struct Lights {
     int directionalCount() const { return int(std::min<size_t>(directions.size(), 8)); }
     int pointCount() const { return int(std::min<size_t>(positions.size(), 8)); }
 
-    void add(const osg::WorldLight& l) {
+    float exposure = kaExposure::scale();
+
+    void add(const osg::WorldLight& light) {
         ++added;
+        osg::WorldLight l = light;
+        l.power = {l.power.r * exposure, l.power.g * exposure, l.power.b * exposure};
         switch (l.kind) {
         case osg::WorldLight::Directional:
             directions.push_back(l.direction);
@@ -666,7 +671,8 @@ struct kaGLSceneRenderer::Impl {
                 material ? material->baseColor : osg::Color3f{0.8f, 0.8f, 0.8f};
             const osg::Color3f glow = material ? material->emission : osg::Color3f{};
             glUniform3f(at(program, "baseColor"), base.r, base.g, base.b);
-            glUniform3f(at(program, "emission"), glow.r, glow.g, glow.b);
+            glUniform3f(at(program, "emission"), glow.r * lights.exposure, glow.g * lights.exposure,
+                        glow.b * lights.exposure);
             glUniform1f(at(program, "metallic"), material ? material->metallic : 0.0f);
             glUniform1f(at(program, "roughness"), material ? material->roughness : 0.5f);
             glUniform1f(at(program, "opacity"), opacity);

@@ -1,6 +1,7 @@
 #include "kaRTScene_p.h"
 
 #include "OSGNodeCores.h"
+#include "kaExposure.h"
 #include "kaRTCryptomatte.h"
 
 #include <algorithm>
@@ -47,7 +48,7 @@ kaRTScene::Material materialOf(const osg::Geometry& geometry) {
     kaRTScene::Material m;
     if (const osg::SimpleMaterial* s = osg::resolveSimpleMaterial(geometry.getMaterial().get())) {
         m.base = kaRT::v3(s->baseColor);
-        m.emission = kaRT::v3(s->emission);
+        m.emission = kaRT::v3(s->emission) * kaExposure::scale();
         m.metallic = std::min(std::max(s->metallic, 0.0f), 1.0f);
         m.roughness = std::min(std::max(s->roughness, 0.0f), 1.0f);
         m.opacity = std::min(std::max(s->opacity, 0.0f), 1.0f);
@@ -80,7 +81,7 @@ kaRTScene::~kaRTScene() {
 }
 
 void kaRTScene::addLight(const osg::WorldLight& l) {
-    const V3 power = kaRT::v3(l.power);
+    const V3 power = kaRT::v3(l.power) * kaExposure::scale();
     if (l.kind == osg::WorldLight::Directional)
         _lights.push_back({true, {-l.direction.x, -l.direction.y, -l.direction.z}, {}, power});
     else if (l.kind == osg::WorldLight::Point)

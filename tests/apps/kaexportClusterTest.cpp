@@ -223,12 +223,12 @@ TEST(KaexportCluster, Cluster8BitPicturesAreWithinTwoCodeValuesOfTheLocalOnes) {
 }
 
 // The nodes light the scene as the master says: here with the default lights besides the
-// scene's own.
-TEST(KaexportCluster, TheNodesUseTheDefaultLightsAsTheMasterDoes) {
+// scene's own, a stop up.
+TEST(KaexportCluster, TheNodesLightTheSceneAsTheMasterDoes) {
     katest::TempDir dir;
     const QStringList common{"--raytracing", "--width", "48",   "--height", "32",
                              "--samples",    "2",       "--ss", "0"};
-    const QStringList headlight{"--headlight", "on"};
+    const QStringList headlight{"--headlight", "on", "--exposure", "1"};
     const auto cluster =
         runOnCluster(QStringList{"snapshot", dir.file("c.exr"), "--cluster", "localhost:2"} +
                      common + headlight);
@@ -243,7 +243,7 @@ TEST(KaexportCluster, TheNodesUseTheDefaultLightsAsTheMasterDoes) {
     ASSERT_EQ(l.subimages.size(), 1u);
     ASSERT_EQ(plain.subimages.size(), 1u);
     EXPECT_TRUE(c.subimages[0] == l.subimages[0]);
-    EXPECT_FALSE(plain.subimages[0] == l.subimages[0]) << "the default lights show";
+    EXPECT_FALSE(plain.subimages[0] == l.subimages[0]) << "the lights differ";
 }
 
 TEST(KaexportCluster, AKilledNodeFailsTheRunWithinTheTimeoutAndLeavesNothing) {

@@ -74,3 +74,16 @@ TEST_F(kaexportHeadlight, AnUnknownChoiceIsAUsageError) {
     EXPECT_TRUE(r.err.contains("--headlight")) << r.err.toStdString();
     EXPECT_FALSE(QFile::exists(dir.file("a.png")));
 }
+
+TEST_F(kaexportHeadlight, ExposureBrightensTheLitScene) {
+    const std::vector<float> plain = snapshot(QString(), {});
+    const std::vector<float> brighter = snapshot(QString(), {"--exposure", "1"});
+    ASSERT_EQ(plain.size(), brighter.size());
+    ASSERT_FALSE(plain.empty());
+    double sumPlain = 0, sumBrighter = 0;
+    for (size_t i = 0; i < plain.size(); ++i)
+        sumPlain += plain[i], sumBrighter += brighter[i];
+    EXPECT_GT(sumBrighter, sumPlain * 1.1);
+    EXPECT_EQ(snapshot(QString(), {"--set", "Exposure=1"}), brighter) << "the preference";
+    EXPECT_EQ(runKaexport({"--exposure", "bright", "snapshot", dir.file("x.png")}).code, 2);
+}

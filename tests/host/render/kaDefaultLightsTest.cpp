@@ -3,7 +3,9 @@
 // preference says always or never instead.
 #include "kaDefaultLights.h"
 #include "OSGGeometry.h"
+#include "OSGMaterial.h"
 #include "OSGNodeCores.h"
+#include "kaExposure.h"
 #include "kaOSGWidget.h"
 #include "kaPreferences.h"
 #include "kaSharedOffscreenRender.h"
@@ -38,6 +40,7 @@ protected:
         kaOSGWidget::setRaytracing(false);
         kaOSGWidget::setMainView(nullptr);
         kaDefaultLights::setUse(kaDefaultLights::Use::WithoutSceneLights);
+        kaExposure::setStops(0.0f);
     }
 
     osg::ImagePtr render() {
@@ -96,6 +99,22 @@ TEST_P(DefaultLights, FollowTheCamera) {
     const float slanted = centre(render());
     EXPECT_GT(slanted, 0.0f);
     EXPECT_LT(slanted, headOn - 0.05f);
+}
+
+// Exposure: every light and every glowing surface twice as bright a stop up, in both renderers.
+TEST_P(DefaultLights, ExposureScalesEveryLightAndGlow) {
+    for (const osg::NodePtr& node : osg::collectNodes(root))
+        if (auto* floor = dynamic_cast<osg::Geometry*>(node->getCore().get()))
+            osg::dynamic_pointer_cast<osg::SimpleMaterial>(floor->getMaterial())->emission = {
+                0.1f, 0.05f, 0.0f};
+    const osg::Color4f before = render()->getPixel(W / 2, H / 2);
+    kaExposure::setStops(1.0f);
+    EXPECT_FLOAT_EQ(kaExposure::scale(), 2.0f);
+    const osg::Color4f after = render()->getPixel(W / 2, H / 2);
+    EXPECT_FLOAT_EQ(after.r, 2.0f * before.r);
+    EXPECT_FLOAT_EQ(after.g, 2.0f * before.g);
+    EXPECT_FLOAT_EQ(after.b, 2.0f * before.b);
+    EXPECT_GT(before.r, before.b + 0.05f) << "the glow shows";
 }
 
 INSTANTIATE_TEST_SUITE_P(Renderers, DefaultLights, testing::Values(false, true),
