@@ -329,6 +329,18 @@ void kaPixelEncoder::store(osg::Image& image, int x, int y, int w, int h, const 
     }
 
     const bool straight = hasAlpha && (isInteger || mode == osg::Image::AlphaMode::Straight);
+    // A premultiplied pixel's colour as the image keeps it: straight where the image keeps
+    // straight alpha, the alpha colour where nothing was drawn.
+    auto colourOf = [&](const float* p, float c[3]) {
+        c[0] = p[0], c[1] = p[1], c[2] = p[2];
+        if (!straight)
+            return;
+        if (p[3] > 0.0f)
+            for (int k = 0; k < 3; ++k)
+                c[k] /= p[3];
+        else
+            c[0] = m.alphaColor.r, c[1] = m.alphaColor.g, c[2] = m.alphaColor.b;
+    };
     // Float pixels: linear, in the colour space's primaries, written in place (every render
     // pass of a raytraced picture comes through here).
     if (plainFloats) {
@@ -340,14 +352,8 @@ void kaPixelEncoder::store(osg::Image& image, int x, int y, int w, int h, const 
                 continue;
             }
             for (int i = x0; i < x1; ++i, p += 4, out += components) {
-                float c[3] = {p[0], p[1], p[2]};
-                if (straight) {
-                    if (p[3] > 0.0f)
-                        for (float& v : c)
-                            v /= p[3];
-                    else
-                        c[0] = m.alphaColor.r, c[1] = m.alphaColor.g, c[2] = m.alphaColor.b;
-                }
+                float c[3];
+                colourOf(p, c);
                 m.space(c, out);
                 if (hasAlpha)
                     out[3] = p[3];
@@ -365,14 +371,8 @@ void kaPixelEncoder::store(osg::Image& image, int x, int y, int w, int h, const 
         const float* in = rgba + (size_t(row - y) * size_t(w) + size_t(x0 - x)) * 4;
         for (int i = 0; i < x1 - x0; ++i) {
             const float* p = in + size_t(i) * 4;
-            float c[3] = {p[0], p[1], p[2]};
-            if (straight) {
-                if (p[3] > 0.0f)
-                    for (float& v : c)
-                        v /= p[3];
-                else
-                    c[0] = m.alphaColor.r, c[1] = m.alphaColor.g, c[2] = m.alphaColor.b;
-            }
+            float c[3];
+            colourOf(p, c);
             if (isInteger)
                 for (float& v : c)
                     v = std::max(v, 0.0f);

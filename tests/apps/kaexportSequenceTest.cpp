@@ -21,18 +21,6 @@ using katest::runKaexport;
 
 namespace {
 
-// The pixels as floats; empty when the file does not read back whole.
-std::vector<float> pixels(const QString& file) {
-    auto in = OIIO::ImageInput::open(file.toStdString());
-    if (!in)
-        return {};
-    const OIIO::ImageSpec& spec = in->spec();
-    std::vector<float> values(size_t(spec.image_pixels()) * size_t(spec.nchannels));
-    if (!in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, values.data()))
-        return {};
-    return values;
-}
-
 // The file's annotation without the lines that tell when it was made.
 QString annotationWithoutClocks(const QString& file) {
     auto in = OIIO::ImageInput::open(file.toStdString());
@@ -94,7 +82,7 @@ TEST_F(kaexportSequence, ExistingFilesNeedForceOrResume) {
         QStringList{"sequence", dir.file("b.png"), "--start", "0", "--stop", "1", "--force"} +
         small);
     EXPECT_EQ(r.code, 0) << r.err.toStdString();
-    EXPECT_FALSE(pixels(dir.file("b-00001.png")).empty());
+    EXPECT_FALSE(katest::imagePixels(dir.file("b-00001.png")).empty());
 }
 
 TEST_F(kaexportSequence, UsageErrorsSayWhy) {
@@ -146,9 +134,9 @@ TEST_F(kaexportSequence, AResumedSequenceEqualsOneThatWasNeverInterrupted) {
     std::vector<float> previous;
     for (const char* frame : {"00002", "00005", "00008", "00011", "00014"}) {
         const QString name = QString("f-%1.png").arg(frame);
-        const std::vector<float> a = pixels(dir.file("whole/" + name));
+        const std::vector<float> a = katest::imagePixels(dir.file("whole/" + name));
         ASSERT_FALSE(a.empty()) << frame;
-        EXPECT_EQ(a, pixels(dir.file("resumed/" + name))) << frame;
+        EXPECT_EQ(a, katest::imagePixels(dir.file("resumed/" + name))) << frame;
         EXPECT_EQ(annotationWithoutClocks(dir.file("whole/" + name)),
                   annotationWithoutClocks(dir.file("resumed/" + name)))
             << frame;
@@ -173,10 +161,10 @@ TEST_F(kaexportSequence, ASnapshotOfAFrameEqualsThatFrameOfTheSequence) {
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     r = runKaexport(QStringList{"snapshot", dir.file("zero.png")} + small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    const std::vector<float> frame = pixels(dir.file("s-00030.png"));
+    const std::vector<float> frame = katest::imagePixels(dir.file("s-00030.png"));
     ASSERT_FALSE(frame.empty());
-    EXPECT_EQ(frame, pixels(dir.file("one.png")));
-    EXPECT_NE(frame, pixels(dir.file("zero.png")));
+    EXPECT_EQ(frame, katest::imagePixels(dir.file("one.png")));
+    EXPECT_NE(frame, katest::imagePixels(dir.file("zero.png")));
 }
 
 TEST_F(kaexportSequence, TheAnimationOptionDrivesTheFrames) {
@@ -206,7 +194,8 @@ TEST_F(kaexportSequence, CtrlCKeepsTheFinishedFramesAndResumeCompletesThem) {
     EXPECT_LT(kept.size(), 401);
     for (const QString& name : kept) {
         EXPECT_FALSE(name.startsWith(".")) << "no temporary file is left: " << name.toStdString();
-        EXPECT_FALSE(pixels(dir.file(name)).empty()) << name.toStdString() << " is whole";
+        EXPECT_FALSE(katest::imagePixels(dir.file(name)).empty())
+            << name.toStdString() << " is whole";
     }
 
     const KaexportResult r = runKaexport(
@@ -226,9 +215,9 @@ TEST_F(kaexportSequence, AnImportedSceneMovesWithItsOwnAnimation) {
                                                "30", "--step", "15", "--animation", "Move"} +
                                    small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    const std::vector<float> first = pixels(dir.file("out/m-00000.png")),
-                             middle = pixels(dir.file("out/m-00015.png")),
-                             last = pixels(dir.file("out/m-00030.png"));
+    const std::vector<float> first = katest::imagePixels(dir.file("out/m-00000.png")),
+                             middle = katest::imagePixels(dir.file("out/m-00015.png")),
+                             last = katest::imagePixels(dir.file("out/m-00030.png"));
     ASSERT_FALSE(first.empty());
     EXPECT_NE(first, middle);
     EXPECT_NE(middle, last);
@@ -243,7 +232,8 @@ TEST_F(kaexportSequence, AnImportedSceneMovesWithItsOwnAnimation) {
                                 "30"} +
                     small);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
-    EXPECT_EQ(pixels(dir.file("out/end.png")), pixels(dir.file("out/s-00030.png")));
+    EXPECT_EQ(katest::imagePixels(dir.file("out/end.png")),
+              katest::imagePixels(dir.file("out/s-00030.png")));
 }
 
 TEST_F(kaexportSequence, TheProgressOfAStereoSequenceCountsEveryEye) {
