@@ -4,8 +4,6 @@
 
 #include <boost/any.hpp>
 
-#include <cmath>
-
 namespace kaDefaultLights {
 
 namespace {
@@ -41,10 +39,9 @@ std::vector<osg::WorldLight> rig(const osg::Matrix& viewing) {
     osg::Matrix eyeToWorld;
     osg::Vec3f ahead{0, 0, -1};
     if (viewing.invert(eyeToWorld)) {
-        const osg::Vec3f v = eyeToWorld.transformVector({0, 0, -1});
-        const float length = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
-        if (length > 0)
-            ahead = {v.x / length, v.y / length, v.z / length};
+        const osg::Vec3f v = osg::normalize(eyeToWorld.transformVector({0, 0, -1}));
+        if (osg::dot(v, v) > 0)
+            ahead = v;
     }
     osg::WorldLight headlight{osg::WorldLight::Directional, ahead, {}, {}};
     headlight.power = {kHeadlight, kHeadlight, kHeadlight};

@@ -106,9 +106,10 @@ void lookThroughNode(kaOSGWidget& view, const osg::NodePtr& camera) {
     cameras->setActiveCamera(camera);
 }
 
+// Unit length; straight ahead for a direction of none.
 osg::Vec3f normalized(const osg::Vec3f& v) {
-    const float length = std::sqrt(v.x * v.x + v.y * v.y + v.z * v.z);
-    return length > 0 ? osg::Vec3f{v.x / length, v.y / length, v.z / length} : osg::Vec3f{0, 0, -1};
+    const osg::Vec3f n = osg::normalize(v);
+    return osg::dot(n, n) > 0 ? n : osg::Vec3f{0, 0, -1};
 }
 
 // Where a named view looks (and which way is up); false for a name that isn't one.
