@@ -8,12 +8,13 @@
 
 #include <QDataStream>
 
+#include <algorithm>
 #include <cstring>
 
 namespace {
 
 constexpr quint32 kMagic = 0x4b415343; // "KASC"
-constexpr quint32 kVersion = 1;
+constexpr quint32 kVersion = 2;
 constexpr osg::BitVector kEverything = ~osg::BitVector(0);
 
 // Raw copies of plain arrays: meshes of millions of triangles go through as one block each.
@@ -157,12 +158,14 @@ void kaClusterSceneEncoder::write(Writer& out, const osg::FieldContainer* contai
         if (image->hasData())
             s.writeRawData(reinterpret_cast<const char*>(image->getData()), int(image->getSize()));
     } else if (auto* material = dynamic_cast<const osg::SimpleMaterial*>(container)) {
+        ensure(out, material->baseColorMap.get());
         s << container->getId() << QByteArray("SimpleMaterial") << quint64(mask)
           << QByteArray::fromStdString(material->getName());
         writeColor(s, material->baseColor);
         s << material->metallic << material->roughness;
         writeColor(s, material->emission);
-        s << material->opacity << material->translucency;
+        s << material->opacity << material->translucency << idOf(material->baseColorMap.get())
+          << qint32(material->wrapU) << qint32(material->wrapV);
     } else if (auto* switched = dynamic_cast<const osg::SwitchMaterial*>(container)) {
         for (size_t i = 0; i < switched->getNMaterials(); ++i)
             ensure(out, switched->getMaterial(i).get());
@@ -363,7 +366,12 @@ bool kaClusterSceneDecoder::read(Reader& in, std::string& error) {
             material->baseColor = readColor(s);
             s >> material->metallic >> material->roughness;
             material->emission = readColor(s);
-            s >> material->opacity >> material->translucency;
+            quint32 mapId = 0;
+            qint32 wrapU = 0, wrapV = 0;
+            s >> material->opacity >> material->translucency >> mapId >> wrapU >> wrapV;
+            material->baseColorMap = osg::ImagePtr(dynamic_cast<osg::Image*>(find(mapId).get()));
+            material->wrapU = osg::TextureWrap(std::min(std::max(wrapU, 0), 2));
+            material->wrapV = osg::TextureWrap(std::min(std::max(wrapV, 0), 2));
             made = material;
         } else if (type == "SwitchMaterial") {
             QByteArray name;

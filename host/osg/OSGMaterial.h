@@ -3,6 +3,7 @@
 #include "OSGBaseTypes.h"
 #include "OSGChangeList.h"
 #include "OSGFieldContainer.h"
+#include "OSGImage.h"
 
 #include <string>
 #include <vector>
@@ -21,6 +22,9 @@ private:
 };
 using MaterialPtr = RefPtr<Material>;
 
+// How a texture repeats beyond its 0..1 coordinates, as glTF and OpenGL name it.
+enum class TextureWrap { Repeat, ClampToEdge, MirroredRepeat };
+
 // A physically based surface: base colour, metallic, roughness, emission, opacity, and
 // translucency (the share of the diffuse light that comes through from the back, as in paper
 // or leaves).
@@ -29,6 +33,11 @@ public:
     static RefPtr<SimpleMaterial> create(const std::string& name = "");
     const char* getTypeName() const override { return "SimpleMaterial"; }
     Color3f baseColor{0.8f, 0.8f, 0.8f};
+    // A picture the base colour is multiplied by, placed by the mesh's texture coordinates:
+    // RGBA of 8 bits, sRGB-encoded as painted, straight alpha, rows bottom-up (v = 0 is its
+    // bottom). Null for a plain colour. One image may serve many materials.
+    ImagePtr baseColorMap;
+    TextureWrap wrapU = TextureWrap::Repeat, wrapV = TextureWrap::Repeat;
     float metallic = 0.0f;
     float roughness = 0.5f;
     // Emitted radiance; may exceed 1.

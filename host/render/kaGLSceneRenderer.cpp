@@ -14,7 +14,9 @@
 #include <GL/glext.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <cstring>
 #include <map>
 #include <type_traits>
 
@@ -24,17 +26,20 @@ const char* const kSurfaceVertex = R"(#version 450 core
 layout(location = 0) in vec3 position;
 layout(location = 1) in vec3 normal;
 layout(location = 2) in vec4 color;
+layout(location = 3) in vec2 texCoord;
 uniform mat4 model;
 uniform mat3 normalMatrix;
 uniform mat4 viewProjection;
 out vec3 worldPosition;
 out vec3 worldNormal;
 out vec4 vertexColor;
+out vec2 uv;
 void main() {
     vec4 world = model * vec4(position, 1.0);
     worldPosition = world.xyz;
     worldNormal = normalMatrix * normal;
     vertexColor = color;
+    uv = texCoord;
     gl_Position = viewProjection * world;
 }
 )";
@@ -47,6 +52,7 @@ const char* const kSurfaceFragment = R"(
 in vec3 worldPosition;
 in vec3 worldNormal;
 in vec4 vertexColor;
+in vec2 uv;
 layout(location = 0, index = 0) out vec4 fragColor;
 layout(location = 0, index = 1) out vec4 blendWeight;
 uniform vec3 baseColor;
@@ -55,6 +61,9 @@ uniform float roughness;
 uniform vec3 emission;
 uniform float opacity;
 uniform bool useVertexColor;
+// sRGB texels: the sampler returns them linear, filtered after decoding.
+uniform bool useBaseColorMap;
+uniform sampler2D baseColorMap;
 uniform vec3 ambient;
 uniform vec3 eye;
 // The light counts are constants of each program: loops of a uniform length cost the
@@ -70,6 +79,8 @@ void main() {
     if (!gl_FrontFacing)
         n = -n;
     vec3 albedo = useVertexColor ? baseColor * vertexColor.rgb : baseColor;
+    if (useBaseColorMap)
+        albedo *= texture(baseColorMap, uv).rgb;
     vec3 diffuse = albedo * (1.0 - metallic);
     vec3 specular = mix(vec3(0.04), albedo, metallic);
     float shininess = max(2.0 / max(pow(roughness, 4.0), 1e-4) - 2.0, 1.0);
@@ -318,11 +329,17 @@ struct kaGLSceneRenderer::Impl {
     struct Mesh {
         osg::GeometryPtr keep; // the cache holds the geometry so that its address stays its own
         uint64_t version = ~0ull;
-        GLuint vao = 0, buffers[4] = {0, 0, 0, 0};
+        GLuint vao = 0, buffers[5] = {0, 0, 0, 0, 0};
         kaGLMeshChunks chunks;
-        bool hasColors = false;
+        bool hasColors = false, hasTexCoords = false;
     };
     std::map<const osg::Geometry*, Mesh> meshes;
+    // Material pictures, uploaded once however many meshes and materials use them.
+    struct Texture {
+        osg::ImagePtr keep; // as for meshes
+        GLuint name = 0;
+    };
+    std::map<const osg::Image*, Texture> textures;
     std::vector<int> runCounts;
     std::vector<const void*> runOffsets;
 
@@ -463,7 +480,7 @@ struct kaGLSceneRenderer::Impl {
         const osg::Geometry::Mesh& data = geometry->getMesh();
         if (!mesh.vao) {
             glGenVertexArrays(1, &mesh.vao);
-            glGenBuffers(4, mesh.buffers);
+            glGenBuffers(5, mesh.buffers);
         }
         glBindVertexArray(mesh.vao);
         auto attribute = [&](int index, GLuint buffer, const void* values, size_t bytes, int size) {
@@ -490,6 +507,12 @@ struct kaGLSceneRenderer::Impl {
         const auto positions = renumbered ? reordered(data.positions) : data.positions;
         const auto normals = renumbered ? reordered(data.normals) : data.normals;
         const auto colors = renumbered ? reordered(data.colors) : data.colors;
+        // Two floats a vertex, reordered as pairs.
+        std::vector<std::array<float, 2>> texCoords(data.texCoords.size() / 2);
+        if (!texCoords.empty())
+            std::memcpy(texCoords.data(), data.texCoords.data(), texCoords.size() * 8);
+        if (renumbered)
+            texCoords = reordered(texCoords);
         attribute(0, mesh.buffers[0], positions.data(), positions.size() * 12, 3);
         attribute(1, mesh.buffers[1], normals.data(), normals.size() * 12, 3);
         mesh.hasColors = colors.size() == positions.size() && !colors.empty();
@@ -499,19 +522,82 @@ struct kaGLSceneRenderer::Impl {
             glDisableVertexAttribArray(2);
             glVertexAttrib4f(2, 1, 1, 1, 1);
         }
+        mesh.hasTexCoords = texCoords.size() == positions.size() && !texCoords.empty();
+        if (mesh.hasTexCoords) {
+            attribute(3, mesh.buffers[4], texCoords.data(), texCoords.size() * 8, 2);
+        } else {
+            glDisableVertexAttribArray(3);
+            glVertexAttrib2f(3, 0, 0);
+        }
         glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, mesh.buffers[3]);
         glBufferData(GL_ELEMENT_ARRAY_BUFFER, GLsizeiptr(indices.size() * 4), indices.data(),
                      GL_STATIC_DRAW);
         return mesh;
     }
 
-    // Forgets meshes whose geometry nobody else holds.
+    // The picture as an sRGB texture with its mipmaps, uploaded when first drawn.
+    GLuint upload(const osg::ImagePtr& image) {
+        Texture& texture = textures[image.get()];
+        if (texture.name)
+            return texture.name;
+        texture.keep = image;
+        const int width = image->getWidth(), height = image->getHeight();
+        int levels = 1;
+        while ((std::max(width, height) >> levels) > 0)
+            ++levels;
+        glGenTextures(1, &texture.name);
+        glBindTexture(GL_TEXTURE_2D, texture.name);
+        glTexStorage2D(GL_TEXTURE_2D, levels, GL_SRGB8_ALPHA8, width, height);
+        glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
+        glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+        glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE,
+                        image->getData());
+        glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
+        glGenerateMipmap(GL_TEXTURE_2D);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR_MIPMAP_LINEAR);
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+        return texture.name;
+    }
+
+    static GLint wrapOf(osg::TextureWrap wrap) {
+        switch (wrap) {
+        case osg::TextureWrap::ClampToEdge:
+            return GL_CLAMP_TO_EDGE;
+        case osg::TextureWrap::MirroredRepeat:
+            return GL_MIRRORED_REPEAT;
+        default:
+            return GL_REPEAT;
+        }
+    }
+
+    // Binds the material's base colour picture, with its wrap modes, to unit 3; false when
+    // the surface shows none (no picture, or no coordinates to place it by).
+    bool bindBaseColorMap(const osg::SimpleMaterial* material, const Mesh& mesh) {
+        if (!material || !material->baseColorMap || !mesh.hasTexCoords)
+            return false;
+        glActiveTexture(GL_TEXTURE3);
+        glBindTexture(GL_TEXTURE_2D, upload(material->baseColorMap));
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, wrapOf(material->wrapU));
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, wrapOf(material->wrapV));
+        glActiveTexture(GL_TEXTURE0);
+        return true;
+    }
+
+    // Forgets meshes and pictures nobody else holds.
     void prune() {
         for (auto it = meshes.begin(); it != meshes.end();) {
             if (it->second.keep->getRefCount() == 1) {
                 glDeleteVertexArrays(1, &it->second.vao);
-                glDeleteBuffers(4, it->second.buffers);
+                glDeleteBuffers(5, it->second.buffers);
                 it = meshes.erase(it);
+            } else {
+                ++it;
+            }
+        }
+        for (auto it = textures.begin(); it != textures.end();) {
+            if (it->second.keep->getRefCount() == 1) {
+                glDeleteTextures(1, &it->second.name);
+                it = textures.erase(it);
             } else {
                 ++it;
             }
@@ -612,6 +698,7 @@ struct kaGLSceneRenderer::Impl {
         glUseProgram(program);
         uniformMatrix(program, "viewProjection", viewProjection);
         glUniform3f(at(program, "eye"), eye.x, eye.y, eye.z);
+        glUniform1i(at(program, "baseColorMap"), 3);
         glUniform3f(at(program, "ambient"), lights.ambient.r, lights.ambient.g, lights.ambient.b);
         const int directional = lights.directionalCount();
         const int point = lights.pointCount();
@@ -677,6 +764,7 @@ struct kaGLSceneRenderer::Impl {
             glUniform1f(at(program, "roughness"), material ? material->roughness : 0.5f);
             glUniform1f(at(program, "opacity"), opacity);
             glUniform1i(at(program, "useVertexColor"), mesh.hasColors);
+            glUniform1i(at(program, "useBaseColorMap"), bindBaseColorMap(material, mesh));
             glBindVertexArray(mesh.vao);
             glMultiDrawElements(GL_TRIANGLES, runCounts.data(), GL_UNSIGNED_INT, runOffsets.data(),
                                 GLsizei(runCounts.size()));

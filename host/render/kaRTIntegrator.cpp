@@ -1,6 +1,7 @@
 #include "kaRTIntegrator_p.h"
 
 #include "kaGLSceneRenderer.h"
+#include "kaRTTexture.h"
 
 #include <algorithm>
 #include <cmath>
@@ -104,10 +105,19 @@ bool kaRTIntegrator::intersect(V3 origin, V3 direction, float tFar, Hit& hit) co
         n = -n;
     hit.normal = n;
     hit.geometricNormal = ng;
-    hit.vertexColor = instance.colors.empty()
-                          ? V3{1, 1, 1}
-                          : instance.colors[triangle[0]] * w + instance.colors[triangle[1]] * u +
-                                instance.colors[triangle[2]] * v;
+    hit.tint = instance.colors.empty()
+                   ? V3{1, 1, 1}
+                   : instance.colors[triangle[0]] * w + instance.colors[triangle[1]] * u +
+                         instance.colors[triangle[2]] * v;
+    const kaRTScene::Material& material = instance.material;
+    if (material.baseColorMap && instance.hasTexCoords) {
+        const float* uv = instance.geometry->getMesh().texCoords.data();
+        const float s = uv[2 * triangle[0]] * w + uv[2 * triangle[1]] * u + uv[2 * triangle[2]] * v;
+        const float t =
+            uv[2 * triangle[0] + 1] * w + uv[2 * triangle[1] + 1] * u + uv[2 * triangle[2] + 1] * v;
+        hit.tint = hit.tint *
+                   kaRTSampleColor(*material.baseColorMap, material.wrapU, material.wrapV, s, t);
+    }
     return true;
 }
 
@@ -149,7 +159,7 @@ float kaRTIntegrator::transmittance(V3 origin, V3 direction, float distance) con
 kaRTIntegrator::Lobes kaRTIntegrator::lobes(const Hit& hit) const {
     const kaRTScene::Material& m = hit.instance->material;
     Lobes l;
-    l.base = m.base * hit.vertexColor;
+    l.base = m.base * hit.tint;
     const V3 nonMetal = l.base * (1.0f - m.metallic);
     l.diffuse = nonMetal * (1.0f - m.translucency);
     l.translucency = nonMetal * m.translucency;

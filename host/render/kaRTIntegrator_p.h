@@ -41,7 +41,7 @@ private:
         float t;
         const kaRTScene::Instance* instance;
         kaRT::V3 position, normal, geometricNormal; // normals face the incoming ray
-        kaRT::V3 vertexColor;
+        kaRT::V3 tint; // what the base colour is multiplied by: vertex colours, the picture
     };
     struct Lobes {
         kaRT::V3 diffuse, glossy, specular, translucency, base;

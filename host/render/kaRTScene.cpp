@@ -48,6 +48,9 @@ kaRTScene::Material materialOf(const osg::Geometry& geometry) {
     kaRTScene::Material m;
     if (const osg::SimpleMaterial* s = osg::resolveSimpleMaterial(geometry.getMaterial().get())) {
         m.base = kaRT::v3(s->baseColor);
+        m.baseColorMap = s->baseColorMap;
+        m.wrapU = s->wrapU;
+        m.wrapV = s->wrapV;
         m.emission = kaRT::v3(s->emission) * kaExposure::scale();
         m.metallic = std::min(std::max(s->metallic, 0.0f), 1.0f);
         m.roughness = std::min(std::max(s->roughness, 0.0f), 1.0f);
@@ -230,6 +233,8 @@ void kaRTScene::rebuild(const std::vector<Found>& found) {
         if (mesh.colors.size() == mesh.positions.size())
             for (const osg::Color4f& c : mesh.colors)
                 instance.colors.push_back({c.r, c.g, c.b});
+        instance.hasTexCoords =
+            !mesh.positions.empty() && mesh.texCoords.size() == 2 * mesh.positions.size();
         const size_t triangles = mesh.indices.size() / 3;
         auto* indices = static_cast<uint32_t*>(rtcSetNewGeometryBuffer(
             geometry, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 3 * sizeof(uint32_t), triangles));

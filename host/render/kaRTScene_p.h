@@ -18,6 +18,8 @@ class kaRTScene {
 public:
     struct Material {
         kaRT::V3 base{0.8f, 0.8f, 0.8f}, emission;
+        osg::ImagePtr baseColorMap; // sRGB RGBA 8-bit; null for a plain colour
+        osg::TextureWrap wrapU = osg::TextureWrap::Repeat, wrapV = osg::TextureWrap::Repeat;
         float metallic = 0, roughness = 0.5f, opacity = 1, translucency = 0;
         std::string name;
         float cryptoId = 0;
@@ -32,6 +34,7 @@ public:
         kaRT::M4 world, worldInverse, previousWorld;
         std::vector<kaRT::V3> normals; // world space, one per vertex
         std::vector<kaRT::V3> colors;  // empty without vertex colours
+        bool hasTexCoords = false;     // the geometry's mesh has a pair for every vertex
         bool blocksLight = true;       // as the Embree scene's mask says
     };
     // Embree masks of the surfaces: opaque ones block light whole; see-through ones and glowing

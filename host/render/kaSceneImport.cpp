@@ -4,6 +4,7 @@
 #include "OSGNodeCores.h"
 #include "kaAssimpMatrix.h"
 #include "kaSceneAnimation.h"
+#include "kaSceneTextures.h"
 
 #include <QFileInfo>
 
@@ -18,7 +19,43 @@
 
 namespace {
 
-osg::MaterialPtr toMaterial(const aiMaterial* source) {
+osg::TextureWrap wrapOf(aiTextureMapMode mode) {
+    switch (mode) {
+    case aiTextureMapMode_Clamp:
+    case aiTextureMapMode_Decal:
+        return osg::TextureWrap::ClampToEdge;
+    case aiTextureMapMode_Mirror:
+        return osg::TextureWrap::MirroredRepeat;
+    default:
+        return osg::TextureWrap::Repeat;
+    }
+}
+
+// The base colour picture of 'source' into 'material'; the number of the texture coordinate
+// set that places it (0 without a picture).
+unsigned readBaseColorMap(const aiMaterial* source, kaSceneTextures& textures,
+                          osg::SimpleMaterial& material) {
+    // glTF's base colour; every other format's diffuse picture.
+    for (aiTextureType type : {aiTextureType_BASE_COLOR, aiTextureType_DIFFUSE}) {
+        if (source->GetTextureCount(type) == 0)
+            continue;
+        aiString path;
+        unsigned uvSet = 0;
+        aiTextureMapMode modes[2] = {aiTextureMapMode_Wrap, aiTextureMapMode_Wrap};
+        if (source->GetTexture(type, 0, &path, nullptr, &uvSet, nullptr, nullptr, modes) !=
+            AI_SUCCESS)
+            continue;
+        material.baseColorMap = textures.get(path);
+        if (!material.baseColorMap)
+            return 0;
+        material.wrapU = wrapOf(modes[0]);
+        material.wrapV = wrapOf(modes[1]);
+        return uvSet;
+    }
+    return 0;
+}
+
+osg::SimpleMaterialPtr toMaterial(const aiMaterial* source) {
     aiString name;
     source->Get(AI_MATKEY_NAME, name);
     auto material = osg::SimpleMaterial::create(name.C_Str());
@@ -43,7 +80,9 @@ osg::MaterialPtr toMaterial(const aiMaterial* source) {
     return material;
 }
 
-osg::GeometryPtr toGeometry(const aiMesh* mesh, const osg::MaterialPtr& material) {
+osg::GeometryPtr toGeometry(const aiMesh* mesh, const osg::MaterialPtr& material, unsigned uvSet) {
+    if (!mesh->HasTextureCoords(uvSet))
+        uvSet = 0;
     osg::Geometry::Mesh data;
     data.positions.reserve(mesh->mNumVertices);
     if (mesh->HasNormals())
@@ -54,9 +93,9 @@ osg::GeometryPtr toGeometry(const aiMesh* mesh, const osg::MaterialPtr& material
         data.positions.push_back({p.x, p.y, p.z});
         if (mesh->HasNormals())
             data.normals.push_back({mesh->mNormals[v].x, mesh->mNormals[v].y, mesh->mNormals[v].z});
-        if (mesh->HasTextureCoords(0)) {
-            data.texCoords.push_back(mesh->mTextureCoords[0][v].x);
-            data.texCoords.push_back(mesh->mTextureCoords[0][v].y);
+        if (mesh->HasTextureCoords(uvSet)) {
+            data.texCoords.push_back(mesh->mTextureCoords[uvSet][v].x);
+            data.texCoords.push_back(mesh->mTextureCoords[uvSet][v].y);
         }
         if (mesh->HasVertexColors(0)) {
             const aiColor4D& c = mesh->mColors[0][v];
@@ -111,6 +150,7 @@ struct Converter {
     FovFormat fovFormat;
     float lightUnit; // what one unit of the file's light intensity is in ours
     std::vector<osg::MaterialPtr> materials;
+    std::vector<unsigned> uvSets; // of each material's picture
     std::map<std::string, const aiCamera*> cameras;
     std::map<std::string, const aiLight*> lights;
     // The transform of every named node, the first of a name, for the animation channels.
@@ -122,13 +162,15 @@ struct Converter {
         transforms.emplace(source->mName.C_Str(), transform);
         for (unsigned i = 0; i < source->mNumMeshes; ++i) {
             const aiMesh* mesh = scene->mMeshes[source->mMeshes[i]];
-            const osg::MaterialPtr& material = mesh->mMaterialIndex < materials.size()
-                                                   ? materials[mesh->mMaterialIndex]
-                                                   : osg::MaterialPtr();
+            const bool known = mesh->mMaterialIndex < materials.size();
+            const osg::MaterialPtr& material =
+                known ? materials[mesh->mMaterialIndex] : osg::MaterialPtr();
+            const unsigned uvSet = known ? uvSets[mesh->mMaterialIndex] : 0;
             // Named after the object, not its mesh data: a Cryptomatte matte and the
             // metadata name what the author named ("Ground", not "Plane"), and an object of
             // several materials, split into several meshes, stays one object.
-            node->addChild(osg::Node::create(toGeometry(mesh, material), source->mName.C_Str()));
+            node->addChild(
+                osg::Node::create(toGeometry(mesh, material, uvSet), source->mName.C_Str()));
         }
         auto camera = cameras.find(source->mName.C_Str());
         if (camera != cameras.end()) {
@@ -270,9 +312,13 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
     const FovFormat fov = gltf                                 ? FovFormat::VerticalTimesAspect
                           : suffix == "fbx" || suffix == "dae" ? FovFormat::WholeHorizontal
                                                                : FovFormat::HalfHorizontal;
-    Converter converter{scene, fov, gltf ? kGltfLightUnit : 1.0f, {}, {}, {}, {}};
-    for (unsigned i = 0; i < scene->mNumMaterials; ++i)
-        converter.materials.push_back(toMaterial(scene->mMaterials[i]));
+    Converter converter{scene, fov, gltf ? kGltfLightUnit : 1.0f, {}, {}, {}, {}, {}};
+    kaSceneTextures textures(*scene, fileName);
+    for (unsigned i = 0; i < scene->mNumMaterials; ++i) {
+        osg::SimpleMaterialPtr material = toMaterial(scene->mMaterials[i]);
+        converter.uvSets.push_back(readBaseColorMap(scene->mMaterials[i], textures, *material));
+        converter.materials.push_back(material);
+    }
     for (unsigned i = 0; i < scene->mNumCameras; ++i)
         converter.cameras[scene->mCameras[i]->mName.C_Str()] = scene->mCameras[i];
     for (unsigned i = 0; i < scene->mNumLights; ++i)

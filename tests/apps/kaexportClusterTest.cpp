@@ -1,6 +1,7 @@
 // kaexport on a render cluster of real ka-render-node processes on this machine: the pictures
 // equal the local raytracer's, and failures end the run cleanly.
 #include "kaTestSupport.h"
+#include "kaTexturedScenes.h"
 #include "kaexportProcess.h"
 
 #include <OpenImageIO/imageio.h>
@@ -244,6 +245,26 @@ TEST(KaexportCluster, TheNodesLightTheSceneAsTheMasterDoes) {
     ASSERT_EQ(plain.subimages.size(), 1u);
     EXPECT_TRUE(c.subimages[0] == l.subimages[0]);
     EXPECT_FALSE(plain.subimages[0] == l.subimages[0]) << "the lights differ";
+}
+
+// A scene file's pictures travel to the nodes with its materials: the nodes' picture is the
+// local one.
+TEST(KaexportCluster, TheNodesShowTheScenesPictures) {
+    katest::TempDir dir;
+    ASSERT_TRUE(katest::writeQuadrantPicture(dir.file("quadrants.png")));
+    ASSERT_TRUE(katest::writeFile(dir.file("square.gltf"),
+                                  katest::texturedSquareGltf(katest::TexturedSquare())));
+    const QStringList common{"--scene", dir.file("square.gltf"), "--view", "front", "snapshot"};
+    const QStringList options{"--raytracing", "--width", "48",   "--height", "32",
+                              "--samples",    "2",       "--ss", "0"};
+    const auto cluster =
+        runOnCluster(common + QStringList{dir.file("c.exr"), "--cluster", "localhost:2"} + options);
+    ASSERT_EQ(cluster.code, 0) << cluster.err.toStdString();
+    ASSERT_EQ(katest::runKaexport(common + QStringList{dir.file("l.exr")} + options).code, 0);
+    const ExrContent c = readExr(dir.file("c.exr")), l = readExr(dir.file("l.exr"));
+    ASSERT_EQ(c.subimages.size(), 1u);
+    ASSERT_EQ(l.subimages.size(), 1u);
+    EXPECT_TRUE(c.subimages[0] == l.subimages[0]);
 }
 
 TEST(KaexportCluster, AKilledNodeFailsTheRunWithinTheTimeoutAndLeavesNothing) {

@@ -1,5 +1,7 @@
-// Scenes from other programs' files rendered as their authors made them: vertex colours.
+// Scenes from other programs' files rendered as their authors made them: vertex colours and
+// base-colour pictures.
 #include "kaTestSupport.h"
+#include "kaTexturedScenes.h"
 #include "kaexportProcess.h"
 
 #include <gtest/gtest.h>
@@ -57,7 +59,122 @@ TEST_P(kaexportImportedScenes, VertexColoursReachThePixels) {
     EXPECT_GT(green, blue + 0.1f) << red << " " << green << " " << blue;
 }
 
+namespace {
+
+constexpr int kSide = 96;
+
+// Renders 'scene' from the front into 'out' (kSide square), raytraced when asked.
+KaexportResult renderFront(const QString& scene, const QString& out, bool raytraced,
+                           const QStringList& more = {}) {
+    QStringList args{"--scene",  scene,
+                     "--view",   "front",
+                     "snapshot", out,
+                     "--width",  QString::number(kSide),
+                     "--height", QString::number(kSide),
+                     "--ss",     "0"};
+    if (raytraced)
+        args << "--raytracing"
+             << "--samples"
+             << "4";
+    return runKaexport(args + more);
+}
+
+struct Rgb {
+    float r, g, b;
+};
+
+// The pixel (x, y), y from the top, of a picture of 'channels' channels kSide wide.
+Rgb pixelAt(const std::vector<float>& pixels, int channels, int x, int y) {
+    const size_t at = (size_t(y) * kSide + size_t(x)) * size_t(channels);
+    if (pixels.size() < at + 3)
+        return {-1, -1, -1};
+    return {pixels[at], pixels[at + 1], pixels[at + 2]};
+}
+
+std::string text(const Rgb& c) {
+    return std::to_string(c.r) + " " + std::to_string(c.g) + " " + std::to_string(c.b);
+}
+
+// Where the square's quadrants show: a quarter of the way in from its corners.
+constexpr int kLeft = kSide / 2 - 12, kRight = kSide / 2 + 12, kTop = kSide / 2 - 12,
+              kBottom = kSide / 2 + 12;
+
+} // namespace
+
+// The quadrant picture on a square seen from the front shows upright, each quadrant in its
+// colour, in both renderers; its sRGB grey is decoded, so it equals a plain material of the
+// decoded value.
+TEST_P(kaexportImportedScenes, BaseColourPicturesShowUprightAndDecoded) {
+    katest::TempDir dir;
+    ASSERT_TRUE(katest::writeQuadrantPicture(dir.file("quadrants.png")));
+    ASSERT_TRUE(katest::writeFile(dir.file("square.gltf"),
+                                  katest::texturedSquareGltf(katest::TexturedSquare())));
+    katest::TexturedSquare plain;
+    plain.textured = false;
+    plain.baseColor = katest::kQuadrantGreyLinear;
+    ASSERT_TRUE(katest::writeFile(dir.file("plain.gltf"), katest::texturedSquareGltf(plain)));
+    KaexportResult r = renderFront(dir.file("square.gltf"), dir.file("square.png"), GetParam());
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    r = renderFront(dir.file("plain.gltf"), dir.file("plain.png"), GetParam());
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+
+    const std::vector<float> pixels = katest::imagePixels(dir.file("square.png"));
+    const Rgb topLeft = pixelAt(pixels, 3, kLeft, kTop),
+              topRight = pixelAt(pixels, 3, kRight, kTop),
+              bottomLeft = pixelAt(pixels, 3, kLeft, kBottom),
+              bottomRight = pixelAt(pixels, 3, kRight, kBottom);
+    // Lit colours, with the white sheen of the headlight's highlight on the other channels.
+    EXPECT_GT(topLeft.r, 0.6f) << text(topLeft);
+    EXPECT_LT(std::max(topLeft.g, topLeft.b), 0.35f) << text(topLeft);
+    EXPECT_GT(topRight.g, 0.6f) << text(topRight);
+    EXPECT_LT(std::max(topRight.r, topRight.b), 0.35f) << text(topRight);
+    EXPECT_GT(bottomLeft.b, 0.6f) << text(bottomLeft);
+    EXPECT_LT(std::max(bottomLeft.r, bottomLeft.g), 0.35f) << text(bottomLeft);
+
+    // The grey quadrant is the plain grey material (a texel is decoded before it is lit).
+    const Rgb grey = pixelAt(katest::imagePixels(dir.file("plain.png")), 3, kRight, kBottom);
+    const float tolerance = GetParam() ? 0.03f : 2.5f / 255.0f;
+    EXPECT_NEAR(bottomRight.r, grey.r, tolerance) << text(bottomRight) << " vs " << text(grey);
+    EXPECT_NEAR(bottomRight.g, grey.g, tolerance) << text(bottomRight) << " vs " << text(grey);
+    EXPECT_NEAR(bottomRight.b, grey.b, tolerance) << text(bottomRight) << " vs " << text(grey);
+
+    // The three coloured quadrants cover the same area.
+    int red = 0, green = 0, blue = 0;
+    for (size_t i = 0; i + 2 < pixels.size(); i += 3) {
+        const float r = pixels[i], g = pixels[i + 1], b = pixels[i + 2];
+        red += r > 0.6f && g < 0.35f && b < 0.35f;
+        green += g > 0.6f && r < 0.35f && b < 0.35f;
+        blue += b > 0.6f && r < 0.35f && g < 0.35f;
+    }
+    EXPECT_GT(red, 200);
+    EXPECT_NEAR(green, red, red / 10) << red << " red, " << green << " green";
+    EXPECT_NEAR(blue, red, red / 10) << red << " red, " << blue << " blue";
+}
+
 INSTANTIATE_TEST_SUITE_P(Renderers, kaexportImportedScenes, testing::Values(false, true),
                          [](const testing::TestParamInfo<bool>& info) {
                              return info.param ? "Raytracer" : "OpenGL";
                          });
+
+// The raytracer's albedo pass is the picture itself, decoded to linear light.
+TEST(kaexportImportedScenesAlbedo, TheAlbedoPassShowsThePicture) {
+    katest::TempDir dir;
+    ASSERT_TRUE(katest::writeQuadrantPicture(dir.file("quadrants.png")));
+    ASSERT_TRUE(katest::writeFile(dir.file("square.gltf"),
+                                  katest::texturedSquareGltf(katest::TexturedSquare())));
+    const KaexportResult r =
+        renderFront(dir.file("square.gltf"), dir.file("square.exr"), true, {"--passes", "albedo"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::vector<float> albedo = katest::imagePixels(dir.file("square-albedo.exr"));
+    auto expectColour = [&](int x, int y, Rgb want, const char* where) {
+        const Rgb got = pixelAt(albedo, 3, x, y);
+        EXPECT_NEAR(got.r, want.r, 0.01f) << where << ": " << text(got);
+        EXPECT_NEAR(got.g, want.g, 0.01f) << where << ": " << text(got);
+        EXPECT_NEAR(got.b, want.b, 0.01f) << where << ": " << text(got);
+    };
+    const float grey = katest::kQuadrantGreyLinear;
+    expectColour(kLeft, kTop, {1, 0, 0}, "top-left");
+    expectColour(kRight, kTop, {0, 1, 0}, "top-right");
+    expectColour(kLeft, kBottom, {0, 0, 1}, "bottom-left");
+    expectColour(kRight, kBottom, {grey, grey, grey}, "bottom-right");
+}
