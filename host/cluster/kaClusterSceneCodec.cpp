@@ -165,7 +165,8 @@ void kaClusterSceneEncoder::write(Writer& out, const osg::FieldContainer* contai
         s << material->metallic << material->roughness;
         writeColor(s, material->emission);
         s << material->opacity << material->translucency << idOf(material->baseColorMap.get())
-          << qint32(material->wrapU) << qint32(material->wrapV);
+          << qint32(material->wrapU) << qint32(material->wrapV) << qint32(material->alphaMode)
+          << material->alphaCutoff;
     } else if (auto* switched = dynamic_cast<const osg::SwitchMaterial*>(container)) {
         for (size_t i = 0; i < switched->getNMaterials(); ++i)
             ensure(out, switched->getMaterial(i).get());
@@ -367,8 +368,10 @@ bool kaClusterSceneDecoder::read(Reader& in, std::string& error) {
             s >> material->metallic >> material->roughness;
             material->emission = readColor(s);
             quint32 mapId = 0;
-            qint32 wrapU = 0, wrapV = 0;
-            s >> material->opacity >> material->translucency >> mapId >> wrapU >> wrapV;
+            qint32 wrapU = 0, wrapV = 0, alphaMode = 0;
+            s >> material->opacity >> material->translucency >> mapId >> wrapU >> wrapV >>
+                alphaMode >> material->alphaCutoff;
+            material->alphaMode = osg::AlphaMode(std::min(std::max(alphaMode, 0), 2));
             material->baseColorMap = osg::ImagePtr(dynamic_cast<osg::Image*>(find(mapId).get()));
             material->wrapU = osg::TextureWrap(std::min(std::max(wrapU, 0), 2));
             material->wrapV = osg::TextureWrap(std::min(std::max(wrapV, 0), 2));

@@ -25,6 +25,23 @@ using MaterialPtr = RefPtr<Material>;
 // How a texture repeats beyond its 0..1 coordinates, as glTF and OpenGL name it.
 enum class TextureWrap { Repeat, ClampToEdge, MirroredRepeat };
 
+// How much of a surface is there, as glTF's alpha modes say: all of it (alpha ignored), all or
+// nothing by a cut-off (leaves, fences), or see-through by its alpha (glass, fades).
+enum class AlphaMode { Opaque, Mask, Blend };
+
+// The coverage of a point of the surface: its material's opacity times its picture's alpha
+// under the alpha mode.
+inline float surfaceCoverage(AlphaMode mode, float opacity, float cutoff, float pictureAlpha) {
+    switch (mode) {
+    case AlphaMode::Opaque:
+        return 1.0f;
+    case AlphaMode::Mask:
+        return opacity * pictureAlpha >= cutoff ? 1.0f : 0.0f;
+    default:
+        return opacity * pictureAlpha;
+    }
+}
+
 // A physically based surface: base colour, metallic, roughness, emission, opacity, and
 // translucency (the share of the diffuse light that comes through from the back, as in paper
 // or leaves).
@@ -43,6 +60,9 @@ public:
     // Emitted radiance; may exceed 1.
     Color3f emission{0.0f, 0.0f, 0.0f};
     float opacity = 1.0f;
+    // Opacity and the picture's alpha are blended by default; scene files say otherwise.
+    AlphaMode alphaMode = AlphaMode::Blend;
+    float alphaCutoff = 0.5f;
     float translucency = 0.0f;
 
 private:

@@ -64,6 +64,8 @@ uniform bool useVertexColor;
 // sRGB texels: the sampler returns them linear, filtered after decoding.
 uniform bool useBaseColorMap;
 uniform sampler2D baseColorMap;
+uniform int alphaMode; // 0 opaque, 1 cut out below alphaCutoff, 2 blended
+uniform float alphaCutoff;
 uniform vec3 ambient;
 uniform vec3 eye;
 // The light counts are constants of each program: loops of a uniform length cost the
@@ -79,8 +81,17 @@ void main() {
     if (!gl_FrontFacing)
         n = -n;
     vec3 albedo = useVertexColor ? baseColor * vertexColor.rgb : baseColor;
-    if (useBaseColorMap)
-        albedo *= texture(baseColorMap, uv).rgb;
+    float alpha = opacity;
+    if (useBaseColorMap) {
+        vec4 texel = texture(baseColorMap, uv);
+        albedo *= texel.rgb;
+        alpha *= texel.a;
+    }
+#ifdef CUT_OUT
+    if (alphaMode == 1 && alpha < alphaCutoff)
+        discard;
+#endif
+    float coverage = alphaMode == 2 ? alpha : 1.0;
     vec3 diffuse = albedo * (1.0 - metallic);
     vec3 specular = mix(vec3(0.04), albedo, metallic);
     float shininess = max(2.0 / max(pow(roughness, 4.0), 1e-4) - 2.0, 1.0);
@@ -106,7 +117,7 @@ void main() {
 #else
     fragColor = vec4(color, 1.0);
 #endif
-    blendWeight = vec4(opacity);
+    blendWeight = vec4(coverage);
 }
 )";
 
@@ -201,10 +212,23 @@ void main() {
 
 // A fragment shader's source: the version, the light counts of a surface shader, and the
 // encoding when the shader encodes.
-std::string fragmentSource(const char* body, bool encoded, int directional = 0, int point = 0) {
+std::string fragmentSource(const char* body, bool encoded, int directional = 0, int point = 0,
+                           bool cutOut = false) {
     return std::string("#version 450 core\n") + "#define DIRECTIONAL_LIGHTS " +
            std::to_string(directional) + "\n#define POINT_LIGHTS " + std::to_string(point) + "\n" +
+           (cutOut ? "#define CUT_OUT\n" : "") +
            (encoded ? std::string("#define ENCODED\n") + kEncoding : std::string()) + body;
+}
+
+// Surfaces drawn over what lies behind them, blended by their coverage.
+bool seeThrough(const osg::SimpleMaterial* material) {
+    return material && material->alphaMode == osg::AlphaMode::Blend &&
+           (material->opacity < 1.0f || material->baseColorMap);
+}
+
+// Surfaces with holes cut out by their picture's alpha.
+bool cutsOut(const osg::SimpleMaterial* material) {
+    return material && material->alphaMode == osg::AlphaMode::Mask;
 }
 
 GLuint compile(GLenum kind, const char* source, std::string& error) {
@@ -359,14 +383,17 @@ struct kaGLSceneRenderer::Impl {
         return background && backgroundEncoded && accumulate && encode;
     }
 
-    // The surface program for these light counts, made when first asked for.
-    GLuint surface(int directional, int point, bool encoded, std::string& error) {
-        const int key = (directional * 16 + point) * 2 + int(encoded);
+    // The surface program for these light counts, made when first asked for. Only scenes with
+    // cut-outs get the program that can discard fragments: discarding costs every fragment
+    // the early depth test.
+    GLuint surface(int directional, int point, bool encoded, bool cutOut, std::string& error) {
+        const int key = ((directional * 16 + point) * 2 + int(encoded)) * 2 + int(cutOut);
         auto found = surfaces.find(key);
         if (found != surfaces.end())
             return found->second;
-        const GLuint program = link(
-            kSurfaceVertex, fragmentSource(kSurfaceFragment, encoded, directional, point), error);
+        const GLuint program =
+            link(kSurfaceVertex,
+                 fragmentSource(kSurfaceFragment, encoded, directional, point, cutOut), error);
         if (program)
             surfaces[key] = program;
         return program;
@@ -723,8 +750,7 @@ struct kaGLSceneRenderer::Impl {
         for (const DrawItem& item : items) {
             const osg::SimpleMaterial* material =
                 osg::resolveSimpleMaterial(item.geometry->getMaterial().get());
-            const float opacity = material ? material->opacity : 1.0f;
-            if ((opacity < 1.0f) != (pass == 1))
+            if (seeThrough(material) != (pass == 1))
                 continue;
             Mesh& mesh = upload(item.geometry);
             const kaGLMeshChunks::Chunk& box = mesh.chunks.getBounds();
@@ -741,7 +767,9 @@ struct kaGLSceneRenderer::Impl {
         for (const Drawn& drawn : order) {
             const DrawItem& item = *drawn.item;
             const osg::SimpleMaterial* material = drawn.material;
-            const float opacity = material ? material->opacity : 1.0f;
+            const osg::AlphaMode alphaMode =
+                material ? material->alphaMode : osg::AlphaMode::Opaque;
+            const float opacity = alphaMode == osg::AlphaMode::Opaque ? 1.0f : material->opacity;
             Mesh& mesh = *drawn.mesh;
             mesh.chunks.visibleRuns(cellClip * item.world, margin, runCounts, runOffsets);
             if (runCounts.empty())
@@ -763,6 +791,8 @@ struct kaGLSceneRenderer::Impl {
             glUniform1f(at(program, "metallic"), material ? material->metallic : 0.0f);
             glUniform1f(at(program, "roughness"), material ? material->roughness : 0.5f);
             glUniform1f(at(program, "opacity"), opacity);
+            glUniform1i(at(program, "alphaMode"), int(alphaMode));
+            glUniform1f(at(program, "alphaCutoff"), material ? material->alphaCutoff : 0.5f);
             glUniform1i(at(program, "useVertexColor"), mesh.hasColors);
             glUniform1i(at(program, "useBaseColorMap"), bindBaseColorMap(material, mesh));
             glBindVertexArray(mesh.vao);
@@ -933,11 +963,13 @@ bool kaGLSceneRenderer::renderPieces(const osg::UberViewport& viewport, const os
     // One sample of opaque surfaces is its pixels' mean already, and nothing is blended in
     // linear light: an 8-bit picture is then encoded as it is drawn.
     bool direct = output.encoder && !summed;
+    bool cutOuts = false;
     for (const DrawItem& item : items) {
         const osg::SimpleMaterial* material =
             osg::resolveSimpleMaterial(item.geometry->getMaterial().get());
-        if (material && material->opacity < 1.0f)
+        if (seeThrough(material))
             direct = false;
+        cutOuts = cutOuts || cutsOut(material);
     }
     const bool straight =
         output.encoder && !output.images->empty() && output.images->front()->hasAlphaChannel();
@@ -978,7 +1010,7 @@ bool kaGLSceneRenderer::renderPieces(const osg::UberViewport& viewport, const os
             toCell.m[1][3] = float(fullHeight - 2 * cellBottom - cellH) / float(cellH);
             const float margin = 4.0f / float(std::min(cellW, cellH)); // two pixels
             const GLuint surface =
-                m.surface(lights.directionalCount(), lights.pointCount(), direct, error);
+                m.surface(lights.directionalCount(), lights.pointCount(), direct, cutOuts, error);
             if (!surface) {
                 glDisable(GL_SCISSOR_TEST);
                 return false;

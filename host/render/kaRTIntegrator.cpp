@@ -73,10 +73,11 @@ uint64_t kaRTIntegrator::raysTracedOnThisThread() {
 }
 
 const kaRTScene::Instance* kaRTIntegrator::nearest(RTCScene scene, V3 origin, V3 direction,
-                                                   float tFar, RTCRayHit& rh) const {
+                                                   float tFar, RTCRayHit& rh, float tNear) const {
     RTCIntersectContext context;
     rtcInitIntersectContext(&context);
     rh.ray = embreeRay(origin, direction, tFar);
+    rh.ray.tnear = tNear;
     rh.hit.geomID = RTC_INVALID_GEOMETRY_ID;
     rh.hit.instID[0] = RTC_INVALID_GEOMETRY_ID;
     rtcIntersect1(scene, &context, &rh);
@@ -84,41 +85,65 @@ const kaRTScene::Instance* kaRTIntegrator::nearest(RTCScene scene, V3 origin, V3
     return rh.hit.geomID == RTC_INVALID_GEOMETRY_ID ? nullptr : &_scene.instances()[rh.hit.geomID];
 }
 
-bool kaRTIntegrator::intersect(V3 origin, V3 direction, float tFar, Hit& hit) const {
-    RTCRayHit rh;
-    const kaRTScene::Instance* found = nearest(_scene.embree(), origin, direction, tFar, rh);
-    if (!found)
-        return false;
-    const kaRTScene::Instance& instance = *found;
-    const uint32_t* triangle = instance.geometry->getMesh().indices.data() + 3 * rh.hit.primID;
-    const float u = rh.hit.u, v = rh.hit.v, w = 1.0f - u - v;
-    hit.t = rh.ray.tfar;
-    hit.instance = &instance;
-    hit.position = origin + direction * hit.t;
-    V3 ng = normalize({rh.hit.Ng_x, rh.hit.Ng_y, rh.hit.Ng_z});
-    V3 n = normalize(instance.normals[triangle[0]] * w + instance.normals[triangle[1]] * u +
-                     instance.normals[triangle[2]] * v);
-    // Surfaces are two-sided: both normals face the ray.
-    if (dot(ng, direction) > 0)
-        ng = -ng;
-    if (dot(n, ng) < 0)
-        n = -n;
-    hit.normal = n;
-    hit.geometricNormal = ng;
-    hit.tint = instance.colors.empty()
-                   ? V3{1, 1, 1}
-                   : instance.colors[triangle[0]] * w + instance.colors[triangle[1]] * u +
-                         instance.colors[triangle[2]] * v;
-    const kaRTScene::Material& material = instance.material;
-    if (material.baseColorMap && instance.hasTexCoords) {
+kaRTIntegrator::Surface kaRTIntegrator::surfaceAt(const kaRTScene::Instance& instance,
+                                                  unsigned primitive, float u, float v) const {
+    const uint32_t* triangle = instance.geometry->getMesh().indices.data() + 3 * primitive;
+    const float w = 1.0f - u - v;
+    Surface surface{instance.colors.empty()
+                        ? V3{1, 1, 1}
+                        : instance.colors[triangle[0]] * w + instance.colors[triangle[1]] * u +
+                              instance.colors[triangle[2]] * v,
+                    1.0f};
+    const kaRTScene::Material& m = instance.material;
+    float alpha = 1.0f;
+    if (m.baseColorMap && instance.hasTexCoords) {
         const float* uv = instance.geometry->getMesh().texCoords.data();
         const float s = uv[2 * triangle[0]] * w + uv[2 * triangle[1]] * u + uv[2 * triangle[2]] * v;
         const float t =
             uv[2 * triangle[0] + 1] * w + uv[2 * triangle[1] + 1] * u + uv[2 * triangle[2] + 1] * v;
-        hit.tint = hit.tint *
-                   kaRTSampleColor(*material.baseColorMap, material.wrapU, material.wrapV, s, t);
+        const kaRTTexel texel = kaRTSample(*m.baseColorMap, m.wrapU, m.wrapV, s, t);
+        surface.tint = surface.tint * texel.color;
+        alpha = texel.alpha;
     }
-    return true;
+    surface.coverage = osg::surfaceCoverage(m.alphaMode, m.opacity, m.alphaCutoff, alpha);
+    return surface;
+}
+
+bool kaRTIntegrator::intersect(V3 origin, V3 direction, float tFar, Hit& hit) const {
+    // Points a cut-out leaves uncovered (a leaf's outline) are not there: the ray goes on.
+    float tNear = 0.0f;
+    for (int cut = 0; cut <= kMaxLayers; ++cut) {
+        RTCRayHit rh;
+        const kaRTScene::Instance* found =
+            nearest(_scene.embree(), origin, direction, tFar, rh, tNear);
+        if (!found)
+            return false;
+        const Surface surface = surfaceAt(*found, rh.hit.primID, rh.hit.u, rh.hit.v);
+        if (surface.coverage <= 0.0f) {
+            tNear = rh.ray.tfar + _epsilon;
+            continue;
+        }
+        const kaRTScene::Instance& instance = *found;
+        const uint32_t* triangle = instance.geometry->getMesh().indices.data() + 3 * rh.hit.primID;
+        const float u = rh.hit.u, v = rh.hit.v, w = 1.0f - u - v;
+        hit.t = rh.ray.tfar;
+        hit.instance = &instance;
+        hit.position = origin + direction * hit.t;
+        V3 ng = normalize({rh.hit.Ng_x, rh.hit.Ng_y, rh.hit.Ng_z});
+        V3 n = normalize(instance.normals[triangle[0]] * w + instance.normals[triangle[1]] * u +
+                         instance.normals[triangle[2]] * v);
+        // Surfaces are two-sided: both normals face the ray.
+        if (dot(ng, direction) > 0)
+            ng = -ng;
+        if (dot(n, ng) < 0)
+            n = -n;
+        hit.normal = n;
+        hit.geometricNormal = ng;
+        hit.tint = surface.tint;
+        hit.opacity = surface.coverage;
+        return true;
+    }
+    return false;
 }
 
 float kaRTIntegrator::transmittance(V3 origin, V3 direction, float distance) const {
@@ -147,7 +172,7 @@ float kaRTIntegrator::transmittance(V3 origin, V3 direction, float distance) con
             return through;
         // Glowing surfaces are light fittings: they don't block the lights inside them.
         if (isZero(found->material.emission))
-            through *= 1.0f - found->material.opacity;
+            through *= 1.0f - surfaceAt(*found, rh.hit.primID, rh.hit.u, rh.hit.v).coverage;
         if (through <= 0.0f)
             return 0.0f;
         origin = origin + direction * rh.ray.tfar + direction * _epsilon;
@@ -222,7 +247,7 @@ V3 kaRTIntegrator::bouncedLight(const Hit& hit, bool capped) const {
     V3 light = m.emission + l.diffuse * (diffuse + ambient) + l.glossy * (glossy + ambient) +
                l.specular * ambient + l.translucency * (back + ambient);
     // What is behind a see-through surface is taken to be the environment.
-    light = light * m.opacity + ambient * (1.0f - m.opacity);
+    light = light * hit.opacity + ambient * (1.0f - hit.opacity);
     // Small bright surfaces (lamps) found by chance would speckle the picture for hundreds of
     // samples; bounced light is capped instead, a little darker but smooth.
     const float brightest = std::max({light.x, light.y, light.z});
@@ -386,12 +411,12 @@ void kaRTIntegrator::sample(int x, int y, int sampleIndex, Sample& out, float& o
             weight *= 1.0f - fog;
         }
         float occlusion = 0;
-        shade(hit, direction, weight * m.opacity, random, out, occlusion);
+        shade(hit, direction, weight * hit.opacity, random, out, occlusion);
         if (layer == 0) {
             out.set(kOcclusion, {occlusion, occlusion, occlusion});
         }
-        weight *= 1.0f - m.opacity;
-        if (m.opacity >= 1.0f || isZero(weight)) {
+        weight *= 1.0f - hit.opacity;
+        if (hit.opacity >= 1.0f || isZero(weight)) {
             blocked = true;
             break;
         }

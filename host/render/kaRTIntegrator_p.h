@@ -42,6 +42,11 @@ private:
         const kaRTScene::Instance* instance;
         kaRT::V3 position, normal, geometricNormal; // normals face the incoming ray
         kaRT::V3 tint; // what the base colour is multiplied by: vertex colours, the picture
+        float opacity; // the coverage there: the material's opacity, the picture's alpha
+    };
+    struct Surface {
+        kaRT::V3 tint;
+        float coverage;
     };
     struct Lobes {
         kaRT::V3 diffuse, glossy, specular, translucency, base;
@@ -51,7 +56,10 @@ private:
     // the ray, null when there is none, with Embree's record of the hit; intersect() also works
     // out what the shading needs.
     const kaRTScene::Instance* nearest(RTCScene scene, kaRT::V3 origin, kaRT::V3 direction,
-                                       float tFar, RTCRayHit& hit) const;
+                                       float tFar, RTCRayHit& hit, float tNear = 0) const;
+    // The tint and coverage of triangle 'primitive' of 'instance' at barycentric (u, v).
+    Surface surfaceAt(const kaRTScene::Instance& instance, unsigned primitive, float u,
+                      float v) const;
     bool intersect(kaRT::V3 origin, kaRT::V3 direction, float tFar, Hit& hit) const;
     // Share of light that gets from 'origin' along 'direction' over 'distance' through
     // see-through surfaces.

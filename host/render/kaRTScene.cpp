@@ -54,7 +54,11 @@ kaRTScene::Material materialOf(const osg::Geometry& geometry) {
         m.emission = kaRT::v3(s->emission) * kaExposure::scale();
         m.metallic = std::min(std::max(s->metallic, 0.0f), 1.0f);
         m.roughness = std::min(std::max(s->roughness, 0.0f), 1.0f);
-        m.opacity = std::min(std::max(s->opacity, 0.0f), 1.0f);
+        m.alphaMode = s->alphaMode;
+        m.alphaCutoff = s->alphaCutoff;
+        m.opacity = m.alphaMode == osg::AlphaMode::Opaque
+                        ? 1.0f
+                        : std::min(std::max(s->opacity, 0.0f), 1.0f);
         m.translucency = std::min(std::max(s->translucency, 0.0f), 1.0f);
         m.name = s->getName();
     }
@@ -168,7 +172,7 @@ bool kaRTScene::update(const osg::NodePtr& root, int frame, std::string& error) 
         Instance& instance = _instances[i];
         instance.material = materialOf(*instance.geometry);
         const bool blocks =
-            instance.material.opacity >= 1.0f && kaRT::isZero(instance.material.emission);
+            instance.material.coversWhole() && kaRT::isZero(instance.material.emission);
         if (!same || blocks != instance.blocksLight) {
             RTCGeometry geometry = rtcGetGeometry(_scene, unsigned(i));
             rtcSetGeometryMask(geometry, blocks ? kBlocksLight : kLetsLightThrough);

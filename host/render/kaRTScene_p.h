@@ -21,6 +21,13 @@ public:
         osg::ImagePtr baseColorMap; // sRGB RGBA 8-bit; null for a plain colour
         osg::TextureWrap wrapU = osg::TextureWrap::Repeat, wrapV = osg::TextureWrap::Repeat;
         float metallic = 0, roughness = 0.5f, opacity = 1, translucency = 0;
+        osg::AlphaMode alphaMode = osg::AlphaMode::Blend;
+        float alphaCutoff = 0.5f;
+        // Covers every point whole: no picture or opacity can make any of it see-through.
+        bool coversWhole() const {
+            return alphaMode == osg::AlphaMode::Opaque ||
+                   (!baseColorMap && osg::surfaceCoverage(alphaMode, opacity, alphaCutoff, 1) >= 1);
+        }
         std::string name;
         float cryptoId = 0;
         kaRT::V3 idColor; // a colour of its own, for the material-ID pass

@@ -39,11 +39,11 @@ int wrapped(int i, int size, osg::TextureWrap wrap) {
 
 } // namespace
 
-kaRT::V3 kaRTSampleColor(const osg::Image& image, osg::TextureWrap wrapU, osg::TextureWrap wrapV,
-                         float u, float v) {
+kaRTTexel kaRTSample(const osg::Image& image, osg::TextureWrap wrapU, osg::TextureWrap wrapV,
+                     float u, float v) {
     const int width = image.getWidth(), height = image.getHeight();
     if (width <= 0 || height <= 0 || !std::isfinite(u) || !std::isfinite(v))
-        return {1, 1, 1};
+        return {{1, 1, 1}, 1};
     // Texel centres lie at half-integers, as in OpenGL. Repeating coordinates are brought
     // into 0..2 first (both repeats have that period), so that far ones keep their precision.
     auto near = [](float c, osg::TextureWrap wrap) {
@@ -58,12 +58,13 @@ kaRT::V3 kaRTSampleColor(const osg::Image& image, osg::TextureWrap wrapU, osg::T
     const int ys[2] = {wrapped(y0, height, wrapV), wrapped(y0 + 1, height, wrapV)};
     const std::array<float, 256>& linear = linearOf();
     const uint8_t* data = image.getData();
-    kaRT::V3 sum;
+    kaRTTexel sum{{0, 0, 0}, 0};
     for (int j = 0; j < 2; ++j)
         for (int i = 0; i < 2; ++i) {
             const float w = (i ? tx : 1.0f - tx) * (j ? ty : 1.0f - ty);
             const uint8_t* texel = data + (size_t(ys[j]) * size_t(width) + size_t(xs[i])) * 4;
-            sum += kaRT::V3{linear[texel[0]], linear[texel[1]], linear[texel[2]]} * w;
+            sum.color += kaRT::V3{linear[texel[0]], linear[texel[1]], linear[texel[2]]} * w;
+            sum.alpha += float(texel[3]) * (w / 255.0f);
         }
     return sum;
 }

@@ -4,8 +4,13 @@
 #include "OSGMaterial.h"
 #include "kaRTMath.h"
 
-// The linear colour of an sRGB-encoded RGBA 8-bit picture (rows bottom-up) at texture
-// coordinates (u, v), filtered between its four nearest texels after decoding, as OpenGL
-// samples an sRGB texture; beyond 0..1 as the wrap modes say.
-kaRT::V3 kaRTSampleColor(const osg::Image& image, osg::TextureWrap wrapU, osg::TextureWrap wrapV,
-                         float u, float v);
+struct kaRTTexel {
+    kaRT::V3 color; // linear
+    float alpha;
+};
+
+// The linear colour and the alpha of an sRGB-encoded RGBA 8-bit picture (rows bottom-up) at
+// texture coordinates (u, v), filtered between its four nearest texels after decoding, as
+// OpenGL samples an sRGB texture; beyond 0..1 as the wrap modes say.
+kaRTTexel kaRTSample(const osg::Image& image, osg::TextureWrap wrapU, osg::TextureWrap wrapV,
+                     float u, float v);

@@ -77,6 +77,20 @@ osg::SimpleMaterialPtr toMaterial(const aiMaterial* source) {
         material->roughness = value;
     if (source->Get(AI_MATKEY_OPACITY, value) == AI_SUCCESS)
         material->opacity = value;
+    // glTF says how alpha covers the surface; other formats have a see-through material when
+    // its opacity is below 1, and ignore their pictures' alpha.
+    aiString alphaMode;
+    if (source->Get("$mat.gltf.alphaMode", 0, 0, alphaMode) == AI_SUCCESS) {
+        const std::string mode = alphaMode.C_Str();
+        material->alphaMode = mode == "MASK"    ? osg::AlphaMode::Mask
+                              : mode == "BLEND" ? osg::AlphaMode::Blend
+                                                : osg::AlphaMode::Opaque;
+        if (source->Get("$mat.gltf.alphaCutoff", 0, 0, value) == AI_SUCCESS)
+            material->alphaCutoff = value;
+    } else {
+        material->alphaMode =
+            material->opacity < 1.0f ? osg::AlphaMode::Blend : osg::AlphaMode::Opaque;
+    }
     return material;
 }
 

@@ -247,13 +247,14 @@ TEST(KaexportCluster, TheNodesLightTheSceneAsTheMasterDoes) {
     EXPECT_FALSE(plain.subimages[0] == l.subimages[0]) << "the lights differ";
 }
 
-// A scene file's pictures travel to the nodes with its materials: the nodes' picture is the
-// local one.
+// A scene file's pictures travel to the nodes with its materials, and so do their alpha
+// modes: the nodes' picture is the local one.
 TEST(KaexportCluster, TheNodesShowTheScenesPictures) {
     katest::TempDir dir;
-    ASSERT_TRUE(katest::writeQuadrantPicture(dir.file("quadrants.png")));
-    ASSERT_TRUE(katest::writeFile(dir.file("square.gltf"),
-                                  katest::texturedSquareGltf(katest::TexturedSquare())));
+    ASSERT_TRUE(katest::writeHalvesPicture(dir.file("quadrants.png")));
+    katest::TexturedSquare square;
+    square.alphaMode = "MASK";
+    ASSERT_TRUE(katest::writeFile(dir.file("square.gltf"), katest::texturedSquareGltf(square)));
     const QStringList common{"--scene", dir.file("square.gltf"), "--view", "front", "snapshot"};
     const QStringList options{"--raytracing", "--width", "48",   "--height", "32",
                               "--samples",    "2",       "--ss", "0"};

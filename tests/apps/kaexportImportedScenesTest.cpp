@@ -151,6 +151,43 @@ TEST_P(kaexportImportedScenes, BaseColourPicturesShowUprightAndDecoded) {
     EXPECT_NEAR(blue, red, red / 10) << red << " red, " << blue << " blue";
 }
 
+// The halves picture's alpha under each of glTF's alpha modes: ignored, cutting its right half
+// out, or letting the background show through it.
+TEST_P(kaexportImportedScenes, AlphaModesCoverAsAuthored) {
+    katest::TempDir dir;
+    ASSERT_TRUE(katest::writeHalvesPicture(dir.file("quadrants.png")));
+    const int middle = kSide / 2;
+    struct Seen {
+        Rgb left, right, background;
+    };
+    auto render = [&](const QByteArray& mode) {
+        katest::TexturedSquare square;
+        square.alphaMode = mode;
+        const QString scene = dir.file(QString(mode) + ".gltf"),
+                      out = dir.file(QString(mode) + ".png");
+        EXPECT_TRUE(katest::writeFile(scene, katest::texturedSquareGltf(square)));
+        const KaexportResult r = renderFront(scene, out, GetParam());
+        EXPECT_EQ(r.code, 0) << r.err.toStdString();
+        const std::vector<float> pixels = katest::imagePixels(out);
+        // The background is a vertical gradient: its colour on the same row, left of the square.
+        return Seen{pixelAt(pixels, 3, kLeft, middle), pixelAt(pixels, 3, kRight, middle),
+                    pixelAt(pixels, 3, 2, middle)};
+    };
+    const Seen opaque = render("OPAQUE"), mask = render("MASK"), blend = render("BLEND");
+    for (const Seen& seen : {opaque, mask, blend})
+        EXPECT_GT(seen.left.g, seen.left.r + 0.5f) << "the left half is solid green";
+    EXPECT_NEAR(opaque.right.g, opaque.left.g, 0.02f) << "alpha ignored";
+    EXPECT_NEAR(opaque.right.r, opaque.left.r, 0.02f) << "alpha ignored";
+    EXPECT_NEAR(mask.right.r, mask.background.r, 0.02f) << text(mask.right);
+    EXPECT_NEAR(mask.right.g, mask.background.g, 0.02f) << text(mask.right);
+    EXPECT_NEAR(mask.right.b, mask.background.b, 0.02f) << text(mask.right);
+    // A quarter of green over the light grey background: red between the two.
+    EXPECT_LT(blend.right.r, blend.background.r - 0.05f)
+        << text(blend.right) << " over " << text(blend.background);
+    EXPECT_GT(blend.right.r, opaque.right.r + 0.1f)
+        << text(blend.right) << " vs green " << text(opaque.right);
+}
+
 INSTANTIATE_TEST_SUITE_P(Renderers, kaexportImportedScenes, testing::Values(false, true),
                          [](const testing::TestParamInfo<bool>& info) {
                              return info.param ? "Raytracer" : "OpenGL";

@@ -33,6 +33,22 @@ bool writeQuadrantPicture(const QString& path) {
            out->write_image(OIIO::TypeDesc::UINT8, pixels.data()) && out->close();
 }
 
+bool writeHalvesPicture(const QString& path) {
+    constexpr int side = 64;
+    std::vector<uint8_t> pixels(size_t(side) * side * 4);
+    for (int y = 0; y < side; ++y)
+        for (int x = 0; x < side; ++x) {
+            uint8_t* p = &pixels[(size_t(y) * side + size_t(x)) * 4];
+            const uint8_t rgba[4] = {0, 255, 0, uint8_t(x < side / 2 ? 255 : 64)};
+            std::memcpy(p, rgba, 4);
+        }
+    auto out = OIIO::ImageOutput::create(path.toStdString());
+    OIIO::ImageSpec spec(side, side, 4, OIIO::TypeDesc::UINT8);
+    spec.attribute("oiio:UnassociatedAlpha", 1);
+    return out && out->open(path.toStdString(), spec) &&
+           out->write_image(OIIO::TypeDesc::UINT8, pixels.data()) && out->close();
+}
+
 namespace {
 
 void append(QByteArray& buffer, const void* data, size_t size) {
@@ -82,6 +98,11 @@ QByteArray texturedSquareGltf(const TexturedSquare& square) {
                   R"(, "byteLength": )" + QByteArray::number(square.embeddedPng.size()) + "}"
             : QByteArray();
     const QByteArray base = QByteArray::number(double(square.baseColor));
+    const QByteArray alpha = square.alphaMode.isEmpty()
+                                 ? QByteArray()
+                                 : QByteArray(R"(, "alphaMode": ")") + square.alphaMode +
+                                       R"(", "alphaCutoff": )" +
+                                       QByteArray::number(double(square.alphaCutoff));
     const QByteArray texture =
         square.textured ? QByteArray(R"(, "baseColorTexture": {"index": 0, "texCoord": )") +
                               QByteArray::number(square.texCoord) + "}"
@@ -94,7 +115,7 @@ QByteArray texturedSquareGltf(const TexturedSquare& square) {
   "materials": [{"name": "Painted", "pbrMetallicRoughness": {"baseColorFactor": [)") +
            base + ", " + base + ", " + base + R"(, 1],
                  "metallicFactor": 0.0, "roughnessFactor": 1.0)" +
-           texture + R"(}}],
+           texture + "}" + alpha + R"(}],
   "textures": [{"source": 0, "sampler": 0}],
   "samplers": [{"magFilter": 9729, "minFilter": 9987, "wrapS": )" +
            QByteArray::number(square.wrapS) + R"(, "wrapT": )" + QByteArray::number(square.wrapT) +

@@ -13,6 +13,10 @@ namespace katest {
 bool writeQuadrantPicture(const QString& path);
 constexpr float kQuadrantGreyLinear = 0.21586f;
 
+// The halves picture, 64 x 64 RGBA PNG: green, opaque on its left half and of alpha 0.25 on
+// its right half.
+bool writeHalvesPicture(const QString& path);
+
 // A 2 x 2 square in the XY plane facing +Z, centred at the origin, its material "Painted"
 // (white base colour, not metallic, fully rough) showing the picture upright from the front:
 // the picture's top-left corner at the square's (-1, 1).
@@ -24,7 +28,9 @@ struct TexturedSquare {
     int wrapS = 10497, wrapT = 10497;
     float uvScale = 1; // the coordinates run 0..uvScale across the square
     bool textured = true;
-    float baseColor = 1; // the base colour factor, grey
+    float baseColor = 1;  // the base colour factor, grey
+    QByteArray alphaMode; // OPAQUE, MASK or BLEND; left out when empty
+    float alphaCutoff = 0.5f;
 };
 // As a .gltf file (text, buffers as data URIs) or, with 'embeddedPng', as the parts of a .glb.
 QByteArray texturedSquareGltf(const TexturedSquare& square);

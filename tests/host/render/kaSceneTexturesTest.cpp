@@ -3,8 +3,12 @@
 #include "kaSceneImport.h"
 
 #include "OSGGeometry.h"
+#include "OSGImageFileHandler.h"
 #include "OSGNodeCores.h"
+#include "kaOSGWidget.h"
 #include "kaRTTexture.h"
+#include "kaRenderPassCatalogue.h"
+#include "kaSharedOffscreenRender.h"
 #include "kaTestSupport.h"
 #include "kaTexturedScenes.h"
 
@@ -159,9 +163,9 @@ TEST(kaSceneTextures, AMissingPictureIsNamedAndTheSceneStillLoads) {
 
 namespace {
 
-// A 2 x 1 picture: a black texel and an sRGB-128 one.
+// A 2 x 1 picture: an opaque black texel and an sRGB-128 one of alpha 0.2.
 osg::ImagePtr twoTexels() {
-    const uint8_t texels[8] = {0, 0, 0, 255, 128, 128, 128, 255};
+    const uint8_t texels[8] = {0, 0, 0, 255, 128, 128, 128, 51};
     osg::ImagePtr image = osg::Image::create();
     image->set(osg::Image::OSG_RGBA_PF, 2, 1, 1, 1, 1, 0.0, texels);
     return image;
@@ -169,28 +173,32 @@ osg::ImagePtr twoTexels() {
 
 } // namespace
 
-TEST(kaRTSampleColor, DecodesSrgbAndFiltersBetweenTexelCentres) {
+TEST(kaRTSample, DecodesSrgbAndFiltersBetweenTexelCentres) {
     osg::ImagePtr image = twoTexels();
     const auto repeat = osg::TextureWrap::Repeat, clamp = osg::TextureWrap::ClampToEdge;
-    EXPECT_NEAR(kaRTSampleColor(*image, clamp, clamp, 0.75f, 0.5f).x, katest::kQuadrantGreyLinear,
+    EXPECT_NEAR(kaRTSample(*image, clamp, clamp, 0.75f, 0.5f).color.x, katest::kQuadrantGreyLinear,
                 1e-4f)
         << "a texel's centre is its decoded value";
-    EXPECT_NEAR(kaRTSampleColor(*image, clamp, clamp, 0.25f, 0.5f).y, 0.0f, 1e-6f);
-    EXPECT_NEAR(kaRTSampleColor(*image, clamp, clamp, 0.5f, 0.5f).z,
+    EXPECT_NEAR(kaRTSample(*image, clamp, clamp, 0.25f, 0.5f).color.y, 0.0f, 1e-6f);
+    EXPECT_NEAR(kaRTSample(*image, clamp, clamp, 0.5f, 0.5f).color.z,
                 katest::kQuadrantGreyLinear / 2, 1e-4f)
         << "halfway is the mean of the decoded values, not the decoded mean";
-    EXPECT_NEAR(kaRTSampleColor(*image, clamp, clamp, 0.0f, 0.5f).x, 0.0f, 1e-6f)
+    EXPECT_NEAR(kaRTSample(*image, clamp, clamp, 0.0f, 0.5f).color.x, 0.0f, 1e-6f)
         << "clamped at the edge";
-    EXPECT_NEAR(kaRTSampleColor(*image, repeat, clamp, 0.0f, 0.5f).x,
+    EXPECT_NEAR(kaRTSample(*image, repeat, clamp, 0.0f, 0.5f).color.x,
                 katest::kQuadrantGreyLinear / 2, 1e-4f)
         << "repeating: the edge lies between the last texel and the first";
+    EXPECT_NEAR(kaRTSample(*image, clamp, clamp, 0.75f, 0.5f).alpha, 0.2f, 1e-6f)
+        << "alpha is straight: the colour stays";
+    EXPECT_NEAR(kaRTSample(*image, clamp, clamp, 0.5f, 0.5f).alpha, 0.6f, 1e-6f)
+        << "alpha is linear";
 }
 
-TEST(kaRTSampleColor, WrapModesRepeatMirrorAndClamp) {
+TEST(kaRTSample, WrapModesRepeatMirrorAndClamp) {
     osg::ImagePtr image = twoTexels();
     const float grey = katest::kQuadrantGreyLinear;
     auto at = [&](osg::TextureWrap wrap, float u) {
-        return kaRTSampleColor(*image, wrap, osg::TextureWrap::Repeat, u, 0.5f).x;
+        return kaRTSample(*image, wrap, osg::TextureWrap::Repeat, u, 0.5f).color.x;
     };
     EXPECT_NEAR(at(osg::TextureWrap::Repeat, 1.25f), 0.0f, 1e-6f);
     EXPECT_NEAR(at(osg::TextureWrap::Repeat, -0.25f), grey, 1e-4f);
@@ -200,4 +208,106 @@ TEST(kaRTSampleColor, WrapModesRepeatMirrorAndClamp) {
     EXPECT_NEAR(at(osg::TextureWrap::MirroredRepeat, -0.25f), 0.0f, 1e-6f);
     EXPECT_NEAR(at(osg::TextureWrap::ClampToEdge, 7.0f), grey, 1e-4f);
     EXPECT_NEAR(at(osg::TextureWrap::ClampToEdge, -7.0f), 0.0f, 1e-6f);
+}
+
+// glTF's alpha modes arrive as they are written; a file that writes none is opaque, and other
+// formats are see-through when their opacity says so.
+TEST(kaSceneTextures, AlphaModesAndCutoffsAreRead) {
+    katest::TempDir dir;
+    ASSERT_TRUE(katest::writeHalvesPicture(dir.file("quadrants.png")));
+    auto modeOf = [&](const QByteArray& mode, float cutoff) {
+        katest::TexturedSquare square;
+        square.alphaMode = mode;
+        square.alphaCutoff = cutoff;
+        const QString file = dir.file("square-" + QString(mode) + ".gltf");
+        EXPECT_TRUE(katest::writeFile(file, katest::texturedSquareGltf(square)));
+        const osg::SimpleMaterial* material = materialOf(onlyGeometry(loadScene(file)));
+        return material ? std::make_pair(material->alphaMode, material->alphaCutoff)
+                        : std::make_pair(osg::AlphaMode::Blend, -1.0f);
+    };
+    EXPECT_EQ(modeOf("", 0.5f).first, osg::AlphaMode::Opaque);
+    EXPECT_EQ(modeOf("OPAQUE", 0.5f).first, osg::AlphaMode::Opaque);
+    EXPECT_EQ(modeOf("BLEND", 0.5f).first, osg::AlphaMode::Blend);
+    const auto mask = modeOf("MASK", 0.3f);
+    EXPECT_EQ(mask.first, osg::AlphaMode::Mask);
+    EXPECT_NEAR(mask.second, 0.3f, 1e-6f);
+
+    ASSERT_TRUE(katest::writeFile(dir.file("square.obj"), katest::texturedSquareObj()));
+    ASSERT_TRUE(katest::writeFile(dir.file("square.mtl"), "newmtl Painted\nKd 1 1 1\nd 0.5\n"));
+    const osg::SimpleMaterial* glass = materialOf(onlyGeometry(loadScene(dir.file("square.obj"))));
+    ASSERT_TRUE(glass);
+    EXPECT_EQ(glass->alphaMode, osg::AlphaMode::Blend);
+    EXPECT_NEAR(glass->opacity, 0.5f, 1e-6f);
+    ASSERT_TRUE(katest::writeFile(dir.file("square.mtl"), "newmtl Painted\nKd 1 1 1\n"));
+    const osg::SimpleMaterial* solid = materialOf(onlyGeometry(loadScene(dir.file("square.obj"))));
+    ASSERT_TRUE(solid);
+    EXPECT_EQ(solid->alphaMode, osg::AlphaMode::Opaque);
+}
+
+namespace {
+
+// The raytraced direct light on a white floor below a 1 x 1 square at height 1, lit by a sun
+// shining down at 45 degrees towards +X, seen from straight above: the square's shadow falls
+// 1 to the +X side of it. The square shows the halves picture under 'mode'.
+osg::ImagePtr shadowOfHalves(osg::AlphaMode mode) {
+    katest::TempDir dir;
+    EXPECT_TRUE(katest::writeHalvesPicture(dir.file("halves.png")));
+    auto white = osg::SimpleMaterial::create("White");
+    white->baseColor = {1, 1, 1};
+    white->alphaMode = osg::AlphaMode::Opaque;
+    auto leaf = osg::SimpleMaterial::create("Leaf");
+    leaf->baseColorMap = osg::ImageFileHandler::the().read(dir.fileStd("halves.png").c_str());
+    EXPECT_TRUE(leaf->baseColorMap && leaf->baseColorMap->reformat(osg::Image::OSG_RGBA_PF));
+    leaf->alphaMode = mode;
+    osg::NodePtr root = osg::Node::create(osg::Group::create(), "scene");
+    root->addChild(osg::Node::create(osg::makePlane(8, 8, white), "Floor"));
+    osg::NodePtr raised =
+        osg::Node::create(osg::Transform::create(osg::Matrix::translation(0, 1, 0)), "Raised");
+    raised->addChild(osg::Node::create(osg::makePlane(1, 1, leaf), "Leaf"));
+    root->addChild(raised);
+    osg::NodePtr sun = osg::Node::create(
+        osg::Transform::create(osg::Matrix::lookAt({0, 0, 0}, {1, -1, 0}, {0, 1, 0})), "Sun");
+    sun->addChild(osg::Node::create(osg::DirectionalLight::create(), "SunLight"));
+    root->addChild(sun);
+
+    constexpr int side = 65;
+    kaOSGWidget view;
+    view.setSceneRoot(root);
+    osg::dynamic_pointer_cast<osg::Transform>(view.getCameraBeacon()->getCore())
+        ->setMatrix(osg::Matrix::lookAt({1, 5, 0}, {1, 0, 0}, {0, 0, -1}));
+    view.getCamera()->setFov(30.0f);
+    view.setSize(side, side);
+    kaOSGWidget::setMainView(&view);
+    kaOSGWidget::setRaytracing(true);
+    std::vector<osg::ImagePtr> images(kaRenderPass::Count);
+    osg::ImagePtr& diffuse = images[kaRenderPass::DiffuseLight];
+    diffuse = osg::Image::create();
+    diffuse->set(osg::Image::OSG_RGBA_PF, side, side, 1, 1, 1, 0.0, nullptr,
+                 osg::Image::OSG_FLOAT32_IMAGEDATA);
+    {
+        kaSharedOffscreenRender renderer(&view, images, 0);
+        EXPECT_TRUE(renderer.updateGL());
+    }
+    kaOSGWidget::setRaytracing(false);
+    kaOSGWidget::setMainView(nullptr);
+    return diffuse;
+}
+
+} // namespace
+
+// Light passes where a cut-out has no surface: the shadow of the halves square is that of its
+// opaque half only.
+TEST(kaSceneTextures, CutOutsCastTheShadowOfWhatIsLeft) {
+    // Floor x = 0.75 lies in the shadow of the opaque half, x = 1.25 in that of the cut half.
+    constexpr int opaqueShadow = 26, cutShadow = 38, middle = 32, lit = 55;
+    const osg::ImagePtr cut = shadowOfHalves(osg::AlphaMode::Mask);
+    const osg::ImagePtr whole = shadowOfHalves(osg::AlphaMode::Opaque);
+    ASSERT_TRUE(cut && whole);
+    const float sunlit = cut->getPixel(lit, middle).r;
+    EXPECT_GT(sunlit, 0.05f);
+    EXPECT_LT(cut->getPixel(opaqueShadow, middle).r, sunlit * 0.01f);
+    EXPECT_NEAR(cut->getPixel(cutShadow, middle).r, sunlit, sunlit * 0.01f);
+    // The same square without its cut-out shades both.
+    EXPECT_LT(whole->getPixel(opaqueShadow, middle).r, sunlit * 0.01f);
+    EXPECT_LT(whole->getPixel(cutShadow, middle).r, sunlit * 0.01f);
 }
