@@ -5,6 +5,7 @@
 #include "kaAssimpMatrix.h"
 #include "kaSceneAnimation.h"
 #include "kaSceneTextures.h"
+#include "kaSceneUnits.h"
 
 #include <QFileInfo>
 
@@ -126,43 +127,36 @@ osg::GeometryPtr toGeometry(const aiMesh* mesh, const osg::MaterialPtr& material
     return geometry;
 }
 
-// glTF gives lights in photometric units: candela for point and spot lights, lux for
-// directional ones. Our renderers' light is the radiance it gives a white diffuse surface
-// facing it (at one unit of distance): lux / 683 lm/W is the irradiance in W/m², over pi the
-// radiance of that surface. Blender's own renders agree: its sun of strength S (exported as
-// 683 S lux) makes such a surface S / pi.
-constexpr float kGltfLightUnit = float(1.0 / (683.0 * M_PI));
-
 // How Assimp's reader of a format gives a camera's field of view (see the cameras below).
 enum class FovFormat { HalfHorizontal, WholeHorizontal, VerticalTimesAspect };
 
-// 'camera' (a node with the camera core) below a transform that turns our camera's axes (looking
-// down -Z, Y up) into those 'c' gives relative to its node; 'camera' itself when they agree.
-osg::NodePtr cameraFrame(const aiCamera& c, const osg::NodePtr& camera) {
-    aiVector3D ahead = c.mLookAt, up = c.mUp;
+// 'thing' (a node with a camera or light core) below a transform that turns our axes for it
+// (looking or shining down -Z, Y up) into 'ahead' and 'up' relative to its node; 'thing' itself
+// when they agree or aren't given.
+osg::NodePtr alignedFrame(aiVector3D ahead, aiVector3D up, const osg::NodePtr& thing) {
     if (ahead.SquareLength() <= 0 || up.SquareLength() <= 0)
-        return camera;
+        return thing;
     ahead.Normalize();
     up = up - ahead * (up * ahead); // square to the direction
     if (up.SquareLength() <= 1e-12f)
-        return camera;
+        return thing;
     up.Normalize();
     if ((ahead - aiVector3D(0, 0, -1)).SquareLength() < 1e-10f &&
         (up - aiVector3D(0, 1, 0)).SquareLength() < 1e-10f)
-        return camera;
+        return thing;
     const aiVector3D back = -ahead, side = up ^ back;
     // Columns: where our X, Y and Z axes point in the node's space.
     const aiMatrix4x4 frame(side.x, up.x, back.x, 0, side.y, up.y, back.y, 0, side.z, up.z, back.z,
                             0, 0, 0, 0, 1);
     osg::NodePtr place = osg::Node::create(osg::Transform::create(toOsgMatrix(frame)), "");
-    place->addChild(camera);
+    place->addChild(thing);
     return place;
 }
 
 struct Converter {
     const aiScene* scene;
     FovFormat fovFormat;
-    float lightUnit; // what one unit of the file's light intensity is in ours
+    kaSceneUnits units;
     std::vector<osg::MaterialPtr> materials;
     std::vector<unsigned> uvSets; // of each material's picture
     std::map<std::string, const aiCamera*> cameras;
@@ -201,11 +195,12 @@ struct Converter {
                                        : 2.0f * std::atan(std::tan(halfHorizontal) / aspect);
             osg::NodePtr cameraNode =
                 osg::Node::create(osg::CameraCore::create(vertical * 180.0f / float(M_PI),
-                                                          c->mClipPlaneNear, c->mClipPlaneFar),
+                                                          c->mClipPlaneNear * units.metres,
+                                                          c->mClipPlaneFar * units.metres),
                                   c->mName.C_Str());
             // A camera may look along another axis of its node than ours (-Z, Y up): FBX
             // cameras look along +X.
-            node->addChild(cameraFrame(*c, cameraNode));
+            node->addChild(alignedFrame(c->mLookAt, c->mUp, cameraNode));
         }
         auto light = lights.find(source->mName.C_Str());
         if (light != lights.end()) {
@@ -220,8 +215,14 @@ struct Converter {
             const aiColor3D& c = l->mColorDiffuse;
             const float strength = std::max({c.r, c.g, c.b, 1e-6f});
             core->setColor({c.r / strength, c.g / strength, c.b / strength});
-            core->setIntensity(strength * lightUnit);
-            node->addChild(osg::Node::create(core, l->mName.C_Str()));
+            const bool directional = l->mType == aiLightSource_DIRECTIONAL;
+            const bool ambient = l->mType == aiLightSource_AMBIENT;
+            core->setIntensity(strength * (ambient       ? 1.0f
+                                           : directional ? units.sunLight
+                                                         : units.pointLight));
+            // Lights shine along their node's -Z in ours; FBX lights along its -Y.
+            node->addChild(
+                alignedFrame(l->mDirection, l->mUp, osg::Node::create(core, l->mName.C_Str())));
         }
         for (unsigned i = 0; i < source->mNumChildren; ++i)
             node->addChild(convert(source->mChildren[i]));
@@ -326,7 +327,7 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
     const FovFormat fov = gltf                                 ? FovFormat::VerticalTimesAspect
                           : suffix == "fbx" || suffix == "dae" ? FovFormat::WholeHorizontal
                                                                : FovFormat::HalfHorizontal;
-    Converter converter{scene, fov, gltf ? kGltfLightUnit : 1.0f, {}, {}, {}, {}, {}};
+    Converter converter{scene, fov, kaSceneUnits::of(*scene, suffix), {}, {}, {}, {}, {}};
     kaSceneTextures textures(*scene, fileName);
     for (unsigned i = 0; i < scene->mNumMaterials; ++i) {
         osg::SimpleMaterialPtr material = toMaterial(scene->mMaterials[i]);
@@ -339,7 +340,16 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
         converter.lights[scene->mLights[i]->mName.C_Str()] = scene->mLights[i];
     osg::NodePtr root =
         osg::Node::create(osg::Group::create(), QFileInfo(fileName).fileName().toStdString());
-    root->addChild(converter.convert(scene->mRootNode));
+    // Scenes are shown in metres, whatever unit the file counts in.
+    const float metres = converter.units.metres;
+    if (metres != 1.0f) {
+        osg::NodePtr inMetres = osg::Node::create(
+            osg::Transform::create(osg::Matrix::scale(metres, metres, metres)), "");
+        inMetres->addChild(converter.convert(scene->mRootNode));
+        root->addChild(inMetres);
+    } else {
+        root->addChild(converter.convert(scene->mRootNode));
+    }
     if (animations)
         for (unsigned i = 0; i < scene->mNumAnimations; ++i)
             animations->push_back(converter.animation(scene->mAnimations[i], i));

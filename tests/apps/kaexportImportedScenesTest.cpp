@@ -6,6 +6,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <tuple>
+
 using katest::KaexportResult;
 using katest::runKaexport;
 
@@ -215,3 +218,66 @@ TEST(kaexportImportedScenesAlbedo, TheAlbedoPassShowsThePicture) {
     expectColour(kLeft, kBottom, {0, 0, 1}, "bottom-left");
     expectColour(kRight, kBottom, {grey, grey, grey}, "bottom-right");
 }
+
+namespace {
+
+// The mean Rec. 709 luminance of a linear picture of 'channels' channels.
+double meanLuminance(const std::vector<float>& pixels, int channels) {
+    double sum = 0;
+    const size_t count = pixels.size() / size_t(channels);
+    for (size_t i = 0; i < count; ++i) {
+        const float* p = &pixels[i * size_t(channels)];
+        sum += 0.2126 * p[0] + 0.7152 * p[1] + 0.0722 * p[2];
+    }
+    return count ? sum / double(count) : 0.0;
+}
+
+} // namespace
+
+// A lit scene exported by an authoring package (Blender, tests/data/blender/makeLit.py) looks
+// as bright as the package's own render of it (Cycles), through the scene's camera, whichever
+// format carried it and whichever renderer draws it.
+class kaexportAuthoredExposure : public testing::TestWithParam<std::tuple<const char*, bool>> {};
+
+TEST_P(kaexportAuthoredExposure, MeanLuminanceMatchesTheAuthoringPackagesRender) {
+    const QString folder = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/";
+    const std::vector<float> cycles = katest::imagePixels(folder + "lit-cycles.exr");
+    ASSERT_EQ(cycles.size(), size_t(160 * 120 * 3));
+    const double expected = meanLuminance(cycles, 3);
+    ASSERT_GT(expected, 0.1);
+
+    katest::TempDir dir;
+    const auto [format, raytraced] = GetParam();
+    QStringList args{"--scene",   folder + "lit." + format,
+                     "--camera",  "Shot",
+                     "snapshot",  dir.file("ours.exr"),
+                     "--width",   "160",
+                     "--height",  "120",
+                     "--no-alpha"};
+    if (raytraced)
+        args << "--raytracing"
+             << "--samples"
+             << "16"
+             << "--ss"
+             << "0";
+    else
+        args << "--ss"
+             << "2";
+    const KaexportResult r = runKaexport(args);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::vector<float> ours = katest::imagePixels(dir.file("ours.exr"));
+    ASSERT_EQ(ours.size(), cycles.size());
+    const double ratio = meanLuminance(ours, 3) / expected;
+    EXPECT_GT(ratio, 0.75) << format;
+    EXPECT_LT(ratio, 1.25) << format;
+    std::printf("mean luminance of lit.%s (%s) / Cycles': %.3f\n", format,
+                raytraced ? "raytraced" : "OpenGL", ratio);
+}
+
+INSTANTIATE_TEST_SUITE_P(FormatsAndRenderers, kaexportAuthoredExposure,
+                         testing::Combine(testing::Values("glb", "fbx", "dae"),
+                                          testing::Values(false, true)),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param)) +
+                                    (std::get<1>(info.param) ? "Raytracer" : "OpenGL");
+                         });
