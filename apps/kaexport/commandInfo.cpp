@@ -97,6 +97,13 @@ void listScene(const osg::NodePtr& root, const std::vector<osg::AnimNodeBasePtr>
                     materials << ", emission "
                               << triple(material->emission.r, material->emission.g,
                                         material->emission.b);
+                if (const osg::Image* picture = material->baseColorMap.get())
+                    materials << ", picture " << picture->getWidth() << " x "
+                              << picture->getHeight();
+                if (material->alphaMode == osg::AlphaMode::Mask)
+                    materials << ", alpha cut-off " << number(material->alphaCutoff);
+                else if (material->alphaMode == osg::AlphaMode::Blend && material->baseColorMap)
+                    materials << ", picture's alpha blended";
                 materials << "\n";
             }
         }

@@ -1,5 +1,6 @@
 // kaexport info: what a scene file holds, word for word, from files made here.
 #include "kaTestSupport.h"
+#include "kaTexturedScenes.h"
 #include "kaexportProcess.h"
 
 #include <QFile>
@@ -74,6 +75,27 @@ TEST(kaexportInfo, ASceneWithoutLightsOrCameraSaysHowItWillBeShown) {
 
     r = runKaexport({"--headlight", "off", "info", dir.file("cube.obj")});
     EXPECT_TRUE(r.out.contains("Lights: 0 (the default lights are off: black)\n"))
+        << r.out.toStdString();
+}
+
+// Materials say what pictures they show and how their alpha covers the surface.
+TEST(kaexportInfo, MaterialsNameTheirPicturesAndAlphaModes) {
+    katest::TempDir dir;
+    ASSERT_TRUE(katest::writeHalvesPicture(dir.file("quadrants.png")));
+    katest::TexturedSquare square;
+    square.alphaMode = "MASK";
+    square.alphaCutoff = 0.25f;
+    ASSERT_TRUE(katest::writeFile(dir.file("mask.gltf"), katest::texturedSquareGltf(square)));
+    square.alphaMode = "BLEND";
+    ASSERT_TRUE(katest::writeFile(dir.file("blend.gltf"), katest::texturedSquareGltf(square)));
+    KaexportResult r = runKaexport({"info", dir.file("mask.gltf")});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.contains("  \"Painted\": base colour 1 1 1, metallic 0, roughness 1, "
+                               "opacity 1, picture 64 x 64, alpha cut-off 0.25\n"))
+        << r.out.toStdString();
+    r = runKaexport({"info", dir.file("blend.gltf")});
+    EXPECT_TRUE(r.out.contains("  \"Painted\": base colour 1 1 1, metallic 0, roughness 1, "
+                               "opacity 1, picture 64 x 64, picture's alpha blended\n"))
         << r.out.toStdString();
 }
 
