@@ -321,6 +321,7 @@ void kaImageRenderWidget::initWidget() {
     _glWidget->getCamera()->setNear(view->getCamera()->getNear());
     _glWidget->getCamera()->setFar(view->getCamera()->getFar());
     _glWidget->getCamera()->setFov(view->getCamera()->getFov());
+    _glWidget->getCamera()->setOrthographicHeight(view->getCamera()->getOrthographicHeight());
     _glWidget->getCamera()->setAspect(view->getCamera()->getAspect());
     // The navigator's state is the camera's pose.
     auto mine = osg::dynamic_pointer_cast<osg::Transform>(_glWidget->getCameraBeacon()->getCore());

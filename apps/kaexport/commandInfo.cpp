@@ -109,9 +109,13 @@ void listScene(const osg::NodePtr& root, const std::vector<osg::AnimNodeBasePtr>
         }
         if (auto* camera = dynamic_cast<const osg::CameraCore*>(core)) {
             const osg::Pnt3f at = world.transformPoint({0, 0, 0});
-            cameras << "  " << nameOf(*node, "camera") << ": at " << triple(at.x, at.y, at.z)
-                    << ", vertical field of view " << number(camera->getFov()) << " degrees, near "
-                    << number(camera->getNear()) << ", far " << number(camera->getFar()) << "\n";
+            cameras << "  " << nameOf(*node, "camera") << ": at " << triple(at.x, at.y, at.z);
+            if (camera->getOrthographicHeight() > 0)
+                cameras << ", orthographic, " << number(camera->getOrthographicHeight()) << " high";
+            else
+                cameras << ", vertical field of view " << number(camera->getFov()) << " degrees";
+            cameras << ", near " << number(camera->getNear()) << ", far "
+                    << number(camera->getFar()) << "\n";
             ++cameraCount;
         }
         if (auto* light = dynamic_cast<const osg::Light*>(core)) {

@@ -17,6 +17,17 @@ Matrix frustumMatrix(float l, float r, float b, float t, float n, float f) {
     return m;
 }
 
+Matrix orthographicMatrix(float l, float r, float b, float t, float n, float f) {
+    Matrix m;
+    m.m[0][0] = 2.0f / (r - l);
+    m.m[0][3] = -(r + l) / (r - l);
+    m.m[1][1] = 2.0f / (t - b);
+    m.m[1][3] = -(t + b) / (t - b);
+    m.m[2][2] = -2.0f / (f - n);
+    m.m[2][3] = -(f + n) / (f - n);
+    return m;
+}
+
 RefPtr<PerspectiveCamera> PerspectiveCamera::create() {
     return RefPtr<PerspectiveCamera>(new PerspectiveCamera());
 }
@@ -24,6 +35,10 @@ RefPtr<PerspectiveCamera> PerspectiveCamera::create() {
 Matrix PerspectiveCamera::getProjection(uint32_t width, uint32_t height) const {
     const float imageAspect =
         height == 0 ? 1.0f : float(width) / (float(height) * (_aspect > 0.0f ? _aspect : 1.0f));
+    if (_orthographicHeight > 0.0f) {
+        const float top = _orthographicHeight / 2.0f, right = top * imageAspect;
+        return orthographicMatrix(-right, right, -top, top, _near, _far);
+    }
     const float top = _near * std::tan(_fov * float(M_PI) / 360.0f);
     const float right = top * imageAspect;
     return frustumMatrix(-right, right, -top, top, _near, _far);
@@ -39,6 +54,10 @@ Matrix PerspectiveCamera::getViewing(uint32_t, uint32_t) const {
 void PerspectiveCamera::setBeacon(const NodePtr& beacon) {
     _beacon = beacon;
     recordChange(CameraPtr(this), BeaconFieldMask);
+}
+void PerspectiveCamera::setOrthographicHeight(float height) {
+    _orthographicHeight = height;
+    recordChange(CameraPtr(this), OrthographicHeightFieldMask);
 }
 void PerspectiveCamera::setNear(float nearPlane) {
     _near = nearPlane;

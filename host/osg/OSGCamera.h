@@ -36,11 +36,18 @@ private:
 // The OpenGL projection of the frustum (l, r, b, t at the near plane, n, f).
 Matrix frustumMatrix(float left, float right, float bottom, float top, float nearPlane,
                      float farPlane);
+// The OpenGL projection of the box (l, r, b, t, n, f) seen along parallel rays.
+Matrix orthographicMatrix(float left, float right, float bottom, float top, float nearPlane,
+                          float farPlane);
 
-// A pinhole camera with a vertical field of view.
+// A pinhole camera with a vertical field of view, or an orthographic one.
 class PerspectiveCamera : public Camera {
 public:
-    enum : BitVector { FovFieldMask = 1 << 3, AspectFieldMask = 1 << 4 };
+    enum : BitVector {
+        FovFieldMask = 1 << 3,
+        AspectFieldMask = 1 << 4,
+        OrthographicHeightFieldMask = 1 << 5
+    };
     static RefPtr<PerspectiveCamera> create();
     const char* getTypeName() const override { return "PerspectiveCamera"; }
 
@@ -59,11 +66,15 @@ public:
     // width / (height * aspect).
     float getAspect() const { return _aspect; }
     void setAspect(float aspect);
+    // When above 0, the camera is orthographic: its rays are parallel and the picture shows
+    // this height of the scene, in scene units (the field of view is then unused).
+    float getOrthographicHeight() const { return _orthographicHeight; }
+    void setOrthographicHeight(float height);
 
 private:
     PerspectiveCamera() = default;
     NodePtr _beacon;
-    float _near = 0.1f, _far = 1000.0f, _fov = 45.0f, _aspect = 1.0f;
+    float _near = 0.1f, _far = 1000.0f, _fov = 45.0f, _aspect = 1.0f, _orthographicHeight = 0.0f;
 };
 using PerspectiveCameraPtr = RefPtr<PerspectiveCamera>;
 

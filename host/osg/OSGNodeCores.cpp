@@ -47,6 +47,11 @@ void CameraCore::setFar(float farPlane) {
     recordChange(RefPtr<CameraCore>(this), FarFieldMask);
 }
 
+void CameraCore::setOrthographicHeight(float height) {
+    _orthographicHeight = height;
+    recordChange(RefPtr<CameraCore>(this), OrthographicHeightFieldMask);
+}
+
 namespace {
 void visitShown(const NodePtr& node, const Matrix& parent,
                 const std::function<void(const NodePtr&, const Matrix&)>& visit) {

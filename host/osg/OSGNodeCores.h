@@ -50,10 +50,16 @@ private:
 };
 using SwitchPtr = RefPtr<Switch>;
 
-// A camera placed in the scene: it looks down its node's -Z axis with +Y up.
+// A camera placed in the scene: it looks down its node's -Z axis with +Y up, in perspective or,
+// with an orthographic height, along parallel rays (plans, elevations).
 class CameraCore : public NodeCore {
 public:
-    enum : BitVector { FovFieldMask = 1 << 0, NearFieldMask = 1 << 1, FarFieldMask = 1 << 2 };
+    enum : BitVector {
+        FovFieldMask = 1 << 0,
+        NearFieldMask = 1 << 1,
+        FarFieldMask = 1 << 2,
+        OrthographicHeightFieldMask = 1 << 3
+    };
     static RefPtr<CameraCore> create(float fovDegrees = 45.0f, float nearPlane = 0.1f,
                                      float farPlane = 1000.0f);
     const char* getTypeName() const override { return "CameraCore"; }
@@ -64,10 +70,14 @@ public:
     void setNear(float nearPlane);
     float getFar() const { return _far; }
     void setFar(float farPlane);
+    // The height the picture shows, in scene units, for an orthographic camera; 0 for a
+    // perspective one.
+    float getOrthographicHeight() const { return _orthographicHeight; }
+    void setOrthographicHeight(float height);
 
 private:
     CameraCore() = default;
-    float _fov = 45.0f, _near = 0.1f, _far = 1000.0f;
+    float _fov = 45.0f, _near = 0.1f, _far = 1000.0f, _orthographicHeight = 0.0f;
 };
 using CameraCorePtr = RefPtr<CameraCore>;
 

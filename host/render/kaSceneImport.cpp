@@ -3,6 +3,7 @@
 #include "OSGGeometry.h"
 #include "OSGNodeCores.h"
 #include "kaAssimpMatrix.h"
+#include "kaColladaCameras.h"
 #include "kaSceneAnimation.h"
 #include "kaSceneTextures.h"
 #include "kaSceneUnits.h"
@@ -157,6 +158,8 @@ struct Converter {
     const aiScene* scene;
     FovFormat fovFormat;
     kaSceneUnits units;
+    // Picture heights of orthographic cameras Assimp doesn't report, by node name.
+    std::map<std::string, float> orthographicHeights;
     std::vector<osg::MaterialPtr> materials;
     std::vector<unsigned> uvSets; // of each material's picture
     std::map<std::string, const aiCamera*> cameras;
@@ -190,9 +193,12 @@ struct Converter {
             const float aspect = c->mAspect > 0.0f ? c->mAspect : 1.0f;
             const float halfHorizontal =
                 fovFormat == FovFormat::WholeHorizontal ? c->mHorizontalFOV / 2 : c->mHorizontalFOV;
-            const float vertical = fovFormat == FovFormat::VerticalTimesAspect
-                                       ? c->mHorizontalFOV / aspect
-                                       : 2.0f * std::atan(std::tan(halfHorizontal) / aspect);
+            float vertical = fovFormat == FovFormat::VerticalTimesAspect
+                                 ? c->mHorizontalFOV / aspect
+                                 : 2.0f * std::atan(std::tan(halfHorizontal) / aspect);
+            // Orthographic cameras have no angle; a view made from one later gets a usual one.
+            if (!(vertical > 0.0f))
+                vertical = float(M_PI) / 4.0f;
             osg::NodePtr cameraNode =
                 osg::Node::create(osg::CameraCore::create(vertical * 180.0f / float(M_PI),
                                                           c->mClipPlaneNear * units.metres,
@@ -200,6 +206,14 @@ struct Converter {
                                   c->mName.C_Str());
             // A camera may look along another axis of its node than ours (-Z, Y up): FBX
             // cameras look along +X.
+            // Orthographic cameras: glTF's through Assimp, which gives half the width.
+            auto height = orthographicHeights.find(source->mName.C_Str());
+            const float orthographicHeight = c->mOrthographicWidth > 0.0f
+                                                 ? 2.0f * c->mOrthographicWidth / aspect
+                                             : height != orthographicHeights.end() ? height->second
+                                                                                   : 0.0f;
+            osg::dynamic_pointer_cast<osg::CameraCore>(cameraNode->getCore())
+                ->setOrthographicHeight(orthographicHeight * units.metres);
             node->addChild(alignedFrame(c->mLookAt, c->mUp, cameraNode));
         }
         auto light = lights.find(source->mName.C_Str());
@@ -327,7 +341,9 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
     const FovFormat fov = gltf                                 ? FovFormat::VerticalTimesAspect
                           : suffix == "fbx" || suffix == "dae" ? FovFormat::WholeHorizontal
                                                                : FovFormat::HalfHorizontal;
-    Converter converter{scene, fov, kaSceneUnits::of(*scene, suffix), {}, {}, {}, {}, {}};
+    Converter converter{scene, fov, kaSceneUnits::of(*scene, suffix), {}, {}, {}, {}, {}, {}};
+    if (suffix == "dae")
+        converter.orthographicHeights = kaColladaOrthographicHeights(fileName);
     kaSceneTextures textures(*scene, fileName);
     for (unsigned i = 0; i < scene->mNumMaterials; ++i) {
         osg::SimpleMaterialPtr material = toMaterial(scene->mMaterials[i]);

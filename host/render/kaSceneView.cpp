@@ -95,6 +95,7 @@ void lookThroughNode(kaOSGWidget& view, const osg::NodePtr& camera) {
             osg::Matrix::lookAt(eye, {eye.x + ahead.x, eye.y + ahead.y, eye.z + ahead.z},
                                 world.transformVector({0, 1, 0})));
         view.getCamera()->setFov(core->getFov());
+        view.getCamera()->setOrthographicHeight(core->getOrthographicHeight());
         view.getCamera()->setNear(core->getNear());
         view.getCamera()->setFar(core->getFar());
     }
@@ -200,7 +201,10 @@ bool kaSceneImport::lookThrough(kaOSGWidget& view, const osg::NodePtr& scene,
                                               : 1.0;
     const float halfVertical = fov * float(M_PI) / 360.0f;
     const float halfHorizontal = std::atan(std::tan(halfVertical) * float(aspect));
-    const float distance = radius / std::sin(std::min(halfVertical, halfHorizontal));
+    // An orthographic camera sees as much from anywhere: it only has to stand outside.
+    const bool orthographic = view.getCamera()->getOrthographicHeight() > 0.0f;
+    const float distance =
+        orthographic ? 2.0f * radius : radius / std::sin(std::min(halfVertical, halfHorizontal));
     const osg::Pnt3f eye{centre.x - ahead.x * distance, centre.y - ahead.y * distance,
                          centre.z - ahead.z * distance};
     osg::NodePtr place =
@@ -208,9 +212,12 @@ bool kaSceneImport::lookThrough(kaOSGWidget& view, const osg::NodePtr& scene,
     QString name = "Fitted Camera";
     if (!choice.view.isEmpty())
         name = choice.view.left(1).toUpper() + choice.view.mid(1) + " View";
-    osg::NodePtr camera = osg::Node::create(
-        osg::CameraCore::create(fov, (distance - radius) * 0.5f, distance + radius * 2.0f),
-        name.toStdString());
+    osg::CameraCorePtr core =
+        osg::CameraCore::create(fov, (distance - radius) * 0.5f, distance + radius * 2.0f);
+    // An orthographic camera stays one, its picture as high as the sphere needs.
+    if (orthographic)
+        core->setOrthographicHeight(2.0f * radius * float(std::max(1.0, 1.0 / aspect)));
+    osg::NodePtr camera = osg::Node::create(core, name.toStdString());
     place->addChild(camera);
     scene->addChild(place);
     lookThroughNode(view, camera);

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 using katest::KaexportResult;
 using katest::runKaexport;
 
@@ -126,4 +128,71 @@ TEST_P(kaexportAuthoredCamera, FramesTheSceneAsItsAuthorDid) {
 INSTANTIATE_TEST_SUITE_P(Formats, kaexportAuthoredCamera, testing::Values("shot.fbx", "shot.dae"),
                          [](const testing::TestParamInfo<const char*>& info) {
                              return std::string(info.param).substr(5);
+                         });
+
+// Orthographic cameras (files Blender made, tests/data/blender/makeOrtho.py): the red cube of
+// side 1 seen from above through a picture 4 units wide is 80 x 80 pixels in the middle of
+// 320 x 240, in both renderers. (Assimp reads COLLADA's orthographic cameras as perspective
+// ones; the file's own camera element says what they are.)
+class kaexportOrthographicCamera : public testing::TestWithParam<std::tuple<const char*, bool>> {};
+
+TEST_P(kaexportOrthographicCamera, ShowsTheScaleItsAuthorChose) {
+    katest::TempDir dir;
+    const auto [file, raytraced] = GetParam();
+    const QString scene = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/" + file;
+    QStringList args{"--scene", scene, "--camera", "Plan", "snapshot", dir.file("plan.png"),
+                     "--width", "320", "--height", "240",  "--ss",     "0"};
+    if (raytraced)
+        args << "--raytracing"
+             << "--samples"
+             << "1";
+    const KaexportResult r = runKaexport(args);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::vector<float> values = katest::imagePixels(dir.file("plan.png"));
+    ASSERT_EQ(values.size(), size_t(320 * 240 * 3));
+    int left = 320, right = -1, top = 240, bottom = -1;
+    for (int y = 0; y < 240; ++y)
+        for (int x = 0; x < 320; ++x) {
+            const float* p = &values[(size_t(y) * 320 + size_t(x)) * 3];
+            if (p[0] > p[1] + 0.2f) {
+                left = std::min(left, x), right = std::max(right, x);
+                top = std::min(top, y), bottom = std::max(bottom, y);
+            }
+        }
+    EXPECT_EQ(left, 120);
+    EXPECT_EQ(right, 199);
+    EXPECT_EQ(top, 80);
+    EXPECT_EQ(bottom, 159);
+}
+
+// Fitting with an orthographic camera keeps it orthographic: the sphere around the cube
+// (radius 0.866) fills the picture's height, so the cube's top is 240 / 1.732 = 138.6 pixels.
+TEST(kaexportOrthographicFit, FillsThePictureWithTheScene) {
+    katest::TempDir dir;
+    const QString scene = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/ortho.glb";
+    const KaexportResult r =
+        runKaexport({"--scene", scene, "--camera", "Plan", "--fit", "snapshot", dir.file("fit.png"),
+                     "--width", "320", "--height", "240", "--ss", "0"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::vector<float> values = katest::imagePixels(dir.file("fit.png"));
+    ASSERT_EQ(values.size(), size_t(320 * 240 * 3));
+    int top = 240, bottom = -1, left = 320, right = -1;
+    for (int y = 0; y < 240; ++y)
+        for (int x = 0; x < 320; ++x) {
+            const float* p = &values[(size_t(y) * 320 + size_t(x)) * 3];
+            if (p[0] > p[1] + 0.2f) {
+                left = std::min(left, x), right = std::max(right, x);
+                top = std::min(top, y), bottom = std::max(bottom, y);
+            }
+        }
+    EXPECT_NEAR(bottom - top + 1, 138.6, 1.0);
+    EXPECT_NEAR(right - left + 1, 138.6, 1.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(FormatsAndRenderers, kaexportOrthographicCamera,
+                         testing::Combine(testing::Values("ortho.dae", "ortho.glb"),
+                                          testing::Values(false, true)),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param)).substr(6) +
+                                    (std::get<1>(info.param) ? "Raytracer" : "OpenGL");
                          });

@@ -99,6 +99,16 @@ TEST(kaexportInfo, MaterialsNameTheirPicturesAndAlphaModes) {
         << r.out.toStdString();
 }
 
+// Orthographic cameras say how much they show instead of an angle.
+TEST(kaexportInfo, OrthographicCamerasSayTheirHeight) {
+    const QString scene = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/ortho.dae";
+    const KaexportResult r = runKaexport({"info", scene});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.contains("Cameras: 1\n  \"Plan\": at 0 10 0, orthographic, 3 high, near "
+                               "0.1, far 1000\n"))
+        << r.out.toStdString();
+}
+
 TEST(kaexportInfo, AFileThatCantBeReadIsNamedWithTheCause) {
     katest::TempDir dir;
     KaexportResult r = runKaexport({"info", dir.file("missing.gltf")});
