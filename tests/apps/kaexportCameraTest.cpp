@@ -125,7 +125,8 @@ TEST_P(kaexportAuthoredCamera, FramesTheSceneAsItsAuthorDid) {
     EXPECT_NEAR(bottom, 163, 1);
 }
 
-INSTANTIATE_TEST_SUITE_P(Formats, kaexportAuthoredCamera, testing::Values("shot.fbx", "shot.dae"),
+INSTANTIATE_TEST_SUITE_P(Formats, kaexportAuthoredCamera,
+                         testing::Values("shot.fbx", "shot.dae", "shot.glb"),
                          [](const testing::TestParamInfo<const char*>& info) {
                              return std::string(info.param).substr(5);
                          });

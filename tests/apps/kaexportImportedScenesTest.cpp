@@ -4,6 +4,8 @@
 #include "kaTexturedScenes.h"
 #include "kaexportProcess.h"
 
+#include <OpenImageIO/imageio.h>
+
 #include <assimp/Exporter.hpp>
 #include <assimp/Importer.hpp>
 #include <assimp/scene.h>
@@ -318,3 +320,26 @@ INSTANTIATE_TEST_SUITE_P(FormatsAndRenderers, kaexportAuthoredExposure,
                              return std::string(std::get<0>(info.param)) +
                                     (std::get<1>(info.param) ? "Raytracer" : "OpenGL");
                          });
+
+// Cryptomatte mattes carry the names the author gave objects and materials ("Floor", "Box"),
+// not those of the mesh data inside them (Blender's "Plane", "Cube"), whichever format carried
+// them.
+class kaexportAuthoredNames : public testing::TestWithParam<const char*> {};
+
+TEST_P(kaexportAuthoredNames, CryptomatteManifestsNameObjectsAndMaterials) {
+    katest::TempDir dir;
+    const QString scene = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/lit." + GetParam();
+    const KaexportResult r = runKaexport(
+        {"--scene", scene, "--camera", "Shot", "snapshot", dir.file("mattes.exr"), "--raytracing",
+         "--passes", "cryptoObject00,cryptoMaterial00", "--width", "32", "--height", "24",
+         "--samples", "1", "--set", "ImageExport multi layer exr=true"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    auto in = OIIO::ImageInput::open(dir.fileStd("mattes.exr"));
+    ASSERT_TRUE(in);
+    EXPECT_EQ(in->spec().get_string_attribute("cryptomatte/1a4aca8/manifest"),
+              R"({"Box":"80bb1009","Floor":"6a2fb16e"})");
+    EXPECT_EQ(in->spec().get_string_attribute("cryptomatte/6af633d/manifest"),
+              R"({"Grey":"f970f186","Red":"6e1a9181"})");
+}
+
+INSTANTIATE_TEST_SUITE_P(Formats, kaexportAuthoredNames, testing::Values("glb", "fbx", "dae"));

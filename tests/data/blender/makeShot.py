@@ -2,7 +2,8 @@
 #   blender -b --factory-startup -P makeShot.py
 # A red cube of side 1 at the origin, and a camera "Shot" at (4, -6, 3) (Blender's Z up) that
 # looks at it through a 50 mm lens on a 36 mm wide sensor, for 640 x 480 pictures: a horizontal
-# field of view of 0.6911 rad. Exported as FBX and COLLADA with the exporters' defaults.
+# field of view of 0.6911 rad. Exported as FBX, COLLADA and glTF with the exporters' defaults
+# (cameras included).
 import bpy
 from mathutils import Vector
 
@@ -28,3 +29,4 @@ scene.render.resolution_x = 640
 scene.render.resolution_y = 480
 bpy.ops.export_scene.fbx(filepath="shot.fbx")
 bpy.ops.wm.collada_export(filepath="shot.dae")
+bpy.ops.export_scene.gltf(filepath="shot.glb", export_cameras=True)
