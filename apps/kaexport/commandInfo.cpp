@@ -100,6 +100,12 @@ void listScene(const osg::NodePtr& root, const std::vector<osg::AnimNodeBasePtr>
                 if (const osg::Image* picture = material->baseColorMap.get())
                     materials << ", picture " << picture->getWidth() << " x "
                               << picture->getHeight();
+                if (const osg::Image* picture = material->metallicRoughnessMap.get())
+                    materials << ", metallic-roughness picture " << picture->getWidth() << " x "
+                              << picture->getHeight();
+                if (const osg::Image* picture = material->emissionMap.get())
+                    materials << ", emission picture " << picture->getWidth() << " x "
+                              << picture->getHeight();
                 if (material->alphaMode == osg::AlphaMode::Mask)
                     materials << ", alpha cut-off " << number(material->alphaCutoff);
                 else if (material->alphaMode == osg::AlphaMode::Blend && material->baseColorMap)

@@ -130,9 +130,9 @@ bool exportScene(const kaBuiltinScene& builtin, const kaOSGWidget& view, const c
                 v < source.normals.size() ? source.normals[v] : osg::Vec3f{0, 1, 0};
             // Normals by the inverse transpose.
             const kaRT::V3 wn = kaRT::normalize(
-                {inverse.m[0][0] * n.x + inverse.m[1][0] * n.y + inverse.m[2][0] * n.z,
-                 inverse.m[0][1] * n.x + inverse.m[1][1] * n.y + inverse.m[2][1] * n.z,
-                 inverse.m[0][2] * n.x + inverse.m[1][2] * n.y + inverse.m[2][2] * n.z});
+                {float(inverse.m[0][0] * n.x + inverse.m[1][0] * n.y + inverse.m[2][0] * n.z),
+                 float(inverse.m[0][1] * n.x + inverse.m[1][1] * n.y + inverse.m[2][1] * n.z),
+                 float(inverse.m[0][2] * n.x + inverse.m[1][2] * n.y + inverse.m[2][2] * n.z)});
             mesh->mNormals[v] = {wn.x, wn.y, wn.z};
         }
         mesh->mNumFaces = unsigned(source.indices.size() / 3);

@@ -159,6 +159,8 @@ void kaClusterSceneEncoder::write(Writer& out, const osg::FieldContainer* contai
             s.writeRawData(reinterpret_cast<const char*>(image->getData()), int(image->getSize()));
     } else if (auto* material = dynamic_cast<const osg::SimpleMaterial*>(container)) {
         ensure(out, material->baseColorMap.get());
+        ensure(out, material->metallicRoughnessMap.get());
+        ensure(out, material->emissionMap.get());
         s << container->getId() << QByteArray("SimpleMaterial") << quint64(mask)
           << QByteArray::fromStdString(material->getName());
         writeColor(s, material->baseColor);
@@ -166,7 +168,8 @@ void kaClusterSceneEncoder::write(Writer& out, const osg::FieldContainer* contai
         writeColor(s, material->emission);
         s << material->opacity << material->translucency << idOf(material->baseColorMap.get())
           << qint32(material->wrapU) << qint32(material->wrapV) << qint32(material->alphaMode)
-          << material->alphaCutoff;
+          << material->alphaCutoff << idOf(material->metallicRoughnessMap.get())
+          << idOf(material->emissionMap.get());
     } else if (auto* switched = dynamic_cast<const osg::SwitchMaterial*>(container)) {
         for (size_t i = 0; i < switched->getNMaterials(); ++i)
             ensure(out, switched->getMaterial(i).get());
@@ -371,6 +374,12 @@ bool kaClusterSceneDecoder::read(Reader& in, std::string& error) {
             qint32 wrapU = 0, wrapV = 0, alphaMode = 0;
             s >> material->opacity >> material->translucency >> mapId >> wrapU >> wrapV >>
                 alphaMode >> material->alphaCutoff;
+            quint32 metallicRoughnessId = 0, emissionId = 0;
+            s >> metallicRoughnessId >> emissionId;
+            material->metallicRoughnessMap =
+                osg::ImagePtr(dynamic_cast<osg::Image*>(find(metallicRoughnessId).get()));
+            material->emissionMap =
+                osg::ImagePtr(dynamic_cast<osg::Image*>(find(emissionId).get()));
             material->alphaMode = osg::AlphaMode(std::min(std::max(alphaMode, 0), 2));
             material->baseColorMap = osg::ImagePtr(dynamic_cast<osg::Image*>(find(mapId).get()));
             material->wrapU = osg::TextureWrap(std::min(std::max(wrapU, 0), 2));

@@ -54,6 +54,10 @@ public:
     // RGBA of 8 bits, sRGB-encoded as painted, straight alpha, rows bottom-up (v = 0 is its
     // bottom). Null for a plain colour. One image may serve many materials.
     ImagePtr baseColorMap;
+    // Pictures placed like the base colour's (the same coordinates and wrap modes): metallic
+    // and roughness as glTF packs them (linear; roughness in green, metallic in blue), each
+    // multiplying its factor; and one the emission is multiplied by, sRGB-encoded.
+    ImagePtr metallicRoughnessMap, emissionMap;
     TextureWrap wrapU = TextureWrap::Repeat, wrapV = TextureWrap::Repeat;
     float metallic = 0.0f;
     float roughness = 0.5f;

@@ -64,6 +64,10 @@ uniform bool useVertexColor;
 // sRGB texels: the sampler returns them linear, filtered after decoding.
 uniform bool useBaseColorMap;
 uniform sampler2D baseColorMap;
+uniform bool useMetallicRoughnessMap; // linear: roughness in green, metallic in blue
+uniform sampler2D metallicRoughnessMap;
+uniform bool useEmissionMap; // sRGB
+uniform sampler2D emissionMap;
 uniform int alphaMode; // 0 opaque, 1 cut out below alphaCutoff, 2 blended
 uniform float alphaCutoff;
 uniform vec3 ambient;
@@ -92,12 +96,19 @@ void main() {
         discard;
 #endif
     float coverage = alphaMode == 2 ? alpha : 1.0;
-    vec3 diffuse = albedo * (1.0 - metallic);
-    vec3 specular = mix(vec3(0.04), albedo, metallic);
-    float shininess = max(2.0 / max(pow(roughness, 4.0), 1e-4) - 2.0, 1.0);
+    float metal = metallic, rough = roughness;
+    if (useMetallicRoughnessMap) {
+        vec4 metalRough = texture(metallicRoughnessMap, uv);
+        rough *= metalRough.g;
+        metal *= metalRough.b;
+    }
+    vec3 glow = useEmissionMap ? emission * texture(emissionMap, uv).rgb : emission;
+    vec3 diffuse = albedo * (1.0 - metal);
+    vec3 specular = mix(vec3(0.04), albedo, metal);
+    float shininess = max(2.0 / max(pow(rough, 4.0), 1e-4) - 2.0, 1.0);
     vec3 v = normalize(eye - worldPosition);
     // The environment lights diffuse surfaces and is mirrored by glossy ones (metals).
-    vec3 color = emission + ambient * (diffuse + specular);
+    vec3 color = glow + ambient * (diffuse + specular);
     for (int i = 0; i < directionalCount; ++i) {
         vec3 l = -directionalDirection[i];
         float ndl = max(dot(n, l), 0.0);
@@ -358,12 +369,13 @@ struct kaGLSceneRenderer::Impl {
         bool hasColors = false, hasTexCoords = false;
     };
     std::map<const osg::Geometry*, Mesh> meshes;
-    // Material pictures, uploaded once however many meshes and materials use them.
+    // Material pictures, uploaded once however many meshes and materials use them (by
+    // picture, and whether it is sRGB-encoded colour or linear data).
     struct Texture {
         osg::ImagePtr keep; // as for meshes
         GLuint name = 0;
     };
-    std::map<const osg::Image*, Texture> textures;
+    std::map<std::pair<const osg::Image*, bool>, Texture> textures;
     std::vector<int> runCounts;
     std::vector<const void*> runOffsets;
 
@@ -562,9 +574,10 @@ struct kaGLSceneRenderer::Impl {
         return mesh;
     }
 
-    // The picture as an sRGB texture with its mipmaps, uploaded when first drawn.
-    GLuint upload(const osg::ImagePtr& image) {
-        Texture& texture = textures[image.get()];
+    // The picture as a texture with its mipmaps, sRGB-decoded when sampled or not, uploaded
+    // when first drawn.
+    GLuint upload(const osg::ImagePtr& image, bool srgb) {
+        Texture& texture = textures[{image.get(), srgb}];
         if (texture.name)
             return texture.name;
         texture.keep = image;
@@ -574,7 +587,7 @@ struct kaGLSceneRenderer::Impl {
             ++levels;
         glGenTextures(1, &texture.name);
         glBindTexture(GL_TEXTURE_2D, texture.name);
-        glTexStorage2D(GL_TEXTURE_2D, levels, GL_SRGB8_ALPHA8, width, height);
+        glTexStorage2D(GL_TEXTURE_2D, levels, srgb ? GL_SRGB8_ALPHA8 : GL_RGBA8, width, height);
         glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
         glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
         glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE,
@@ -597,17 +610,32 @@ struct kaGLSceneRenderer::Impl {
         }
     }
 
-    // Binds the material's base colour picture, with its wrap modes, to unit 3; false when
-    // the surface shows none (no picture, or no coordinates to place it by).
-    bool bindBaseColorMap(const osg::SimpleMaterial* material, const Mesh& mesh) {
-        if (!material || !material->baseColorMap || !mesh.hasTexCoords)
+    // Binds 'picture' of 'material', with the material's wrap modes, to texture unit 'unit';
+    // false when the surface shows none (no picture, or no coordinates to place it by).
+    bool bindMap(const osg::ImagePtr& picture, bool srgb, GLenum unit,
+                 const osg::SimpleMaterial& material, const Mesh& mesh) {
+        if (!picture || !mesh.hasTexCoords)
             return false;
-        glActiveTexture(GL_TEXTURE3);
-        glBindTexture(GL_TEXTURE_2D, upload(material->baseColorMap));
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, wrapOf(material->wrapU));
-        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, wrapOf(material->wrapV));
+        glActiveTexture(unit);
+        glBindTexture(GL_TEXTURE_2D, upload(picture, srgb));
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, wrapOf(material.wrapU));
+        glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, wrapOf(material.wrapV));
         glActiveTexture(GL_TEXTURE0);
         return true;
+    }
+
+    // The material's pictures on units 3 (base colour), 4 (metallic-roughness) and 5
+    // (emission), and the uniforms that say which there are.
+    void bindMaps(GLuint program, const osg::SimpleMaterial* material, const Mesh& mesh) {
+        const bool base =
+            material && bindMap(material->baseColorMap, true, GL_TEXTURE3, *material, mesh);
+        const bool packed = material && bindMap(material->metallicRoughnessMap, false, GL_TEXTURE4,
+                                                *material, mesh);
+        const bool glow =
+            material && bindMap(material->emissionMap, true, GL_TEXTURE5, *material, mesh);
+        glUniform1i(at(program, "useBaseColorMap"), base);
+        glUniform1i(at(program, "useMetallicRoughnessMap"), packed);
+        glUniform1i(at(program, "useEmissionMap"), glow);
     }
 
     // Forgets meshes and pictures nobody else holds.
@@ -726,6 +754,8 @@ struct kaGLSceneRenderer::Impl {
         uniformMatrix(program, "viewProjection", viewProjection);
         glUniform3f(at(program, "eye"), eye.x, eye.y, eye.z);
         glUniform1i(at(program, "baseColorMap"), 3);
+        glUniform1i(at(program, "metallicRoughnessMap"), 4);
+        glUniform1i(at(program, "emissionMap"), 5);
         glUniform3f(at(program, "ambient"), lights.ambient.r, lights.ambient.g, lights.ambient.b);
         const int directional = lights.directionalCount();
         const int point = lights.pointCount();
@@ -794,7 +824,7 @@ struct kaGLSceneRenderer::Impl {
             glUniform1i(at(program, "alphaMode"), int(alphaMode));
             glUniform1f(at(program, "alphaCutoff"), material ? material->alphaCutoff : 0.5f);
             glUniform1i(at(program, "useVertexColor"), mesh.hasColors);
-            glUniform1i(at(program, "useBaseColorMap"), bindBaseColorMap(material, mesh));
+            bindMaps(program, material, mesh);
             glBindVertexArray(mesh.vao);
             glMultiDrawElements(GL_TRIANGLES, runCounts.data(), GL_UNSIGNED_INT, runOffsets.data(),
                                 GLsizei(runCounts.size()));

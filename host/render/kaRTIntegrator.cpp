@@ -89,21 +89,32 @@ kaRTIntegrator::Surface kaRTIntegrator::surfaceAt(const kaRTScene::Instance& ins
                                                   unsigned primitive, float u, float v) const {
     const uint32_t* triangle = instance.geometry->getMesh().indices.data() + 3 * primitive;
     const float w = 1.0f - u - v;
+    const kaRTScene::Material& m = instance.material;
     Surface surface{instance.colors.empty()
                         ? V3{1, 1, 1}
                         : instance.colors[triangle[0]] * w + instance.colors[triangle[1]] * u +
                               instance.colors[triangle[2]] * v,
-                    1.0f};
-    const kaRTScene::Material& m = instance.material;
+                    1.0f, m.metallic, m.roughness, m.emission};
     float alpha = 1.0f;
-    if (m.baseColorMap && instance.hasTexCoords) {
+    if (instance.hasTexCoords && (m.baseColorMap || m.metallicRoughnessMap || m.emissionMap)) {
         const float* uv = instance.geometry->getMesh().texCoords.data();
         const float s = uv[2 * triangle[0]] * w + uv[2 * triangle[1]] * u + uv[2 * triangle[2]] * v;
         const float t =
             uv[2 * triangle[0] + 1] * w + uv[2 * triangle[1] + 1] * u + uv[2 * triangle[2] + 1] * v;
-        const kaRTTexel texel = kaRTSample(*m.baseColorMap, m.wrapU, m.wrapV, s, t);
-        surface.tint = surface.tint * texel.color;
-        alpha = texel.alpha;
+        if (m.baseColorMap) {
+            const kaRTTexel texel = kaRTSample(*m.baseColorMap, m.wrapU, m.wrapV, s, t);
+            surface.tint = surface.tint * texel.color;
+            alpha = texel.alpha;
+        }
+        if (m.metallicRoughnessMap) {
+            const V3 packed =
+                kaRTSample(*m.metallicRoughnessMap, m.wrapU, m.wrapV, s, t, false).color;
+            surface.roughness *= packed.y;
+            surface.metallic *= packed.z;
+        }
+        if (m.emissionMap)
+            surface.emission =
+                surface.emission * kaRTSample(*m.emissionMap, m.wrapU, m.wrapV, s, t).color;
     }
     surface.coverage = osg::surfaceCoverage(m.alphaMode, m.opacity, m.alphaCutoff, alpha);
     return surface;
@@ -141,6 +152,9 @@ bool kaRTIntegrator::intersect(V3 origin, V3 direction, float tFar, Hit& hit) co
         hit.geometricNormal = ng;
         hit.tint = surface.tint;
         hit.opacity = surface.coverage;
+        hit.metallic = surface.metallic;
+        hit.roughness = surface.roughness;
+        hit.emission = surface.emission;
         return true;
     }
     return false;
@@ -185,15 +199,15 @@ kaRTIntegrator::Lobes kaRTIntegrator::lobes(const Hit& hit) const {
     const kaRTScene::Material& m = hit.instance->material;
     Lobes l;
     l.base = m.base * hit.tint;
-    const V3 nonMetal = l.base * (1.0f - m.metallic);
+    const V3 nonMetal = l.base * (1.0f - hit.metallic);
     l.diffuse = nonMetal * (1.0f - m.translucency);
     l.translucency = nonMetal * m.translucency;
-    const V3 f0 = lerp({0.04f, 0.04f, 0.04f}, l.base, m.metallic);
-    l.mirror = std::min(std::max(1.0f - m.roughness / kMirrorRoughness, 0.0f), 1.0f);
+    const V3 f0 = lerp({0.04f, 0.04f, 0.04f}, l.base, hit.metallic);
+    l.mirror = std::min(std::max(1.0f - hit.roughness / kMirrorRoughness, 0.0f), 1.0f);
     l.glossy = f0 * (1.0f - l.mirror);
     l.specular = f0 * l.mirror;
     // The OpenGL view's highlight exponent, so that both renderers show the same highlights.
-    l.shininess = std::max(2.0f / std::max(std::pow(m.roughness, 4.0f), 1e-4f) - 2.0f, 1.0f);
+    l.shininess = std::max(2.0f / std::max(std::pow(hit.roughness, 4.0f), 1e-4f) - 2.0f, 1.0f);
     return l;
 }
 
@@ -238,13 +252,12 @@ V3 kaRTIntegrator::trace(V3 origin, V3 direction, bool capped, bool& escaped) co
 
 V3 kaRTIntegrator::bouncedLight(const Hit& hit, bool capped) const {
     const Lobes l = lobes(hit);
-    const kaRTScene::Material& m = hit.instance->material;
     // One bounce: the surface lit directly and by the unshadowed environment.
     V3 diffuse, glossy, back;
     const V3 toViewer = hit.normal; // the highlight is seen head-on
     directLight(hit, toViewer, l.shininess, diffuse, glossy, back, !isZero(l.translucency));
     const V3 ambient = _scene.ambient();
-    V3 light = m.emission + l.diffuse * (diffuse + ambient) + l.glossy * (glossy + ambient) +
+    V3 light = hit.emission + l.diffuse * (diffuse + ambient) + l.glossy * (glossy + ambient) +
                l.specular * ambient + l.translucency * (back + ambient);
     // What is behind a see-through surface is taken to be the environment.
     light = light * hit.opacity + ambient * (1.0f - hit.opacity);
@@ -257,7 +270,6 @@ V3 kaRTIntegrator::bouncedLight(const Hit& hit, bool capped) const {
 void kaRTIntegrator::shade(const Hit& hit, V3 direction, V3 weight, Random& random, Sample& out,
                            float& occlusion) const {
     const Lobes l = lobes(hit);
-    const kaRTScene::Material& m = hit.instance->material;
     const V3 toViewer = -direction;
     const V3 front = hit.position + hit.geometricNormal * _epsilon;
     const V3 back = hit.position - hit.geometricNormal * _epsilon;
@@ -322,7 +334,7 @@ void kaRTIntegrator::shade(const Hit& hit, V3 direction, V3 weight, Random& rand
     out.add(kTranslucencyLight, tLight);
     out.add(kTranslucencyIndirect, tIndirect);
     out.add(kTranslucency, tIbl + tLight + tIndirect);
-    out.add(kIncandescence, weight * m.emission);
+    out.add(kIncandescence, weight * hit.emission);
 
     out.add(kDiffuseColor, weight * l.diffuse);
     out.add(kGlossyColor, weight * l.glossy);

@@ -43,10 +43,16 @@ private:
         kaRT::V3 position, normal, geometricNormal; // normals face the incoming ray
         kaRT::V3 tint; // what the base colour is multiplied by: vertex colours, the picture
         float opacity; // the coverage there: the material's opacity, the picture's alpha
+        // The material's, times its pictures there.
+        float metallic, roughness;
+        kaRT::V3 emission;
     };
+    // A point of a surface as its material and pictures make it.
     struct Surface {
         kaRT::V3 tint;
         float coverage;
+        float metallic, roughness;
+        kaRT::V3 emission;
     };
     struct Lobes {
         kaRT::V3 diffuse, glossy, specular, translucency, base;

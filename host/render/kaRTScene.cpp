@@ -49,6 +49,8 @@ kaRTScene::Material materialOf(const osg::Geometry& geometry) {
     if (const osg::SimpleMaterial* s = osg::resolveSimpleMaterial(geometry.getMaterial().get())) {
         m.base = kaRT::v3(s->baseColor);
         m.baseColorMap = s->baseColorMap;
+        m.metallicRoughnessMap = s->metallicRoughnessMap;
+        m.emissionMap = s->emissionMap;
         m.wrapU = s->wrapU;
         m.wrapV = s->wrapV;
         m.emission = kaRT::v3(s->emission) * kaExposure::scale();

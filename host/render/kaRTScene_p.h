@@ -18,7 +18,8 @@ class kaRTScene {
 public:
     struct Material {
         kaRT::V3 base{0.8f, 0.8f, 0.8f}, emission;
-        osg::ImagePtr baseColorMap; // sRGB RGBA 8-bit; null for a plain colour
+        osg::ImagePtr baseColorMap;                      // sRGB RGBA 8-bit; null for a plain colour
+        osg::ImagePtr metallicRoughnessMap, emissionMap; // placed like the base colour's
         osg::TextureWrap wrapU = osg::TextureWrap::Repeat, wrapV = osg::TextureWrap::Repeat;
         float metallic = 0, roughness = 0.5f, opacity = 1, translucency = 0;
         osg::AlphaMode alphaMode = osg::AlphaMode::Blend;

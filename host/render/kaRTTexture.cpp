@@ -18,6 +18,17 @@ const std::array<float, 256>& linearOf() {
     return table;
 }
 
+// Every 8-bit value as it is, on 0..1.
+const std::array<float, 256>& unitOf() {
+    static const std::array<float, 256> table = [] {
+        std::array<float, 256> t{};
+        for (int i = 0; i < 256; ++i)
+            t[size_t(i)] = float(i) / 255.0f;
+        return t;
+    }();
+    return table;
+}
+
 // Texel index 'i' of a row or column of 'size' texels, wrapped.
 int wrapped(int i, int size, osg::TextureWrap wrap) {
     switch (wrap) {
@@ -40,7 +51,7 @@ int wrapped(int i, int size, osg::TextureWrap wrap) {
 } // namespace
 
 kaRTTexel kaRTSample(const osg::Image& image, osg::TextureWrap wrapU, osg::TextureWrap wrapV,
-                     float u, float v) {
+                     float u, float v, bool srgb) {
     const int width = image.getWidth(), height = image.getHeight();
     if (width <= 0 || height <= 0 || !std::isfinite(u) || !std::isfinite(v))
         return {{1, 1, 1}, 1};
@@ -56,7 +67,7 @@ kaRTTexel kaRTSample(const osg::Image& image, osg::TextureWrap wrapU, osg::Textu
     const int x0 = int(xFloor), y0 = int(yFloor);
     const int xs[2] = {wrapped(x0, width, wrapU), wrapped(x0 + 1, width, wrapU)};
     const int ys[2] = {wrapped(y0, height, wrapV), wrapped(y0 + 1, height, wrapV)};
-    const std::array<float, 256>& linear = linearOf();
+    const std::array<float, 256>& linear = srgb ? linearOf() : unitOf();
     const uint8_t* data = image.getData();
     kaRTTexel sum{{0, 0, 0}, 0};
     for (int j = 0; j < 2; ++j)

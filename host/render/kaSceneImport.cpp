@@ -57,6 +57,27 @@ unsigned readBaseColorMap(const aiMaterial* source, kaSceneTextures& textures,
     return 0;
 }
 
+// The first picture of any of 'types' in 'source'; null when there is none.
+osg::ImagePtr firstPicture(const aiMaterial* source, kaSceneTextures& textures,
+                           std::initializer_list<aiTextureType> types) {
+    for (aiTextureType type : types) {
+        aiString path;
+        if (source->GetTextureCount(type) > 0 && source->GetTexture(type, 0, &path) == AI_SUCCESS)
+            return textures.get(path);
+    }
+    return osg::ImagePtr();
+}
+
+// The emission picture, and glTF's metallic-roughness one, placed like the base colour's.
+// Assimp gives glTF's packed metallic-roughness picture as metalness (and as its unknown kind).
+void readOtherMaps(const aiMaterial* source, kaSceneTextures& textures, bool gltf,
+                   osg::SimpleMaterial& material) {
+    if (gltf)
+        material.metallicRoughnessMap =
+            firstPicture(source, textures, {aiTextureType_METALNESS, aiTextureType_UNKNOWN});
+    material.emissionMap = firstPicture(source, textures, {aiTextureType_EMISSIVE});
+}
+
 osg::SimpleMaterialPtr toMaterial(const aiMaterial* source) {
     aiString name;
     source->Get(AI_MATKEY_NAME, name);
@@ -348,6 +369,7 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
     for (unsigned i = 0; i < scene->mNumMaterials; ++i) {
         osg::SimpleMaterialPtr material = toMaterial(scene->mMaterials[i]);
         converter.uvSets.push_back(readBaseColorMap(scene->mMaterials[i], textures, *material));
+        readOtherMaps(scene->mMaterials[i], textures, gltf, *material);
         converter.materials.push_back(material);
     }
     for (unsigned i = 0; i < scene->mNumCameras; ++i)

@@ -247,13 +247,18 @@ TEST(KaexportCluster, TheNodesLightTheSceneAsTheMasterDoes) {
     EXPECT_FALSE(plain.subimages[0] == l.subimages[0]) << "the lights differ";
 }
 
-// A scene file's pictures travel to the nodes with its materials, and so do their alpha
-// modes: the nodes' picture is the local one.
+// A scene file's pictures (base colour, metallic-roughness, emission) travel to the nodes with
+// its materials, and so do their alpha modes: the nodes' picture is the local one.
 TEST(KaexportCluster, TheNodesShowTheScenesPictures) {
     katest::TempDir dir;
     ASSERT_TRUE(katest::writeHalvesPicture(dir.file("quadrants.png")));
+    ASSERT_TRUE(katest::writeFlatPicture(dir.file("flat.png"), 0, 51, 255));
     katest::TexturedSquare square;
     square.alphaMode = "MASK";
+    square.metallic = 1;
+    square.metallicRoughnessUri = "flat.png";
+    square.emissive = 0.5f;
+    square.emissiveUri = "quadrants.png";
     ASSERT_TRUE(katest::writeFile(dir.file("square.gltf"), katest::texturedSquareGltf(square)));
     const QStringList common{"--scene", dir.file("square.gltf"), "--view", "front", "snapshot"};
     const QStringList options{"--raytracing", "--width", "48",   "--height", "32",

@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <tuple>
 
@@ -195,6 +196,58 @@ TEST_P(kaexportImportedScenes, AlphaModesCoverAsAuthored) {
         << text(blend.right) << " over " << text(blend.background);
     EXPECT_GT(blend.right.r, opaque.right.r + 0.1f)
         << text(blend.right) << " vs green " << text(opaque.right);
+}
+
+// glTF's metallic-roughness picture multiplies the factors: a metal of roughness factor 1
+// whose picture's green says 0.2 shines like a metal of roughness 0.2, with the headlight's
+// highlight in the middle of the square.
+TEST_P(kaexportImportedScenes, MetallicRoughnessPicturesMultiplyTheFactors) {
+    katest::TempDir dir;
+    ASSERT_TRUE(katest::writeFlatPicture(dir.file("metal-roughness.png"), 0, 51, 255));
+    katest::TexturedSquare rough;
+    rough.textured = false;
+    rough.baseColor = 0.5f;
+    rough.metallic = 1;
+    katest::TexturedSquare smooth = rough, mapped = rough;
+    smooth.roughness = 0.2f;
+    mapped.metallicRoughnessUri = "metal-roughness.png";
+    auto render = [&](const katest::TexturedSquare& square, const QString& name) {
+        EXPECT_TRUE(
+            katest::writeFile(dir.file(name + ".gltf"), katest::texturedSquareGltf(square)));
+        const KaexportResult r =
+            renderFront(dir.file(name + ".gltf"), dir.file(name + ".png"), GetParam());
+        EXPECT_EQ(r.code, 0) << r.err.toStdString();
+        return pixelAt(katest::imagePixels(dir.file(name + ".png")), 3, kSide / 2, kSide / 2);
+    };
+    const Rgb expected = render(smooth, "smooth"), got = render(mapped, "mapped"),
+              unmapped = render(rough, "rough");
+    const float tolerance = GetParam() ? 0.03f : 1.5f / 255.0f;
+    EXPECT_NEAR(got.r, expected.r, tolerance) << text(got) << " vs " << text(expected);
+    EXPECT_NEAR(got.g, expected.g, tolerance) << text(got) << " vs " << text(expected);
+    EXPECT_GT(std::fabs(unmapped.r - expected.r), 0.1f)
+        << "a rough metal looks otherwise: " << text(unmapped) << " vs " << text(expected);
+}
+
+// An emission picture multiplies the emissive colour, decoded from sRGB: a black square that
+// glows with the quadrant picture (and no light) shows the picture itself.
+TEST_P(kaexportImportedScenes, EmissionPicturesGlowAsPainted) {
+    katest::TempDir dir;
+    ASSERT_TRUE(katest::writeQuadrantPicture(dir.file("quadrants.png")));
+    katest::TexturedSquare square;
+    square.textured = false;
+    square.baseColor = 0;
+    square.emissive = 1;
+    square.emissiveUri = "quadrants.png";
+    ASSERT_TRUE(katest::writeFile(dir.file("glow.gltf"), katest::texturedSquareGltf(square)));
+    const KaexportResult r = renderFront(dir.file("glow.gltf"), dir.file("glow.png"), GetParam(),
+                                         {"--headlight", "off"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::vector<float> pixels = katest::imagePixels(dir.file("glow.png"));
+    const Rgb red = pixelAt(pixels, 3, kLeft, kTop), grey = pixelAt(pixels, 3, kRight, kBottom);
+    EXPECT_NEAR(red.r, 1.0f, 0.01f) << text(red);
+    EXPECT_NEAR(red.g, 0.0f, 0.01f) << text(red);
+    EXPECT_NEAR(grey.r, 128 / 255.0f, 0.01f) << text(grey);
+    EXPECT_NEAR(grey.b, 128 / 255.0f, 0.01f) << text(grey);
 }
 
 // The quadrant square written by Assimp's own exporters (OBJ with MTL, FBX, COLLADA) keeps its

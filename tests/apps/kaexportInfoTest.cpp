@@ -87,6 +87,10 @@ TEST(kaexportInfo, MaterialsNameTheirPicturesAndAlphaModes) {
     square.alphaCutoff = 0.25f;
     ASSERT_TRUE(katest::writeFile(dir.file("mask.gltf"), katest::texturedSquareGltf(square)));
     square.alphaMode = "BLEND";
+    square.metallicRoughnessUri = "flat.png";
+    square.emissive = 1;
+    square.emissiveUri = "flat.png";
+    ASSERT_TRUE(katest::writeFlatPicture(dir.file("flat.png"), 0, 255, 255));
     ASSERT_TRUE(katest::writeFile(dir.file("blend.gltf"), katest::texturedSquareGltf(square)));
     KaexportResult r = runKaexport({"info", dir.file("mask.gltf")});
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
@@ -95,7 +99,8 @@ TEST(kaexportInfo, MaterialsNameTheirPicturesAndAlphaModes) {
         << r.out.toStdString();
     r = runKaexport({"info", dir.file("blend.gltf")});
     EXPECT_TRUE(r.out.contains("  \"Painted\": base colour 1 1 1, metallic 0, roughness 1, "
-                               "opacity 1, picture 64 x 64, picture's alpha blended\n"))
+                               "opacity 1, emission 1 1 1, picture 64 x 64, metallic-roughness "
+                               "picture 4 x 4, emission picture 4 x 4, picture's alpha blended\n"))
         << r.out.toStdString();
 }
 

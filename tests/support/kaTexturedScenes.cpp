@@ -33,6 +33,17 @@ bool writeQuadrantPicture(const QString& path) {
            out->write_image(OIIO::TypeDesc::UINT8, pixels.data()) && out->close();
 }
 
+bool writeFlatPicture(const QString& path, int red, int green, int blue) {
+    const uint8_t rgb[3] = {uint8_t(red), uint8_t(green), uint8_t(blue)};
+    std::vector<uint8_t> pixels;
+    for (int i = 0; i < 16; ++i)
+        pixels.insert(pixels.end(), rgb, rgb + 3);
+    auto out = OIIO::ImageOutput::create(path.toStdString());
+    OIIO::ImageSpec spec(4, 4, 3, OIIO::TypeDesc::UINT8);
+    return out && out->open(path.toStdString(), spec) &&
+           out->write_image(OIIO::TypeDesc::UINT8, pixels.data()) && out->close();
+}
+
 bool writeHalvesPicture(const QString& path) {
     constexpr int side = 64;
     std::vector<uint8_t> pixels(size_t(side) * side * 4);
@@ -107,6 +118,23 @@ QByteArray texturedSquareGltf(const TexturedSquare& square) {
         square.textured ? QByteArray(R"(, "baseColorTexture": {"index": 0, "texCoord": )") +
                               QByteArray::number(square.texCoord) + "}"
                         : QByteArray();
+    // The other pictures follow the base colour's, a texture each.
+    QByteArray images = imageJson, textures = R"({"source": 0, "sampler": 0})", otherMaps, emissive;
+    auto addPicture = [&](const QByteArray& uri) {
+        const int index = textures.count("source");
+        images += QByteArray(R"(, {"uri": ")") + uri + R"("})";
+        textures +=
+            QByteArray(R"(, {"source": )") + QByteArray::number(index) + R"(, "sampler": 0})";
+        return QByteArray(R"({"index": )") + QByteArray::number(index) + R"(, "texCoord": )" +
+               QByteArray::number(square.texCoord) + "}";
+    };
+    if (!square.metallicRoughnessUri.isEmpty())
+        otherMaps = ", \"metallicRoughnessTexture\": " + addPicture(square.metallicRoughnessUri);
+    const QByteArray glow = QByteArray::number(double(square.emissive));
+    if (square.emissive > 0)
+        emissive = ", \"emissiveFactor\": [" + glow + ", " + glow + ", " + glow + "]";
+    if (!square.emissiveUri.isEmpty())
+        emissive += ", \"emissiveTexture\": " + addPicture(square.emissiveUri);
     return QByteArray(R"({
   "asset": {"version": "2.0"}, "scene": 0, "scenes": [{"nodes": [0]}],
   "nodes": [{"name": "Canvas", "mesh": 0}],
@@ -114,14 +142,17 @@ QByteArray texturedSquareGltf(const TexturedSquare& square) {
               "TEXCOORD_0": 2, "TEXCOORD_1": 3}, "indices": 4, "material": 0}]}],
   "materials": [{"name": "Painted", "pbrMetallicRoughness": {"baseColorFactor": [)") +
            base + ", " + base + ", " + base + R"(, 1],
-                 "metallicFactor": 0.0, "roughnessFactor": 1.0)" +
-           texture + "}" + alpha + R"(}],
-  "textures": [{"source": 0, "sampler": 0}],
+                 "metallicFactor": )" +
+           QByteArray::number(double(square.metallic)) + R"(, "roughnessFactor": )" +
+           QByteArray::number(double(square.roughness)) + texture + otherMaps + "}" + alpha +
+           emissive + R"(}],
+  "textures": [)" +
+           textures + R"(],
   "samplers": [{"magFilter": 9729, "minFilter": 9987, "wrapS": )" +
            QByteArray::number(square.wrapS) + R"(, "wrapT": )" + QByteArray::number(square.wrapT) +
            R"(}],
   "images": [)" +
-           imageJson + R"(],
+           images + R"(],
   "buffers": [)" +
            bufferJson + R"(],
   "bufferViews": [{"buffer": 0, "byteOffset": 0, "byteLength": 48}, {"buffer": 0, "byteOffset": 48, "byteLength": 48},

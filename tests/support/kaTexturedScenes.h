@@ -13,6 +13,9 @@ namespace katest {
 bool writeQuadrantPicture(const QString& path);
 constexpr float kQuadrantGreyLinear = 0.21586f;
 
+// A 4 x 4 picture of one colour (8-bit values), as PNG.
+bool writeFlatPicture(const QString& path, int red, int green, int blue);
+
 // The halves picture, 64 x 64 RGBA PNG: green, opaque on its left half and of alpha 0.25 on
 // its right half.
 bool writeHalvesPicture(const QString& path);
@@ -31,6 +34,10 @@ struct TexturedSquare {
     float baseColor = 1;  // the base colour factor, grey
     QByteArray alphaMode; // OPAQUE, MASK or BLEND; left out when empty
     float alphaCutoff = 0.5f;
+    float metallic = 0, roughness = 1;
+    QByteArray metallicRoughnessUri; // a metallic-roughness picture, when given
+    float emissive = 0;              // the emissive factor, grey
+    QByteArray emissiveUri;          // an emissive picture, when given
 };
 // As a .gltf file (text, buffers as data URIs) or, with 'embeddedPng', as the parts of a .glb.
 QByteArray texturedSquareGltf(const TexturedSquare& square);
