@@ -86,23 +86,31 @@ void main() {
         n = -n;
     vec3 albedo = useVertexColor ? baseColor * vertexColor.rgb : baseColor;
     float alpha = opacity;
+#ifdef BASE_COLOR_MAPS
     if (useBaseColorMap) {
         vec4 texel = texture(baseColorMap, uv);
         albedo *= texel.rgb;
         alpha *= texel.a;
     }
+#endif
 #ifdef CUT_OUT
     if (alphaMode == 1 && alpha < alphaCutoff)
         discard;
 #endif
     float coverage = alphaMode == 2 ? alpha : 1.0;
     float metal = metallic, rough = roughness;
+#ifdef METALLIC_ROUGHNESS_MAPS
     if (useMetallicRoughnessMap) {
         vec4 metalRough = texture(metallicRoughnessMap, uv);
         rough *= metalRough.g;
         metal *= metalRough.b;
     }
-    vec3 glow = useEmissionMap ? emission * texture(emissionMap, uv).rgb : emission;
+#endif
+    vec3 glow = emission;
+#ifdef EMISSION_MAPS
+    if (useEmissionMap)
+        glow *= texture(emissionMap, uv).rgb;
+#endif
     vec3 diffuse = albedo * (1.0 - metal);
     vec3 specular = mix(vec3(0.04), albedo, metal);
     float shininess = max(2.0 / max(pow(rough, 4.0), 1e-4) - 2.0, 1.0);
@@ -223,12 +231,32 @@ void main() {
 
 // A fragment shader's source: the version, the light counts of a surface shader, and the
 // encoding when the shader encodes.
+// What the surfaces of a render need of the surface program beyond plain colours. Each is
+// compiled in only for renders that need it: the software rasteriser runs both sides of a
+// branch for every fragment, and discarding costs every fragment the early depth test.
+enum SurfaceFeature : int {
+    kCutOuts = 1,
+    kBaseColorMaps = 2,
+    kMetallicRoughnessMaps = 4,
+    kEmissionMaps = 8,
+    kSurfaceFeatureCount = 16
+};
+
 std::string fragmentSource(const char* body, bool encoded, int directional = 0, int point = 0,
-                           bool cutOut = false) {
+                           int features = 0) {
+    std::string defines;
+    if (features & kCutOuts)
+        defines += "#define CUT_OUT\n";
+    if (features & kBaseColorMaps)
+        defines += "#define BASE_COLOR_MAPS\n";
+    if (features & kMetallicRoughnessMaps)
+        defines += "#define METALLIC_ROUGHNESS_MAPS\n";
+    if (features & kEmissionMaps)
+        defines += "#define EMISSION_MAPS\n";
     return std::string("#version 450 core\n") + "#define DIRECTIONAL_LIGHTS " +
            std::to_string(directional) + "\n#define POINT_LIGHTS " + std::to_string(point) + "\n" +
-           (cutOut ? "#define CUT_OUT\n" : "") +
-           (encoded ? std::string("#define ENCODED\n") + kEncoding : std::string()) + body;
+           defines + (encoded ? std::string("#define ENCODED\n") + kEncoding : std::string()) +
+           body;
 }
 
 // Surfaces drawn over what lies behind them, blended by their coverage.
@@ -237,9 +265,14 @@ bool seeThrough(const osg::SimpleMaterial* material) {
            (material->opacity < 1.0f || material->baseColorMap);
 }
 
-// Surfaces with holes cut out by their picture's alpha.
-bool cutsOut(const osg::SimpleMaterial* material) {
-    return material && material->alphaMode == osg::AlphaMode::Mask;
+// What the surface program needs for 'material'.
+int featuresOf(const osg::SimpleMaterial* material) {
+    if (!material)
+        return 0;
+    return (material->alphaMode == osg::AlphaMode::Mask ? kCutOuts : 0) |
+           (material->baseColorMap ? kBaseColorMaps : 0) |
+           (material->metallicRoughnessMap ? kMetallicRoughnessMaps : 0) |
+           (material->emissionMap ? kEmissionMaps : 0);
 }
 
 GLuint compile(GLenum kind, const char* source, std::string& error) {
@@ -395,17 +428,16 @@ struct kaGLSceneRenderer::Impl {
         return background && backgroundEncoded && accumulate && encode;
     }
 
-    // The surface program for these light counts, made when first asked for. Only scenes with
-    // cut-outs get the program that can discard fragments: discarding costs every fragment
-    // the early depth test.
-    GLuint surface(int directional, int point, bool encoded, bool cutOut, std::string& error) {
-        const int key = ((directional * 16 + point) * 2 + int(encoded)) * 2 + int(cutOut);
+    // The surface program for these light counts and features, made when first asked for.
+    GLuint surface(int directional, int point, bool encoded, int features, std::string& error) {
+        const int key =
+            ((directional * 16 + point) * 2 + int(encoded)) * kSurfaceFeatureCount + features;
         auto found = surfaces.find(key);
         if (found != surfaces.end())
             return found->second;
         const GLuint program =
             link(kSurfaceVertex,
-                 fragmentSource(kSurfaceFragment, encoded, directional, point, cutOut), error);
+                 fragmentSource(kSurfaceFragment, encoded, directional, point, features), error);
         if (program)
             surfaces[key] = program;
         return program;
@@ -993,13 +1025,13 @@ bool kaGLSceneRenderer::renderPieces(const osg::UberViewport& viewport, const os
     // One sample of opaque surfaces is its pixels' mean already, and nothing is blended in
     // linear light: an 8-bit picture is then encoded as it is drawn.
     bool direct = output.encoder && !summed;
-    bool cutOuts = false;
+    int features = 0;
     for (const DrawItem& item : items) {
         const osg::SimpleMaterial* material =
             osg::resolveSimpleMaterial(item.geometry->getMaterial().get());
         if (seeThrough(material))
             direct = false;
-        cutOuts = cutOuts || cutsOut(material);
+        features |= featuresOf(material);
     }
     const bool straight =
         output.encoder && !output.images->empty() && output.images->front()->hasAlphaChannel();
@@ -1040,7 +1072,7 @@ bool kaGLSceneRenderer::renderPieces(const osg::UberViewport& viewport, const os
             toCell.m[1][3] = float(fullHeight - 2 * cellBottom - cellH) / float(cellH);
             const float margin = 4.0f / float(std::min(cellW, cellH)); // two pixels
             const GLuint surface =
-                m.surface(lights.directionalCount(), lights.pointCount(), direct, cutOuts, error);
+                m.surface(lights.directionalCount(), lights.pointCount(), direct, features, error);
             if (!surface) {
                 glDisable(GL_SCISSOR_TEST);
                 return false;
