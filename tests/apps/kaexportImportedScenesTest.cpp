@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <tuple>
@@ -396,3 +397,37 @@ TEST_P(kaexportAuthoredNames, CryptomatteManifestsNameObjectsAndMaterials) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, kaexportAuthoredNames, testing::Values("glb", "fbx", "dae"));
+
+// A textured poster as Blender exports it (tests/data/blender/makeTextured.py): the picture
+// inside the glb and the FBX file, or beside the COLLADA and OBJ files, shows upright from the
+// front in both renderers.
+class kaexportAuthoredPicture : public testing::TestWithParam<std::tuple<const char*, bool>> {};
+
+TEST_P(kaexportAuthoredPicture, ShowsUprightFromTheFront) {
+    katest::TempDir dir;
+    const auto [format, raytraced] = GetParam();
+    const QString scene = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/poster." + format;
+    const KaexportResult r = renderFront(scene, dir.file("poster.png"), raytraced);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_FALSE(r.err.contains("isn't used")) << r.err.toStdString();
+    const std::vector<float> pixels = katest::imagePixels(dir.file("poster.png"));
+    const Rgb topLeft = pixelAt(pixels, 3, kLeft, kTop),
+              topRight = pixelAt(pixels, 3, kRight, kTop),
+              bottomLeft = pixelAt(pixels, 3, kLeft, kBottom),
+              bottomRight = pixelAt(pixels, 3, kRight, kBottom);
+    EXPECT_GT(topLeft.r, std::max(topLeft.g, topLeft.b) + 0.3f) << text(topLeft);
+    EXPECT_GT(topRight.g, std::max(topRight.r, topRight.b) + 0.3f) << text(topRight);
+    EXPECT_GT(bottomLeft.b, std::max(bottomLeft.r, bottomLeft.g) + 0.3f) << text(bottomLeft);
+    EXPECT_LT(std::max({bottomRight.r, bottomRight.g, bottomRight.b}) -
+                  std::min({bottomRight.r, bottomRight.g, bottomRight.b}),
+              0.05f)
+        << "grey: " << text(bottomRight);
+}
+
+INSTANTIATE_TEST_SUITE_P(FormatsAndRenderers, kaexportAuthoredPicture,
+                         testing::Combine(testing::Values("glb", "fbx", "dae", "obj"),
+                                          testing::Values(false, true)),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param)) +
+                                    (std::get<1>(info.param) ? "Raytracer" : "OpenGL");
+                         });
