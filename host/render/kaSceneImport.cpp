@@ -4,6 +4,7 @@
 #include "OSGNodeCores.h"
 #include "kaAssimpMatrix.h"
 #include "kaColladaCameras.h"
+#include "kaFbxCameras.h"
 #include "kaSceneAnimation.h"
 #include "kaSceneTextures.h"
 #include "kaSceneUnits.h"
@@ -179,8 +180,27 @@ struct Converter {
     const aiScene* scene;
     FovFormat fovFormat;
     kaSceneUnits units;
-    // Picture heights of orthographic cameras Assimp doesn't report, by node name.
+    // Orthographic cameras Assimp doesn't report, by node name: COLLADA's picture heights (in
+    // the file's units) and FBX's zooms.
     std::map<std::string, float> orthographicHeights;
+    std::map<std::string, double> orthographicZooms;
+
+    // The height an orthographic camera 'c' on node 'name' shows, in the file's units; 0 for
+    // a perspective camera.
+    float orthographicHeightOf(const aiCamera& c, const std::string& name, float aspect) const {
+        // glTF's through Assimp, which gives half the width.
+        if (c.mOrthographicWidth > 0.0f)
+            return 2.0f * c.mOrthographicWidth / aspect;
+        auto height = orthographicHeights.find(name);
+        if (height != orthographicHeights.end())
+            return height->second;
+        // An FBX zoom is the width of a landscape picture (the height of a portrait one) in
+        // metres, whatever unit the file counts in, as Blender writes and reads it.
+        auto zoom = orthographicZooms.find(name);
+        if (zoom != orthographicZooms.end())
+            return float(zoom->second) / std::max(aspect, 1.0f) / units.metres;
+        return 0.0f;
+    }
     std::vector<osg::MaterialPtr> materials;
     std::vector<unsigned> uvSets; // of each material's picture
     std::map<std::string, const aiCamera*> cameras;
@@ -227,14 +247,9 @@ struct Converter {
                                   c->mName.C_Str());
             // A camera may look along another axis of its node than ours (-Z, Y up): FBX
             // cameras look along +X.
-            // Orthographic cameras: glTF's through Assimp, which gives half the width.
-            auto height = orthographicHeights.find(source->mName.C_Str());
-            const float orthographicHeight = c->mOrthographicWidth > 0.0f
-                                                 ? 2.0f * c->mOrthographicWidth / aspect
-                                             : height != orthographicHeights.end() ? height->second
-                                                                                   : 0.0f;
             osg::dynamic_pointer_cast<osg::CameraCore>(cameraNode->getCore())
-                ->setOrthographicHeight(orthographicHeight * units.metres);
+                ->setOrthographicHeight(orthographicHeightOf(*c, source->mName.C_Str(), aspect) *
+                                        units.metres);
             node->addChild(alignedFrame(c->mLookAt, c->mUp, cameraNode));
         }
         auto light = lights.find(source->mName.C_Str());
@@ -362,9 +377,11 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
     const FovFormat fov = gltf                                 ? FovFormat::VerticalTimesAspect
                           : suffix == "fbx" || suffix == "dae" ? FovFormat::WholeHorizontal
                                                                : FovFormat::HalfHorizontal;
-    Converter converter{scene, fov, kaSceneUnits::of(*scene, suffix), {}, {}, {}, {}, {}, {}};
+    Converter converter{scene, fov, kaSceneUnits::of(*scene, suffix), {}, {}, {}, {}, {}, {}, {}};
     if (suffix == "dae")
         converter.orthographicHeights = kaColladaOrthographicHeights(fileName);
+    if (suffix == "fbx")
+        converter.orthographicZooms = kaFbxOrthographicZooms(fileName);
     kaSceneTextures textures(*scene, fileName);
     for (unsigned i = 0; i < scene->mNumMaterials; ++i) {
         osg::SimpleMaterialPtr material = toMaterial(scene->mMaterials[i]);

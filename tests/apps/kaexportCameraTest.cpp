@@ -133,8 +133,8 @@ INSTANTIATE_TEST_SUITE_P(Formats, kaexportAuthoredCamera,
 
 // Orthographic cameras (files Blender made, tests/data/blender/makeOrtho.py): the red cube of
 // side 1 seen from above through a picture 4 units wide is 80 x 80 pixels in the middle of
-// 320 x 240, in both renderers. (Assimp reads COLLADA's orthographic cameras as perspective
-// ones; the file's own camera element says what they are.)
+// 320 x 240, in both renderers. (Assimp reads COLLADA's and FBX's orthographic cameras as
+// perspective ones; the files' own camera records say what they are.)
 class kaexportOrthographicCamera : public testing::TestWithParam<std::tuple<const char*, bool>> {};
 
 TEST_P(kaexportOrthographicCamera, ShowsTheScaleItsAuthorChose) {
@@ -191,7 +191,7 @@ TEST(kaexportOrthographicFit, FillsThePictureWithTheScene) {
 }
 
 INSTANTIATE_TEST_SUITE_P(FormatsAndRenderers, kaexportOrthographicCamera,
-                         testing::Combine(testing::Values("ortho.dae", "ortho.glb"),
+                         testing::Combine(testing::Values("ortho.dae", "ortho.fbx", "ortho.glb"),
                                           testing::Values(false, true)),
                          [](const auto& info) {
                              return std::string(std::get<0>(info.param)).substr(6) +

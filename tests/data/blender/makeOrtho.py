@@ -1,4 +1,4 @@
-# Made ortho.dae and ortho.glb beside this file with Debian's Blender 3.4:
+# Made ortho.dae, ortho.fbx and ortho.glb beside this file with Debian's Blender 3.4:
 #   blender -b --factory-startup -P makeOrtho.py
 # A red cube of side 1 at the origin seen straight from above (Blender's Z up) by an orthographic
 # camera "Plan" at (0, 0, 10) of scale 4 fitted horizontally, for 320 x 240 pictures: the
@@ -29,4 +29,5 @@ scene.camera = camera
 scene.render.resolution_x = 320
 scene.render.resolution_y = 240
 bpy.ops.wm.collada_export(filepath=os.path.join(here, "ortho.dae"))
+bpy.ops.export_scene.fbx(filepath=os.path.join(here, "ortho.fbx"))
 bpy.ops.export_scene.gltf(filepath=os.path.join(here, "ortho.glb"), export_cameras=True)
