@@ -56,7 +56,6 @@ void listScene(const osg::NodePtr& root, const std::vector<osg::AnimNodeBasePtr>
     std::set<const osg::SimpleMaterial*> seen;
     int materialCount = 0;
     size_t triangles = 0;
-    float lo[3] = {1e30f, 1e30f, 1e30f}, hi[3] = {-1e30f, -1e30f, -1e30f};
     osg::forEachShownNode(root, [&](const osg::NodePtr& node, const osg::Matrix& world) {
         osg::NodeCore* core = node->getCore().get();
         if (auto* geometry = dynamic_cast<osg::Geometry*>(core)) {
@@ -76,14 +75,6 @@ void listScene(const osg::NodePtr& root, const std::vector<osg::AnimNodeBasePtr>
                             ? ", vertex colours"
                             : "")
                     << (material ? ", material " + quotedName(material->getName()) : "") << "\n";
-            for (const osg::Pnt3f& p : mesh.positions) {
-                const osg::Pnt3f w = world.transformPoint(p);
-                const float v[3] = {w.x, w.y, w.z};
-                for (int i = 0; i < 3; ++i) {
-                    lo[i] = std::min(lo[i], v[i]);
-                    hi[i] = std::max(hi[i], v[i]);
-                }
-            }
             if (material && seen.insert(material).second) {
                 ++materialCount;
                 materials << "  " << quotedName(material->getName()) << ": base colour "
@@ -160,10 +151,11 @@ void listScene(const osg::NodePtr& root, const std::vector<osg::AnimNodeBasePtr>
                 << " frames per second, " << keyed->getChannels().size() << " channels";
         out << "\n";
     }
-    if (objectCount > 0)
-        out << "Bounding box: from " << triple(lo[0], lo[1], lo[2]) << " to "
-            << triple(hi[0], hi[1], hi[2]) << " (size "
-            << triple(hi[0] - lo[0], hi[1] - lo[1], hi[2] - lo[2]) << ")\n";
+    osg::Pnt3f low, high;
+    if (kaSceneImport::bounds(root, low, high))
+        out << "Bounding box: from " << triple(low.x, low.y, low.z) << " to "
+            << triple(high.x, high.y, high.z) << " (size "
+            << triple(high.x - low.x, high.y - low.y, high.z - low.z) << ")\n";
     else
         out << "Bounding box: empty\n";
 }

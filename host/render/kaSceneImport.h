@@ -28,6 +28,9 @@ public:
     static void show(kaOSGWidget& view, const osg::NodePtr& scene, const QString& fileName,
                      std::vector<osg::AnimNodeBasePtr> animations = {});
 
+    // The world-space box around every shown mesh below 'scene'; false when there is none.
+    static bool bounds(const osg::NodePtr& scene, osg::Pnt3f& low, osg::Pnt3f& high);
+
     // Which camera the view looks through, when not the scene's first.
     struct CameraChoice {
         QString camera;    // a camera node's name, or its number (1 = the first)

@@ -30,28 +30,10 @@ osg::NodePtr firstCamera(const osg::NodePtr& scene) {
     return osg::NodePtr();
 }
 
-// The world-space box around every mesh of 'scene'; false when it has none.
-bool boundsOf(const osg::NodePtr& scene, osg::Pnt3f& low, osg::Pnt3f& high) {
-    low = {1e30f, 1e30f, 1e30f};
-    high = {-1e30f, -1e30f, -1e30f};
-    for (const osg::NodePtr& node : osg::collectNodes(scene)) {
-        auto geometry = osg::dynamic_pointer_cast<osg::Geometry>(node->getCore());
-        if (!geometry || !node->isShown())
-            continue;
-        const osg::Matrix world = node->getToWorld();
-        for (const osg::Pnt3f& p : geometry->getMesh().positions) {
-            const osg::Pnt3f w = world.transformPoint(p);
-            low = {std::min(low.x, w.x), std::min(low.y, w.y), std::min(low.z, w.z)};
-            high = {std::max(high.x, w.x), std::max(high.y, w.y), std::max(high.z, w.z)};
-        }
-    }
-    return low.x <= high.x;
-}
-
 // The sphere around that box; false when there is none.
 bool sphereAround(const osg::NodePtr& scene, osg::Pnt3f& centre, float& radius) {
     osg::Pnt3f low, high;
-    if (!boundsOf(scene, low, high))
+    if (!kaSceneImport::bounds(scene, low, high))
         return false;
     centre = {(low.x + high.x) / 2, (low.y + high.y) / 2, (low.z + high.z) / 2};
     radius = std::max(0.5f * std::sqrt((high.x - low.x) * (high.x - low.x) +
@@ -136,6 +118,23 @@ bool namedView(const QString& name, osg::Vec3f& ahead, osg::Vec3f& up) {
 }
 
 } // namespace
+
+bool kaSceneImport::bounds(const osg::NodePtr& scene, osg::Pnt3f& low, osg::Pnt3f& high) {
+    low = {1e30f, 1e30f, 1e30f};
+    high = {-1e30f, -1e30f, -1e30f};
+    for (const osg::NodePtr& node : osg::collectNodes(scene)) {
+        auto geometry = osg::dynamic_pointer_cast<osg::Geometry>(node->getCore());
+        if (!geometry || !node->isShown())
+            continue;
+        const osg::Matrix world = node->getToWorld();
+        for (const osg::Pnt3f& p : geometry->getMesh().positions) {
+            const osg::Pnt3f w = world.transformPoint(p);
+            low = {std::min(low.x, w.x), std::min(low.y, w.y), std::min(low.z, w.z)};
+            high = {std::max(high.x, w.x), std::max(high.y, w.y), std::max(high.z, w.z)};
+        }
+    }
+    return low.x <= high.x;
+}
 
 void kaSceneImport::show(kaOSGWidget& view, const osg::NodePtr& scene, const QString& fileName,
                          std::vector<osg::AnimNodeBasePtr> animations) {
