@@ -191,7 +191,9 @@ bool kaRTScene::update(const osg::NodePtr& root, int frame, std::string& error) 
     }
     if (masksChanged) {
         rtcCommitScene(_scene);
-        rebuildLightThrough();
+        // Only an Embree with ray masks walks shadow rays through the see-through part alone.
+        if (rayMasksWork())
+            rebuildLightThrough();
     }
     return true;
 }
