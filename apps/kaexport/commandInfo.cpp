@@ -32,7 +32,8 @@ namespace {
 
 std::string number(double value) {
     std::ostringstream out;
-    out << std::setprecision(4) << value;
+    // Rounding left in transformed directions and positions (1e-7 for 0) is shown as 0.
+    out << std::setprecision(4) << (std::fabs(value) < 1e-5 ? 0.0 : value);
     return out.str();
 }
 
@@ -121,6 +122,11 @@ void listScene(const osg::NodePtr& root, const std::vector<osg::AnimNodeBasePtr>
             if (l.kind == osg::WorldLight::Directional)
                 lights << "directional, shining along "
                        << triple(l.direction.x, l.direction.y, l.direction.z);
+            else if (l.kind == osg::WorldLight::Point && l.coneOuter > -1.0f)
+                lights << "spot, at " << triple(l.position.x, l.position.y, l.position.z)
+                       << ", shining along " << triple(l.direction.x, l.direction.y, l.direction.z)
+                       << ", cone " << number(std::acos(l.coneInner) * 180.0 / M_PI) << " to "
+                       << number(std::acos(l.coneOuter) * 180.0 / M_PI) << " degrees";
             else if (l.kind == osg::WorldLight::Point)
                 lights << "point, at " << triple(l.position.x, l.position.y, l.position.z);
             else

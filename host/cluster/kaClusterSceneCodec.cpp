@@ -9,6 +9,7 @@
 #include <QDataStream>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 namespace {
@@ -139,6 +140,9 @@ void kaClusterSceneEncoder::write(Writer& out, const osg::FieldContainer* contai
         s << container->getId() << QByteArray(light->getTypeName()) << quint64(mask);
         writeColor(s, light->getColor());
         s << light->getIntensity();
+        auto* point = dynamic_cast<const osg::PointLight*>(light);
+        s << (point ? point->getInnerConeAngle() : float(M_PI))
+          << (point ? point->getOuterConeAngle() : float(M_PI));
     } else if (auto* fog = dynamic_cast<const osg::Fog*>(container)) {
         s << container->getId() << QByteArray("Fog") << quint64(mask);
         writeColor(s, fog->getColor());
@@ -303,8 +307,8 @@ bool kaClusterSceneDecoder::read(Reader& in, std::string& error) {
         } else if (type == "DirectionalLight" || type == "PointLight" ||
                    type == "EnvironmentLight") {
             const osg::Color3f color = readColor(s);
-            float intensity = 1;
-            s >> intensity;
+            float intensity = 1, inner = float(M_PI), outer = float(M_PI);
+            s >> intensity >> inner >> outer;
             osg::LightPtr light(dynamic_cast<osg::Light*>(found.get()));
             if (!light || type != light->getTypeName()) {
                 if (type == "DirectionalLight")
@@ -316,6 +320,8 @@ bool kaClusterSceneDecoder::read(Reader& in, std::string& error) {
             }
             light->setColor(color);
             light->setIntensity(intensity);
+            if (auto* point = dynamic_cast<osg::PointLight*>(light.get()))
+                point->setCone(inner, outer);
             made = light;
         } else if (type == "Fog") {
             const osg::Color3f color = readColor(s);

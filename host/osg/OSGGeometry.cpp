@@ -1,5 +1,6 @@
 #include "OSGGeometry.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace osg {
@@ -137,11 +138,38 @@ WorldLight worldLightOf(const Light& light, const Matrix& world) {
     if (dynamic_cast<const DirectionalLight*>(&light)) {
         w.kind = WorldLight::Directional;
         w.direction = normalize(world.transformVector({0, 0, -1}));
-    } else if (dynamic_cast<const PointLight*>(&light)) {
+    } else if (auto* point = dynamic_cast<const PointLight*>(&light)) {
         w.kind = WorldLight::Point;
         w.position = world.transformPoint({0, 0, 0});
+        if (point->getOuterConeAngle() < 3.14159f) {
+            w.direction = normalize(world.transformVector({0, 0, -1}));
+            const float outer = std::max(point->getOuterConeAngle(), 0.0f);
+            const float inner = std::min(std::max(point->getInnerConeAngle(), 0.0f), outer);
+            w.coneOuter = std::cos(outer);
+            w.coneInner = std::cos(inner);
+        }
     }
     return w;
+}
+
+// glTF's falloff between the cone's angles: the square of the linear step of the cosines.
+float coneFactor(const WorldLight& light, const Vec3f& towardsPoint) {
+    if (light.coneOuter <= -1.0f)
+        return 1.0f;
+    const float c = light.direction.x * towardsPoint.x + light.direction.y * towardsPoint.y +
+                    light.direction.z * towardsPoint.z;
+    if (c <= light.coneOuter)
+        return 0.0f;
+    if (c >= light.coneInner)
+        return 1.0f;
+    const float t = (c - light.coneOuter) / (light.coneInner - light.coneOuter);
+    return t * t;
+}
+
+void PointLight::setCone(float inner, float outer) {
+    _inner = inner;
+    _outer = outer;
+    recordChange(RefPtr<PointLight>(this), ConeFieldMask);
 }
 
 } // namespace osg

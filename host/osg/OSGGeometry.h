@@ -68,13 +68,21 @@ private:
     DirectionalLight() = default;
 };
 
+// A light from a point, in every direction or, as a spot light, in a cone down its node's -Z:
+// whole within the inner angle, fading to nothing at the outer one (both from the axis, in
+// radians; an outer angle of pi or more is no cone).
 class PointLight : public Light {
 public:
+    enum : BitVector { ConeFieldMask = 1 << 2 };
     static RefPtr<PointLight> create();
     const char* getTypeName() const override { return "PointLight"; }
+    float getInnerConeAngle() const { return _inner; }
+    float getOuterConeAngle() const { return _outer; }
+    void setCone(float inner, float outer);
 
 private:
     PointLight() = default;
+    float _inner = 3.14159265f, _outer = 3.14159265f;
 };
 
 // Light from every direction (the sky): its colour times intensity lights every surface.
@@ -90,10 +98,15 @@ private:
 // A light as renderers use it: placed in world space, its colour times its intensity.
 struct WorldLight {
     enum Kind { Directional, Point, Environment } kind;
-    Vec3f direction; // where a directional light shines (unit length)
+    Vec3f direction; // where a directional or spot light shines (unit length)
     Pnt3f position;  // of a point light
     Color3f power;
+    // A spot light's cone as cosines of its angles: whole where the angle's cosine is at least
+    // coneInner, none below coneOuter. -1 and -1 for a light in every direction.
+    float coneInner = -1.0f, coneOuter = -1.0f;
 };
+// How much of a point light's power goes towards the unit vector 'towardsPoint'.
+float coneFactor(const WorldLight& light, const Vec3f& towardsPoint);
 WorldLight worldLightOf(const Light& light, const Matrix& world);
 
 } // namespace osg

@@ -80,6 +80,9 @@ uniform vec3 directionalColor[8];
 const int pointCount = POINT_LIGHTS;
 uniform vec3 pointPosition[8];
 uniform vec3 pointColor[8];
+// Spot cones: the axis, and the cosines of the inner and outer angles (-1, -1: no cone).
+uniform vec3 pointDirection[8];
+uniform vec2 pointCone[8];
 void main() {
     vec3 n = normalize(worldNormal);
     if (!gl_FrontFacing)
@@ -129,7 +132,13 @@ void main() {
         vec3 l = toLight * inversesqrt(d2);
         float ndl = max(dot(n, l), 0.0);
         float highlight = pow(max(dot(n, normalize(l + v)), 0.0), shininess) * (shininess + 8.0) / 8.0;
-        color += pointColor[i] / d2 * ndl * (diffuse + specular * highlight);
+        float cone = 1.0;
+        if (pointCone[i].y > -1.0) {
+            float t = clamp((dot(-l, pointDirection[i]) - pointCone[i].y) /
+                                max(pointCone[i].x - pointCone[i].y, 1e-6), 0.0, 1.0);
+            cone = t * t;
+        }
+        color += pointColor[i] * (cone / d2) * ndl * (diffuse + specular * highlight);
     }
 #ifdef ENCODED
     fragColor = encodePixel(vec4(color, 1.0), ivec2(gl_FragCoord.xy));
@@ -325,7 +334,9 @@ struct Lights {
     std::vector<osg::Color3f> directionalColors;
     std::vector<osg::Pnt3f> positions;
     std::vector<osg::Color3f> pointColors;
-    size_t added = 0; // lights of every kind
+    std::vector<osg::Vec3f> pointDirections;
+    std::vector<float> pointCones; // inner and outer cosines of each
+    size_t added = 0;              // lights of every kind
     // The lights a surface program takes, at most eight of each kind.
     int directionalCount() const { return int(std::min<size_t>(directions.size(), 8)); }
     int pointCount() const { return int(std::min<size_t>(positions.size(), 8)); }
@@ -344,6 +355,8 @@ struct Lights {
         case osg::WorldLight::Point:
             positions.push_back(l.position);
             pointColors.push_back(l.power);
+            pointDirections.push_back(l.direction);
+            pointCones.insert(pointCones.end(), {l.coneInner, l.coneOuter});
             break;
         case osg::WorldLight::Environment:
             ambient = {ambient.r + l.power.r, ambient.g + l.power.g, ambient.b + l.power.b};
@@ -799,6 +812,8 @@ struct kaGLSceneRenderer::Impl {
         if (point) {
             glUniform3fv(at(program, "pointPosition"), point, &lights.positions[0].x);
             glUniform3fv(at(program, "pointColor"), point, &lights.pointColors[0].r);
+            glUniform3fv(at(program, "pointDirection"), point, &lights.pointDirections[0].x);
+            glUniform2fv(at(program, "pointCone"), point, lights.pointCones.data());
         }
         if (pass == 0) {
             glDisable(GL_BLEND);

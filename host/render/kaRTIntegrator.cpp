@@ -223,7 +223,7 @@ void kaRTIntegrator::directLight(const Hit& hit, V3 toViewer, float shininess, V
             const float d2 = std::max(dot(toLight, toLight), 1e-6f);
             distance = std::sqrt(d2);
             l = toLight * (1.0f / distance);
-            power = power * (1.0f / d2);
+            power = power * (osg::coneFactor(light.placed, {-l.x, -l.y, -l.z}) / d2);
         }
         const float ndl = dot(hit.normal, l);
         if (ndl > 0) {

@@ -92,9 +92,9 @@ kaRTScene::~kaRTScene() {
 void kaRTScene::addLight(const osg::WorldLight& l) {
     const V3 power = kaRT::v3(l.power) * kaExposure::scale();
     if (l.kind == osg::WorldLight::Directional)
-        _lights.push_back({true, {-l.direction.x, -l.direction.y, -l.direction.z}, {}, power});
+        _lights.push_back({true, {-l.direction.x, -l.direction.y, -l.direction.z}, {}, power, l});
     else if (l.kind == osg::WorldLight::Point)
-        _lights.push_back({false, {}, toV3(l.position), power});
+        _lights.push_back({false, {}, toV3(l.position), power, l});
     else
         _ambient += power;
 }

@@ -55,6 +55,7 @@ public:
         kaRT::V3 direction; // towards the light, for directional lights
         kaRT::V3 position;
         kaRT::V3 power;
+        osg::WorldLight placed; // as the scene gives it (a spot light's cone)
     };
 
     kaRTScene();

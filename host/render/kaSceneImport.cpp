@@ -152,6 +152,8 @@ osg::GeometryPtr toGeometry(const aiMesh* mesh, const osg::MaterialPtr& material
 
 // How Assimp's reader of a format gives a camera's field of view (see the cameras below).
 enum class FovFormat { HalfHorizontal, WholeHorizontal, VerticalTimesAspect };
+// Formats whose readers need telling apart.
+enum class Format { Gltf, Fbx, Collada, Other };
 
 // 'thing' (a node with a camera or light core) below a transform that turns our axes for it
 // (looking or shining down -Z, Y up) into 'ahead' and 'up' relative to its node; 'thing' itself
@@ -177,8 +179,24 @@ osg::NodePtr alignedFrame(aiVector3D ahead, aiVector3D up, const osg::NodePtr& t
 }
 
 struct Converter {
+    // A spot light's cone from Assimp's angles, which its readers give differently: glTF's as
+    // the file has them (from the axis), FBX's whole (across the cone), and COLLADA's inner one
+    // as the whole cone, its outer one made up from the falloff exponent.
+    void setCone(const aiLight& l, osg::PointLight& light) const {
+        float inner = l.mAngleInnerCone, outer = l.mAngleOuterCone;
+        if (format == Format::Fbx) {
+            inner /= 2;
+            outer /= 2;
+        } else if (format == Format::Collada) {
+            inner = outer = l.mAngleInnerCone / 2;
+        }
+        if (outer > 0.0f)
+            light.setCone(std::min(inner, outer), outer);
+    }
+
     const aiScene* scene;
     FovFormat fovFormat;
+    Format format;
     kaSceneUnits units;
     // Orthographic cameras Assimp doesn't report, by node name: COLLADA's picture heights (in
     // the file's units) and FBX's zooms.
@@ -265,6 +283,8 @@ struct Converter {
             const aiColor3D& c = l->mColorDiffuse;
             const float strength = std::max({c.r, c.g, c.b, 1e-6f});
             core->setColor({c.r / strength, c.g / strength, c.b / strength});
+            if (l->mType == aiLightSource_SPOT)
+                setCone(*l, static_cast<osg::PointLight&>(*core));
             const bool directional = l->mType == aiLightSource_DIRECTIONAL;
             const bool ambient = l->mType == aiLightSource_AMBIENT;
             core->setIntensity(strength * (ambient       ? 1.0f
@@ -377,7 +397,12 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
     const FovFormat fov = gltf                                 ? FovFormat::VerticalTimesAspect
                           : suffix == "fbx" || suffix == "dae" ? FovFormat::WholeHorizontal
                                                                : FovFormat::HalfHorizontal;
-    Converter converter{scene, fov, kaSceneUnits::of(*scene, suffix), {}, {}, {}, {}, {}, {}, {}};
+    const Format format = gltf              ? Format::Gltf
+                          : suffix == "fbx" ? Format::Fbx
+                          : suffix == "dae" ? Format::Collada
+                                            : Format::Other;
+    Converter converter{scene, fov, format, kaSceneUnits::of(*scene, suffix), {}, {}, {}, {},
+                        {},    {},  {}};
     if (suffix == "dae")
         converter.orthographicHeights = kaColladaOrthographicHeights(fileName);
     if (suffix == "fbx")

@@ -273,6 +273,23 @@ TEST(KaexportCluster, TheNodesShowTheScenesPictures) {
     EXPECT_TRUE(c.subimages[0] == l.subimages[0]);
 }
 
+// Spot lights keep their cones on the nodes (tests/data/blender/makeSpot.py).
+TEST(KaexportCluster, TheNodesLightSpotConesAsTheMasterDoes) {
+    katest::TempDir dir;
+    const QString scene = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/spot.glb";
+    const QStringList common{"--scene", scene, "--view", "top", "snapshot"};
+    const QStringList options{"--raytracing", "--width", "48",   "--height", "32",
+                              "--samples",    "1",       "--ss", "0"};
+    const auto cluster =
+        runOnCluster(common + QStringList{dir.file("c.exr"), "--cluster", "localhost:2"} + options);
+    ASSERT_EQ(cluster.code, 0) << cluster.err.toStdString();
+    ASSERT_EQ(katest::runKaexport(common + QStringList{dir.file("l.exr")} + options).code, 0);
+    const ExrContent c = readExr(dir.file("c.exr")), l = readExr(dir.file("l.exr"));
+    ASSERT_EQ(c.subimages.size(), 1u);
+    ASSERT_EQ(l.subimages.size(), 1u);
+    EXPECT_TRUE(c.subimages[0] == l.subimages[0]);
+}
+
 TEST(KaexportCluster, AKilledNodeFailsTheRunWithinTheTimeoutAndLeavesNothing) {
     katest::TempDir dir;
     QProcess process;

@@ -431,3 +431,57 @@ INSTANTIATE_TEST_SUITE_P(FormatsAndRenderers, kaexportAuthoredPicture,
                              return std::string(std::get<0>(info.param)) +
                                     (std::get<1>(info.param) ? "Raytracer" : "OpenGL");
                          });
+
+// A spot light lights its cone only (tests/data/blender/makeSpot.py): seen from above, the lit
+// disc on the floor is 2 x 4 tan(30 degrees) = 4.62 m across the 20 m floor, in every format and
+// both renderers.
+class kaexportAuthoredSpot : public testing::TestWithParam<std::tuple<const char*, bool>> {};
+
+TEST_P(kaexportAuthoredSpot, LightsItsConeOnly) {
+    katest::TempDir dir;
+    const auto [format, raytraced] = GetParam();
+    const QString scene = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/spot." + format;
+    constexpr int side = 200;
+    QStringList args{"--scene",    scene,
+                     "--view",     "top",
+                     "--exposure", "-3",
+                     "snapshot",   dir.file("spot.png"),
+                     "--width",    QString::number(side),
+                     "--height",   QString::number(side),
+                     "--ss",       "0"};
+    if (raytraced)
+        args << "--raytracing"
+             << "--samples"
+             << "1";
+    const KaexportResult r = runKaexport(args);
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const std::vector<float> pixels = katest::imagePixels(dir.file("spot.png"));
+    ASSERT_EQ(pixels.size(), size_t(side * side * 3));
+    // Along the middle row: the grey background, the dark floor, the lit disc, the floor again.
+    const int middle = side / 2;
+    auto red = [&](int x) { return pixels[(size_t(middle) * side + size_t(x)) * 3]; };
+    const float centre = red(side / 2);
+    ASSERT_GT(centre, 0.2f);
+    int floorLeft = -1, floorRight = -1, litLeft = -1, litRight = -1;
+    for (int x = 0; x < side; ++x) {
+        if (red(x) < 0.02f) {
+            floorLeft = floorLeft < 0 ? x : floorLeft;
+            floorRight = x;
+        }
+        if (red(x) > 0.01f * centre && std::abs(x - side / 2) < side / 4) {
+            litLeft = litLeft < 0 ? x : litLeft;
+            litRight = x;
+        }
+    }
+    ASSERT_GE(floorLeft, 0);
+    const double across = double(litRight - litLeft + 1) / double(floorRight - floorLeft + 1);
+    EXPECT_NEAR(across, 4.62 / 20.0, 0.03) << format;
+}
+
+INSTANTIATE_TEST_SUITE_P(FormatsAndRenderers, kaexportAuthoredSpot,
+                         testing::Combine(testing::Values("glb", "fbx", "dae"),
+                                          testing::Values(false, true)),
+                         [](const auto& info) {
+                             return std::string(std::get<0>(info.param)) +
+                                    (std::get<1>(info.param) ? "Raytracer" : "OpenGL");
+                         });

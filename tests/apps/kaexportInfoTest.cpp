@@ -114,6 +114,16 @@ TEST(kaexportInfo, OrthographicCamerasSayTheirHeight) {
         << r.out.toStdString();
 }
 
+// Spot lights say where they shine and how wide (tests/data/blender/makeSpot.py).
+TEST(kaexportInfo, SpotLightsSayTheirCone) {
+    const QString scene = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/spot.glb";
+    const KaexportResult r = runKaexport({"info", scene});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    EXPECT_TRUE(r.out.contains("Lights: 1\n  \"Spot\": spot, at 0 4 0, shining along 0 -1 0, cone "
+                               "22.5 to 30 degrees, power 25.33 25.33 25.33\n"))
+        << r.out.toStdString();
+}
+
 TEST(kaexportInfo, AFileThatCantBeReadIsNamedWithTheCause) {
     katest::TempDir dir;
     KaexportResult r = runKaexport({"info", dir.file("missing.gltf")});
