@@ -4,7 +4,7 @@
 #include "OSGNodeCores.h"
 #include "kaAssimpMatrix.h"
 #include "kaColladaCameras.h"
-#include "kaFbxCameras.h"
+#include "kaFbxFile.h"
 #include "kaSceneAnimation.h"
 #include "kaSceneTextures.h"
 #include "kaSceneUnits.h"
@@ -15,6 +15,7 @@
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
+#include <array>
 #include <cmath>
 #include <map>
 #include <string>
@@ -405,8 +406,10 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
                         {},    {},  {}};
     if (suffix == "dae")
         converter.orthographicHeights = kaColladaOrthographicHeights(fileName);
-    if (suffix == "fbx")
-        converter.orthographicZooms = kaFbxOrthographicZooms(fileName);
+    if (suffix == "fbx") {
+        kaFbxFile fbx = kaFbxFile::read(fileName);
+        converter.orthographicZooms = std::move(fbx.orthographicZooms);
+    }
     kaSceneTextures textures(*scene, fileName);
     for (unsigned i = 0; i < scene->mNumMaterials; ++i) {
         osg::SimpleMaterialPtr material = toMaterial(scene->mMaterials[i]);

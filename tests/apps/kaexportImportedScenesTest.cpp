@@ -329,7 +329,9 @@ double meanLuminance(const std::vector<float>& pixels, int channels) {
 
 // A lit scene exported by an authoring package (Blender, tests/data/blender/makeLit.py) looks
 // as bright as the package's own render of it (Cycles), through the scene's camera, whichever
-// format carried it and whichever renderer draws it.
+// format carried it and whichever renderer draws it. (The FBX file's lights are 0.8 as bright:
+// Blender's exporter writes its light template's colour as grey 0.8 and leaves a white light's
+// own colour out, so the file says grey 0.8.)
 class kaexportAuthoredExposure : public testing::TestWithParam<std::tuple<const char*, bool>> {};
 
 TEST_P(kaexportAuthoredExposure, MeanLuminanceMatchesTheAuthoringPackagesRender) {

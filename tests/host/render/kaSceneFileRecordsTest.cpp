@@ -1,7 +1,7 @@
-// The orthographic cameras Assimp reads as perspective ones, read from the files themselves
-// (files Blender made, tests/data/blender/makeOrtho.py and makeShot.py).
+// What Assimp reads wrong of FBX and COLLADA files, read from the files themselves (files
+// Blender made, tests/data/blender/): orthographic cameras.
 #include "kaColladaCameras.h"
-#include "kaFbxCameras.h"
+#include "kaFbxFile.h"
 #include "kaTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -14,33 +14,35 @@ QString blenderFile(const char* name) {
 
 } // namespace
 
-TEST(kaFbxCameras, OrthographicCamerasAreFoundByTheirModelsName) {
-    const auto zooms = kaFbxOrthographicZooms(blenderFile("ortho.fbx"));
+TEST(kaFbxFile, OrthographicCamerasAreFoundByTheirModelsName) {
+    const auto zooms = kaFbxFile::read(blenderFile("ortho.fbx")).orthographicZooms;
     ASSERT_EQ(zooms.size(), 1u);
     EXPECT_EQ(zooms.begin()->first, "Plan");
     EXPECT_DOUBLE_EQ(zooms.begin()->second, 4.0);
-    EXPECT_TRUE(kaFbxOrthographicZooms(blenderFile("shot.fbx")).empty()) << "perspective";
+    EXPECT_TRUE(kaFbxFile::read(blenderFile("shot.fbx")).orthographicZooms.empty())
+        << "perspective";
 }
 
-// Whatever the bytes, reading ends: cut files, text files and other formats give nothing.
-TEST(kaFbxCameras, BrokenAndOtherFilesGiveNothing) {
+TEST(kaFbxFile, BrokenAndOtherFilesGiveNothing) {
     const QByteArray whole = katest::fileBytes(blenderFile("ortho.fbx"));
     ASSERT_GT(whole.size(), 1000);
     katest::TempDir dir;
     for (int size : {0, 20, 27, 40, 200, whole.size() / 3, whole.size() / 2, whole.size() - 200}) {
         ASSERT_TRUE(katest::writeFile(dir.file("cut.fbx"), whole.left(size)));
-        const auto zooms = kaFbxOrthographicZooms(dir.file("cut.fbx"));
-        EXPECT_LE(zooms.size(), 1u) << size;
+        const kaFbxFile cut = kaFbxFile::read(dir.file("cut.fbx"));
+        EXPECT_LE(cut.orthographicZooms.size(), 1u) << size;
     }
     QByteArray scrambled = whole;
     for (int i = 27; i < scrambled.size(); i += 97)
         scrambled[i] = char(0xff);
     ASSERT_TRUE(katest::writeFile(dir.file("scrambled.fbx"), scrambled));
-    EXPECT_LE(kaFbxOrthographicZooms(dir.file("scrambled.fbx")).size(), 1u);
+    EXPECT_LE(kaFbxFile::read(dir.file("scrambled.fbx")).orthographicZooms.size(), 1u);
     ASSERT_TRUE(katest::writeFile(dir.file("text.fbx"), "; FBX 7.4.0 project file\n"));
-    EXPECT_TRUE(kaFbxOrthographicZooms(dir.file("text.fbx")).empty());
-    EXPECT_TRUE(kaFbxOrthographicZooms(dir.file("missing.fbx")).empty());
-    EXPECT_TRUE(kaFbxOrthographicZooms(blenderFile("ortho.dae")).empty());
+    for (const QString& other :
+         {dir.file("text.fbx"), dir.file("missing.fbx"), blenderFile("ortho.dae")}) {
+        const kaFbxFile nothing = kaFbxFile::read(other);
+        EXPECT_TRUE(nothing.orthographicZooms.empty()) << other.toStdString();
+    }
 }
 
 TEST(kaColladaCameras, OrthographicCamerasAreFoundByTheirNodesName) {

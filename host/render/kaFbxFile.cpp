@@ -1,10 +1,9 @@
-#include "kaFbxCameras.h"
+#include "kaFbxFile.h"
 
 #include <QFile>
 
 #include <cstdint>
 #include <cstring>
-#include <set>
 #include <vector>
 
 namespace {
@@ -168,9 +167,40 @@ const Record* child(const Record& record, const char* name) {
     return nullptr;
 }
 
+// The "P" record of property 'name' in a Properties70 record; null when it isn't there.
+const Record* property(const Record* properties, const char* name) {
+    if (properties)
+        for (const Record& p : properties->children)
+            if (!p.strings.empty() && p.strings.front() == name)
+                return &p;
+    return nullptr;
+}
+
+// The numbers of property 'name' of an object, else of its template, else 'fallback'.
+std::vector<double> numbersOf(const Record& object, const Record* defaults, const char* name,
+                              std::vector<double> fallback) {
+    for (const Record* p :
+         {property(child(object, "Properties70"), name), property(defaults, name)})
+        if (p && p->numbers.size() >= fallback.size())
+            return p->numbers;
+    return fallback;
+}
+
+// The Properties70 of the template of 'type' objects ("FbxLight", "FbxCamera"), if any.
+const Record* templateOf(const std::vector<Record>& top, const char* type) {
+    for (const Record& section : top)
+        if (section.name == "Definitions")
+            for (const Record& objectType : section.children)
+                for (const Record& t : objectType.children)
+                    if (t.name == "PropertyTemplate" && !t.strings.empty() &&
+                        t.strings.front() == type)
+                        return child(t, "Properties70");
+    return nullptr;
+}
+
 } // namespace
 
-std::map<std::string, double> kaFbxOrthographicZooms(const QString& fileName) {
+kaFbxFile kaFbxFile::read(const QString& fileName) {
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly))
         return {};
@@ -178,45 +208,41 @@ std::map<std::string, double> kaFbxOrthographicZooms(const QString& fileName) {
     std::vector<Record> top;
     if (!Reader(bytes).readAll(top))
         return {};
+    const Record* cameraDefaults = templateOf(top, "FbxCamera");
     std::map<int64_t, double> zooms;       // by camera attribute id
     std::map<int64_t, std::string> models; // by model id
     for (const Record& section : top) {
-        if (section.name == "Objects") {
-            for (const Record& object : section.children) {
-                if (object.integers.empty())
-                    continue;
-                if (object.name == "Model") {
-                    models[object.integers.front()] = objectName(object);
-                } else if (object.name == "NodeAttribute" && object.strings.size() >= 2 &&
-                           object.strings[1] == "Camera") {
-                    const Record* properties = child(object, "Properties70");
-                    bool orthographic = false;
-                    double zoom = 1.0;
-                    for (const Record& p :
-                         properties ? properties->children : std::vector<Record>()) {
-                        if (p.strings.empty() || p.numbers.empty())
-                            continue;
-                        if (p.strings.front() == "CameraProjectionType")
-                            orthographic = p.numbers.front() == 1.0;
-                        else if (p.strings.front() == "OrthoZoom")
-                            zoom = p.numbers.front();
-                    }
-                    if (orthographic && zoom > 0)
-                        zooms[object.integers.front()] = zoom;
-                }
+        if (section.name != "Objects")
+            continue;
+        for (const Record& object : section.children) {
+            if (object.integers.empty())
+                continue;
+            const int64_t id = object.integers.front();
+            if (object.name == "Model") {
+                models[id] = objectName(object);
+            } else if (object.name == "NodeAttribute" && object.strings.size() >= 2 &&
+                       object.strings[1] == "Camera") {
+                const bool orthographic =
+                    numbersOf(object, cameraDefaults, "CameraProjectionType", {0})[0] == 1.0;
+                const double zoom = numbersOf(object, cameraDefaults, "OrthoZoom", {1})[0];
+                if (orthographic && zoom > 0)
+                    zooms[id] = zoom;
             }
         }
     }
-    // Connections join a camera attribute (first) to its model (second).
-    std::map<std::string, double> result;
+    // Connections join an attribute (first) to its model (second).
+    kaFbxFile result;
     for (const Record& section : top)
         if (section.name == "Connections")
-            for (const Record& c : section.children)
-                if (c.name == "C" && c.integers.size() >= 2) {
-                    auto zoom = zooms.find(c.integers[0]);
-                    auto model = models.find(c.integers[1]);
-                    if (zoom != zooms.end() && model != models.end())
-                        result[model->second] = zoom->second;
-                }
+            for (const Record& c : section.children) {
+                if (c.name != "C" || c.integers.size() < 2)
+                    continue;
+                auto model = models.find(c.integers[1]);
+                if (model == models.end())
+                    continue;
+                auto zoom = zooms.find(c.integers[0]);
+                if (zoom != zooms.end())
+                    result.orthographicZooms[model->second] = zoom->second;
+            }
     return result;
 }
