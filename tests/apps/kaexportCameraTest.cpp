@@ -94,6 +94,27 @@ TEST_F(kaexportCamera, FitAndViewsShowTheWholeScene) {
         EXPECT_TRUE(redInTheMiddle(snapshot({"--view", side}))) << side;
 }
 
+namespace {
+
+// The box around the red pixels of a 320 x 240 RGB picture (rows from the top).
+struct RedBox {
+    int left = 320, right = -1, top = 240, bottom = -1;
+};
+RedBox redBox(const std::vector<float>& values) {
+    RedBox box;
+    for (int y = 0; y < 240; ++y)
+        for (int x = 0; x < 320; ++x) {
+            const float* p = &values[(size_t(y) * 320 + size_t(x)) * 3];
+            if (p[0] > p[1] + 0.2f) {
+                box.left = std::min(box.left, x), box.right = std::max(box.right, x);
+                box.top = std::min(box.top, y), box.bottom = std::max(box.bottom, y);
+            }
+        }
+    return box;
+}
+
+} // namespace
+
 // Cameras as an authoring package writes them (files Blender made, tests/data/blender): the
 // cube it looked at covers the pixels its camera projects it to. (The FBX camera looks along
 // its node's +X, in a file scaled to centimetres; COLLADA and FBX give the whole horizontal
@@ -108,21 +129,13 @@ TEST_P(kaexportAuthoredCamera, FramesTheSceneAsItsAuthorDid) {
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     const std::vector<float> values = katest::imagePixels(dir.file("shot.png"));
     ASSERT_EQ(values.size(), size_t(320 * 240 * 3));
-    int left = 320, right = -1, top = 240, bottom = -1;
-    for (int y = 0; y < 240; ++y)
-        for (int x = 0; x < 320; ++x) {
-            const float* p = &values[(size_t(y) * 320 + size_t(x)) * 3];
-            if (p[0] > p[1] + 0.2f) {
-                left = std::min(left, x), right = std::max(right, x);
-                top = std::min(top, y), bottom = std::max(bottom, y);
-            }
-        }
+    const RedBox box = redBox(values);
     // The cube's corners projected through Blender's camera: x from 118.9 to 199.8, y from
     // 80.8 to 164.0 (rows from the top).
-    EXPECT_NEAR(left, 119, 1);
-    EXPECT_NEAR(right, 199, 1);
-    EXPECT_NEAR(top, 81, 1);
-    EXPECT_NEAR(bottom, 163, 1);
+    EXPECT_NEAR(box.left, 119, 1);
+    EXPECT_NEAR(box.right, 199, 1);
+    EXPECT_NEAR(box.top, 81, 1);
+    EXPECT_NEAR(box.bottom, 163, 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Formats, kaexportAuthoredCamera,
@@ -151,19 +164,11 @@ TEST_P(kaexportOrthographicCamera, ShowsTheScaleItsAuthorChose) {
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     const std::vector<float> values = katest::imagePixels(dir.file("plan.png"));
     ASSERT_EQ(values.size(), size_t(320 * 240 * 3));
-    int left = 320, right = -1, top = 240, bottom = -1;
-    for (int y = 0; y < 240; ++y)
-        for (int x = 0; x < 320; ++x) {
-            const float* p = &values[(size_t(y) * 320 + size_t(x)) * 3];
-            if (p[0] > p[1] + 0.2f) {
-                left = std::min(left, x), right = std::max(right, x);
-                top = std::min(top, y), bottom = std::max(bottom, y);
-            }
-        }
-    EXPECT_EQ(left, 120);
-    EXPECT_EQ(right, 199);
-    EXPECT_EQ(top, 80);
-    EXPECT_EQ(bottom, 159);
+    const RedBox box = redBox(values);
+    EXPECT_EQ(box.left, 120);
+    EXPECT_EQ(box.right, 199);
+    EXPECT_EQ(box.top, 80);
+    EXPECT_EQ(box.bottom, 159);
 }
 
 // Fitting with an orthographic camera keeps it orthographic: the sphere around the cube
@@ -177,17 +182,9 @@ TEST(kaexportOrthographicFit, FillsThePictureWithTheScene) {
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     const std::vector<float> values = katest::imagePixels(dir.file("fit.png"));
     ASSERT_EQ(values.size(), size_t(320 * 240 * 3));
-    int top = 240, bottom = -1, left = 320, right = -1;
-    for (int y = 0; y < 240; ++y)
-        for (int x = 0; x < 320; ++x) {
-            const float* p = &values[(size_t(y) * 320 + size_t(x)) * 3];
-            if (p[0] > p[1] + 0.2f) {
-                left = std::min(left, x), right = std::max(right, x);
-                top = std::min(top, y), bottom = std::max(bottom, y);
-            }
-        }
-    EXPECT_NEAR(bottom - top + 1, 138.6, 1.0);
-    EXPECT_NEAR(right - left + 1, 138.6, 1.0);
+    const RedBox box = redBox(values);
+    EXPECT_NEAR(box.bottom - box.top + 1, 138.6, 1.0);
+    EXPECT_NEAR(box.right - box.left + 1, 138.6, 1.0);
 }
 
 INSTANTIATE_TEST_SUITE_P(FormatsAndRenderers, kaexportOrthographicCamera,

@@ -247,6 +247,26 @@ TEST(KaexportCluster, TheNodesLightTheSceneAsTheMasterDoes) {
     EXPECT_FALSE(plain.subimages[0] == l.subimages[0]) << "the lights differ";
 }
 
+namespace {
+
+// A small raytraced snapshot of the scene 'scene' chooses (program options) on a cluster of
+// two nodes equals the local one, to the bit.
+void expectClusterEqualsLocal(const katest::TempDir& dir, const QStringList& scene) {
+    const QStringList options{"--raytracing", "--width", "48",   "--height", "32",
+                              "--samples",    "2",       "--ss", "0"};
+    const auto cluster = runOnCluster(
+        scene + QStringList{"snapshot", dir.file("c.exr"), "--cluster", "localhost:2"} + options);
+    ASSERT_EQ(cluster.code, 0) << cluster.err.toStdString();
+    ASSERT_EQ(
+        katest::runKaexport(scene + QStringList{"snapshot", dir.file("l.exr")} + options).code, 0);
+    const ExrContent c = readExr(dir.file("c.exr")), l = readExr(dir.file("l.exr"));
+    ASSERT_EQ(c.subimages.size(), 1u);
+    ASSERT_EQ(l.subimages.size(), 1u);
+    EXPECT_TRUE(c.subimages[0] == l.subimages[0]);
+}
+
+} // namespace
+
 // A scene file's pictures (base colour, metallic-roughness, emission) travel to the nodes with
 // its materials, and so do their alpha modes: the nodes' picture is the local one.
 TEST(KaexportCluster, TheNodesShowTheScenesPictures) {
@@ -260,34 +280,15 @@ TEST(KaexportCluster, TheNodesShowTheScenesPictures) {
     square.emissive = 0.5f;
     square.emissiveUri = "quadrants.png";
     ASSERT_TRUE(katest::writeFile(dir.file("square.gltf"), katest::texturedSquareGltf(square)));
-    const QStringList common{"--scene", dir.file("square.gltf"), "--view", "front", "snapshot"};
-    const QStringList options{"--raytracing", "--width", "48",   "--height", "32",
-                              "--samples",    "2",       "--ss", "0"};
-    const auto cluster =
-        runOnCluster(common + QStringList{dir.file("c.exr"), "--cluster", "localhost:2"} + options);
-    ASSERT_EQ(cluster.code, 0) << cluster.err.toStdString();
-    ASSERT_EQ(katest::runKaexport(common + QStringList{dir.file("l.exr")} + options).code, 0);
-    const ExrContent c = readExr(dir.file("c.exr")), l = readExr(dir.file("l.exr"));
-    ASSERT_EQ(c.subimages.size(), 1u);
-    ASSERT_EQ(l.subimages.size(), 1u);
-    EXPECT_TRUE(c.subimages[0] == l.subimages[0]);
+    expectClusterEqualsLocal(dir, {"--scene", dir.file("square.gltf"), "--view", "front"});
 }
 
 // Spot lights keep their cones on the nodes (tests/data/blender/makeSpot.py).
 TEST(KaexportCluster, TheNodesLightSpotConesAsTheMasterDoes) {
     katest::TempDir dir;
-    const QString scene = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/spot.glb";
-    const QStringList common{"--scene", scene, "--view", "top", "snapshot"};
-    const QStringList options{"--raytracing", "--width", "48",   "--height", "32",
-                              "--samples",    "1",       "--ss", "0"};
-    const auto cluster =
-        runOnCluster(common + QStringList{dir.file("c.exr"), "--cluster", "localhost:2"} + options);
-    ASSERT_EQ(cluster.code, 0) << cluster.err.toStdString();
-    ASSERT_EQ(katest::runKaexport(common + QStringList{dir.file("l.exr")} + options).code, 0);
-    const ExrContent c = readExr(dir.file("c.exr")), l = readExr(dir.file("l.exr"));
-    ASSERT_EQ(c.subimages.size(), 1u);
-    ASSERT_EQ(l.subimages.size(), 1u);
-    EXPECT_TRUE(c.subimages[0] == l.subimages[0]);
+    expectClusterEqualsLocal(
+        dir,
+        {"--scene", QString(KA_TEST_SOURCE_DIR) + "/../data/blender/spot.glb", "--view", "top"});
 }
 
 TEST(KaexportCluster, AKilledNodeFailsTheRunWithinTheTimeoutAndLeavesNothing) {
