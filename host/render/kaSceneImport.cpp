@@ -15,7 +15,6 @@
 #include <assimp/postprocess.h>
 #include <assimp/scene.h>
 
-#include <array>
 #include <cmath>
 #include <map>
 #include <string>
@@ -180,20 +179,11 @@ osg::NodePtr alignedFrame(aiVector3D ahead, aiVector3D up, const osg::NodePtr& t
 }
 
 struct Converter {
-    // A spot light's cone from Assimp's angles, which its readers give differently: glTF's as
-    // the file has them (from the axis), FBX's whole (across the cone), and COLLADA's inner one
-    // as the whole cone, its outer one made up from the falloff exponent.
-    void setCone(const aiLight& l, osg::PointLight& light) const {
-        float inner = l.mAngleInnerCone, outer = l.mAngleOuterCone;
-        if (format == Format::Fbx) {
-            inner /= 2;
-            outer /= 2;
-        } else if (format == Format::Collada) {
-            inner = outer = l.mAngleInnerCone / 2;
-        }
-        if (outer > 0.0f)
-            light.setCone(std::min(inner, outer), outer);
-    }
+    Converter(const aiScene* scene, FovFormat fovFormat, Format format, kaSceneUnits units)
+        : scene(scene)
+        , fovFormat(fovFormat)
+        , format(format)
+        , units(units) {}
 
     const aiScene* scene;
     FovFormat fovFormat;
@@ -203,6 +193,12 @@ struct Converter {
     // the file's units) and FBX's zooms.
     std::map<std::string, float> orthographicHeights;
     std::map<std::string, double> orthographicZooms;
+    std::vector<osg::MaterialPtr> materials;
+    std::vector<unsigned> uvSets; // of each material's picture
+    std::map<std::string, const aiCamera*> cameras;
+    std::map<std::string, const aiLight*> lights;
+    // The transform of every named node, the first of a name, for the animation channels.
+    std::map<std::string, osg::TransformPtr> transforms;
 
     // The height an orthographic camera 'c' on node 'name' shows, in the file's units; 0 for
     // a perspective camera.
@@ -220,12 +216,21 @@ struct Converter {
             return float(zoom->second) / std::max(aspect, 1.0f) / units.metres;
         return 0.0f;
     }
-    std::vector<osg::MaterialPtr> materials;
-    std::vector<unsigned> uvSets; // of each material's picture
-    std::map<std::string, const aiCamera*> cameras;
-    std::map<std::string, const aiLight*> lights;
-    // The transform of every named node, the first of a name, for the animation channels.
-    std::map<std::string, osg::TransformPtr> transforms;
+
+    // A spot light's cone from Assimp's angles, which its readers give differently: glTF's as
+    // the file has them (from the axis), FBX's whole (across the cone), and COLLADA's inner one
+    // as the whole cone, its outer one made up from the falloff exponent.
+    void setCone(const aiLight& l, osg::PointLight& light) const {
+        float inner = l.mAngleInnerCone, outer = l.mAngleOuterCone;
+        if (format == Format::Fbx) {
+            inner /= 2;
+            outer /= 2;
+        } else if (format == Format::Collada) {
+            inner = outer = l.mAngleInnerCone / 2;
+        }
+        if (outer > 0.0f)
+            light.setCone(std::min(inner, outer), outer);
+    }
 
     osg::NodePtr convert(const aiNode* source) {
         osg::TransformPtr transform = osg::Transform::create(toOsgMatrix(source->mTransformation));
@@ -402,11 +407,10 @@ osg::NodePtr kaSceneImport::load(const QString& fileName, QString& error,
                           : suffix == "fbx" ? Format::Fbx
                           : suffix == "dae" ? Format::Collada
                                             : Format::Other;
-    Converter converter{scene, fov, format, kaSceneUnits::of(*scene, suffix), {}, {}, {}, {},
-                        {},    {},  {}};
-    if (suffix == "dae")
+    Converter converter(scene, fov, format, kaSceneUnits::of(*scene, suffix));
+    if (format == Format::Collada)
         converter.orthographicHeights = kaColladaOrthographicHeights(fileName);
-    if (suffix == "fbx") {
+    if (format == Format::Fbx) {
         kaFbxFile fbx = kaFbxFile::read(fileName);
         converter.orthographicZooms = std::move(fbx.orthographicZooms);
     }
