@@ -11,6 +11,9 @@ using namespace kaRT;
 namespace {
 // See-through layers a ray passes before it gives up (and counts as blocked).
 constexpr int kMaxLayers = 8;
+// Holes of cut-outs a ray passes through before it gives up (and goes on to the background):
+// foliage puts many in a row.
+constexpr int kMaxCutOuts = 256;
 // Below this roughness a surface is a mirror: its reflections are traced exactly.
 constexpr float kMirrorRoughness = 0.3f;
 // The brightest light a bounce may bring back.
@@ -123,7 +126,7 @@ kaRTIntegrator::Surface kaRTIntegrator::surfaceAt(const kaRTScene::Instance& ins
 bool kaRTIntegrator::intersect(V3 origin, V3 direction, float tFar, Hit& hit) const {
     // Points a cut-out leaves uncovered (a leaf's outline) are not there: the ray goes on.
     float tNear = 0.0f;
-    for (int cut = 0; cut <= kMaxLayers; ++cut) {
+    for (int cut = 0; cut <= kMaxCutOuts; ++cut) {
         RTCRayHit rh;
         const kaRTScene::Instance* found =
             nearest(_scene.embree(), origin, direction, tFar, rh, tNear);
@@ -179,14 +182,19 @@ float kaRTIntegrator::transmittance(V3 origin, V3 direction, float distance) con
             return 1.0f;
     }
     float through = 1.0f;
-    for (int layer = 0; layer < kMaxLayers && distance > 0; ++layer) {
+    // Layers that take some of the light count against kMaxLayers; the holes of cut-outs
+    // against kMaxCutOuts.
+    for (int layer = 0, holes = 0; layer < kMaxLayers && holes <= kMaxCutOuts && distance > 0;) {
         RTCRayHit rh;
         const kaRTScene::Instance* found = nearest(lightThrough, origin, direction, distance, rh);
         if (!found)
             return through;
         // Glowing surfaces are light fittings: they don't block the lights inside them.
-        if (isZero(found->material.emission))
-            through *= 1.0f - surfaceAt(*found, rh.hit.primID, rh.hit.u, rh.hit.v).coverage;
+        const float coverage = isZero(found->material.emission)
+                                   ? surfaceAt(*found, rh.hit.primID, rh.hit.u, rh.hit.v).coverage
+                                   : 0.0f;
+        ++(coverage > 0.0f ? layer : holes);
+        through *= 1.0f - coverage;
         if (through <= 0.0f)
             return 0.0f;
         origin = origin + direction * rh.ray.tfar + direction * _epsilon;

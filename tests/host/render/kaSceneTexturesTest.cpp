@@ -311,3 +311,68 @@ TEST(kaSceneTextures, CutOutsCastTheShadowOfWhatIsLeft) {
     EXPECT_LT(whole->getPixel(opaqueShadow, middle).r, sunlit * 0.01f);
     EXPECT_LT(whole->getPixel(cutShadow, middle).r, sunlit * 0.01f);
 }
+
+namespace {
+
+// The raytraced direct light, seen from straight above, on the middle of a white floor lit by
+// a sun from straight above, under 'layers' cut-out squares of 4 x 4 stacked from height 1 up,
+// whose right halves are holes (the halves picture, cut at 0.5).
+osg::ImagePtr floorUnderCutOuts(int layers) {
+    katest::TempDir dir;
+    EXPECT_TRUE(katest::writeHalvesPicture(dir.file("halves.png")));
+    auto white = osg::SimpleMaterial::create("White");
+    white->baseColor = {1, 1, 1};
+    white->alphaMode = osg::AlphaMode::Opaque;
+    auto leaf = osg::SimpleMaterial::create("Leaf");
+    leaf->baseColorMap = osg::ImageFileHandler::the().read(dir.fileStd("halves.png").c_str());
+    EXPECT_TRUE(leaf->baseColorMap && leaf->baseColorMap->reformat(osg::Image::OSG_RGBA_PF));
+    leaf->alphaMode = osg::AlphaMode::Mask;
+    osg::NodePtr root = osg::Node::create(osg::Group::create(), "scene");
+    root->addChild(osg::Node::create(osg::makePlane(8, 8, white), "Floor"));
+    for (int i = 0; i < layers; ++i) {
+        osg::NodePtr raised = osg::Node::create(
+            osg::Transform::create(osg::Matrix::translation(0, float(1 + i), 0)), "");
+        raised->addChild(osg::Node::create(osg::makePlane(4, 4, leaf), "Leaf"));
+        root->addChild(raised);
+    }
+    osg::NodePtr sun = osg::Node::create(
+        osg::Transform::create(osg::Matrix::lookAt({0, 0, 0}, {0, -1, 0}, {0, 0, -1})), "Sun");
+    sun->addChild(osg::Node::create(osg::DirectionalLight::create(), "SunLight"));
+    root->addChild(sun);
+
+    constexpr int side = 65;
+    kaOSGWidget view;
+    view.setSceneRoot(root);
+    osg::dynamic_pointer_cast<osg::Transform>(view.getCameraBeacon()->getCore())
+        ->setMatrix(osg::Matrix::lookAt({0, 30, 0}, {0, 0, 0}, {0, 0, -1}));
+    view.getCamera()->setFov(30.0f);
+    view.setSize(side, side);
+    kaOSGWidget::setMainView(&view);
+    kaOSGWidget::setRaytracing(true);
+    std::vector<osg::ImagePtr> images(kaRenderPass::Count);
+    osg::ImagePtr& diffuse = images[kaRenderPass::DiffuseLight];
+    diffuse = osg::Image::create();
+    diffuse->set(osg::Image::OSG_RGBA_PF, side, side, 1, 1, 1, 0.0, nullptr,
+                 osg::Image::OSG_FLOAT32_IMAGEDATA);
+    {
+        kaSharedOffscreenRender renderer(&view, images, 0);
+        EXPECT_TRUE(renderer.updateGL());
+    }
+    kaOSGWidget::setRaytracing(false);
+    kaOSGWidget::setMainView(nullptr);
+    return diffuse;
+}
+
+} // namespace
+
+// Foliage puts many holes in a row: through forty of them the camera still sees the floor, and
+// the sun still lights it.
+TEST(kaSceneTextures, ManyCutOutsInARowLetRaysAndLightThrough) {
+    // The floor at x = 1, seen through the squares' right halves at every height.
+    constexpr int throughHoles = 36, middle = 32;
+    const osg::ImagePtr bare = floorUnderCutOuts(0), stacked = floorUnderCutOuts(40);
+    ASSERT_TRUE(bare && stacked);
+    const float sunlit = bare->getPixel(throughHoles, middle).r;
+    EXPECT_GT(sunlit, 0.05f);
+    EXPECT_NEAR(stacked->getPixel(throughHoles, middle).r, sunlit, sunlit * 0.01f);
+}
