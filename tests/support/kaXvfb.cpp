@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QStandardPaths>
+#include <QThread>
 
 namespace katest {
 
@@ -48,8 +49,10 @@ XvfbServer::~XvfbServer() {
     }
 }
 
-ChildRun runTestOnDisplay(const QString& display, const QString& test,
-                          const QProcessEnvironment& environment, int timeoutMs) {
+namespace {
+
+ChildRun runOnce(const QString& display, const QString& test,
+                 const QProcessEnvironment& environment, int timeoutMs) {
     QProcess child;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
     env.insert("QT_QPA_PLATFORM", "xcb");
@@ -69,6 +72,22 @@ ChildRun runTestOnDisplay(const QString& display, const QString& test,
     child.waitForFinished(3000);
     run.code = child.exitCode();
     run.output = child.readAll().toStdString();
+    return run;
+}
+
+} // namespace
+
+ChildRun runTestOnDisplay(const QString& display, const QString& test,
+                          const QProcessEnvironment& environment, int timeoutMs) {
+    // While many tests start at once, a fresh Xvfb now and then refuses the first client
+    // although it has announced its display: such a start is tried again, a few times.
+    ChildRun run;
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        run = runOnce(display, test, environment, timeoutMs);
+        if (run.output.find("could not connect to display") == std::string::npos)
+            break;
+        QThread::msleep(500);
+    }
     return run;
 }
 
