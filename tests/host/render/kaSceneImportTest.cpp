@@ -3,10 +3,8 @@
 #include "OSGGeometry.h"
 #include "OSGNodeCores.h"
 #include "kaAnimManager.h"
-#include "kaOSGWidget.h"
-#include "kaRenderPassCatalogue.h"
+#include "kaRaytracedLight.h"
 #include "kaSceneAnimation.h"
-#include "kaSharedOffscreenRender.h"
 #include "kaTestSupport.h"
 
 #include <QFile>
@@ -309,27 +307,9 @@ TEST(kaSceneImport, AGltfLightLightsAWhiteFloorAsPhotometrySays) {
     ASSERT_TRUE(root) << error.toStdString();
 
     constexpr int side = 33; // an odd size: the middle pixel looks straight down
-    kaOSGWidget view;
-    view.setSceneRoot(root);
-    osg::dynamic_pointer_cast<osg::Transform>(view.getCameraBeacon()->getCore())
-        ->setMatrix(osg::Matrix::lookAt({0, 4, 0}, {0, 0, 0}, {0, 0, -1}));
-    view.getCamera()->setFov(30.0f);
-    view.setSize(side, side);
-    kaOSGWidget::setMainView(&view);
-    kaOSGWidget::setRaytracing(true);
-    std::vector<osg::ImagePtr> images(kaRenderPass::Count);
-    osg::ImagePtr& diffuse = images[kaRenderPass::DiffuseLight];
-    diffuse = osg::Image::create();
-    diffuse->set(osg::Image::OSG_RGBA_PF, side, side, 1, 1, 1, 0.0, nullptr,
-                 osg::Image::OSG_FLOAT32_IMAGEDATA);
-    bool rendered = false;
-    {
-        kaSharedOffscreenRender renderer(&view, images, 0);
-        rendered = renderer.updateGL();
-    }
-    kaOSGWidget::setRaytracing(false);
-    kaOSGWidget::setMainView(nullptr);
-    ASSERT_TRUE(rendered);
+    const osg::ImagePtr diffuse =
+        raytracedDiffuseLight(root, osg::Matrix::lookAt({0, 4, 0}, {0, 0, 0}, {0, 0, -1}), side);
+    ASSERT_TRUE(diffuse);
 
     const osg::Color4f below = diffuse->getPixel(side / 2, side / 2);
     const double expected = radianceOf(candela) / (double(height) * double(height));

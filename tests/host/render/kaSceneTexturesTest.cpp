@@ -5,10 +5,8 @@
 #include "OSGGeometry.h"
 #include "OSGImageFileHandler.h"
 #include "OSGNodeCores.h"
-#include "kaOSGWidget.h"
 #include "kaRTTexture.h"
-#include "kaRenderPassCatalogue.h"
-#include "kaSharedOffscreenRender.h"
+#include "kaRaytracedLight.h"
 #include "kaTestSupport.h"
 #include "kaTexturedScenes.h"
 
@@ -246,19 +244,30 @@ TEST(kaSceneTextures, AlphaModesAndCutoffsAreRead) {
 
 namespace {
 
-// The raytraced direct light on a white floor below a 1 x 1 square at height 1, lit by a sun
-// shining down at 45 degrees towards +X, seen from straight above: the square's shadow falls
-// 1 to the +X side of it. The square shows the halves picture under 'mode'.
-osg::ImagePtr shadowOfHalves(osg::AlphaMode mode) {
-    katest::TempDir dir;
-    EXPECT_TRUE(katest::writeHalvesPicture(dir.file("halves.png")));
+// A white, opaque material for floors.
+osg::MaterialPtr whiteFloor() {
     auto white = osg::SimpleMaterial::create("White");
     white->baseColor = {1, 1, 1};
     white->alphaMode = osg::AlphaMode::Opaque;
+    return white;
+}
+
+// A material showing the halves picture (opaque left half, alpha 0.25 right half) under 'mode'.
+osg::MaterialPtr halvesLeaf(osg::AlphaMode mode) {
+    katest::TempDir dir;
+    EXPECT_TRUE(katest::writeHalvesPicture(dir.file("halves.png")));
     auto leaf = osg::SimpleMaterial::create("Leaf");
     leaf->baseColorMap = osg::ImageFileHandler::the().read(dir.fileStd("halves.png").c_str());
     EXPECT_TRUE(leaf->baseColorMap && leaf->baseColorMap->reformat(osg::Image::OSG_RGBA_PF));
     leaf->alphaMode = mode;
+    return leaf;
+}
+
+// The raytraced direct light on a white floor below a 1 x 1 square at height 1, lit by a sun
+// shining down at 45 degrees towards +X, seen from straight above: the square's shadow falls
+// 1 to the +X side of it. The square shows the halves picture under 'mode'.
+osg::ImagePtr shadowOfHalves(osg::AlphaMode mode) {
+    const osg::MaterialPtr white = whiteFloor(), leaf = halvesLeaf(mode);
     osg::NodePtr root = osg::Node::create(osg::Group::create(), "scene");
     root->addChild(osg::Node::create(osg::makePlane(8, 8, white), "Floor"));
     osg::NodePtr raised =
@@ -270,27 +279,7 @@ osg::ImagePtr shadowOfHalves(osg::AlphaMode mode) {
     sun->addChild(osg::Node::create(osg::DirectionalLight::create(), "SunLight"));
     root->addChild(sun);
 
-    constexpr int side = 65;
-    kaOSGWidget view;
-    view.setSceneRoot(root);
-    osg::dynamic_pointer_cast<osg::Transform>(view.getCameraBeacon()->getCore())
-        ->setMatrix(osg::Matrix::lookAt({1, 5, 0}, {1, 0, 0}, {0, 0, -1}));
-    view.getCamera()->setFov(30.0f);
-    view.setSize(side, side);
-    kaOSGWidget::setMainView(&view);
-    kaOSGWidget::setRaytracing(true);
-    std::vector<osg::ImagePtr> images(kaRenderPass::Count);
-    osg::ImagePtr& diffuse = images[kaRenderPass::DiffuseLight];
-    diffuse = osg::Image::create();
-    diffuse->set(osg::Image::OSG_RGBA_PF, side, side, 1, 1, 1, 0.0, nullptr,
-                 osg::Image::OSG_FLOAT32_IMAGEDATA);
-    {
-        kaSharedOffscreenRender renderer(&view, images, 0);
-        EXPECT_TRUE(renderer.updateGL());
-    }
-    kaOSGWidget::setRaytracing(false);
-    kaOSGWidget::setMainView(nullptr);
-    return diffuse;
+    return raytracedDiffuseLight(root, osg::Matrix::lookAt({1, 5, 0}, {1, 0, 0}, {0, 0, -1}), 65);
 }
 
 } // namespace
@@ -318,15 +307,7 @@ namespace {
 // a sun from straight above, under 'layers' cut-out squares of 4 x 4 stacked from height 1 up,
 // whose right halves are holes (the halves picture, cut at 0.5).
 osg::ImagePtr floorUnderCutOuts(int layers) {
-    katest::TempDir dir;
-    EXPECT_TRUE(katest::writeHalvesPicture(dir.file("halves.png")));
-    auto white = osg::SimpleMaterial::create("White");
-    white->baseColor = {1, 1, 1};
-    white->alphaMode = osg::AlphaMode::Opaque;
-    auto leaf = osg::SimpleMaterial::create("Leaf");
-    leaf->baseColorMap = osg::ImageFileHandler::the().read(dir.fileStd("halves.png").c_str());
-    EXPECT_TRUE(leaf->baseColorMap && leaf->baseColorMap->reformat(osg::Image::OSG_RGBA_PF));
-    leaf->alphaMode = osg::AlphaMode::Mask;
+    const osg::MaterialPtr white = whiteFloor(), leaf = halvesLeaf(osg::AlphaMode::Mask);
     osg::NodePtr root = osg::Node::create(osg::Group::create(), "scene");
     root->addChild(osg::Node::create(osg::makePlane(8, 8, white), "Floor"));
     for (int i = 0; i < layers; ++i) {
@@ -340,27 +321,7 @@ osg::ImagePtr floorUnderCutOuts(int layers) {
     sun->addChild(osg::Node::create(osg::DirectionalLight::create(), "SunLight"));
     root->addChild(sun);
 
-    constexpr int side = 65;
-    kaOSGWidget view;
-    view.setSceneRoot(root);
-    osg::dynamic_pointer_cast<osg::Transform>(view.getCameraBeacon()->getCore())
-        ->setMatrix(osg::Matrix::lookAt({0, 30, 0}, {0, 0, 0}, {0, 0, -1}));
-    view.getCamera()->setFov(30.0f);
-    view.setSize(side, side);
-    kaOSGWidget::setMainView(&view);
-    kaOSGWidget::setRaytracing(true);
-    std::vector<osg::ImagePtr> images(kaRenderPass::Count);
-    osg::ImagePtr& diffuse = images[kaRenderPass::DiffuseLight];
-    diffuse = osg::Image::create();
-    diffuse->set(osg::Image::OSG_RGBA_PF, side, side, 1, 1, 1, 0.0, nullptr,
-                 osg::Image::OSG_FLOAT32_IMAGEDATA);
-    {
-        kaSharedOffscreenRender renderer(&view, images, 0);
-        EXPECT_TRUE(renderer.updateGL());
-    }
-    kaOSGWidget::setRaytracing(false);
-    kaOSGWidget::setMainView(nullptr);
-    return diffuse;
+    return raytracedDiffuseLight(root, osg::Matrix::lookAt({0, 30, 0}, {0, 0, 0}, {0, 0, -1}), 65);
 }
 
 } // namespace
