@@ -8,9 +8,8 @@
 
 #include "kaAtomicFile.h"
 #include "kaController.h"
-#include "kaFile.h"
-#include "kaImage.h"
 #include "kaImageWriter.h"
+#include "kaSnapshotFileNames.h"
 
 #include <CLI/CLI.hpp>
 
@@ -23,26 +22,6 @@
 namespace kaexport {
 
 namespace {
-
-// The files a snapshot writes. Without passes that is the name as given with each view's
-// suffix: unlike the names of sequences and passes, it keeps a trailing five-digit number
-// ("scan16384.png" is written as itself).
-QStringList snapshotFiles(const kaImageWriter& writer, const RenderTarget& render) {
-    if (render.passesGiven)
-        return writer.getExportedImageFilenames(render.out, render.passes,
-                                                writer.getExportMultiLayer());
-    const QString expanded = kaFile::expandFilename(render.out);
-    QString extension = kaFile::getExtension(expanded);
-    if (extension.isEmpty())
-        extension = QString::fromStdString(kaImage::getDefaultImageFormat());
-    const int dot = expanded.lastIndexOf('.');
-    const QString stem = dot >= 0 ? expanded.left(dot) : expanded;
-    const auto [mode, views] = kaImageWriter::getStereoMode();
-    QStringList names;
-    for (int view = 0; view < views; ++view)
-        names << stem + kaImageWriter::getStereoName(int(mode), view) + "." + extension;
-    return names;
-}
 
 struct SnapshotOptions {
     std::string out;
@@ -84,7 +63,8 @@ Runner defineSnapshot(CLI::App& command) {
 
         // Users are asked for --force before anything renders; files that appear meanwhile are
         // still never replaced without it.
-        const QStringList targets = snapshotFiles(writer, render);
+        const QStringList targets =
+            kaSnapshotFileNames(writer, render.out, render.passes, render.passesGiven);
         if (!o->appendRenderTime && !o->force) {
             for (const QString& name : targets) {
                 if (QFileInfo::exists(name)) {

@@ -1,0 +1,44 @@
+#pragma once
+
+// What the viewer's tests share: waiting for the GUI, answering the boxes a person would, and
+// comparing the view's picture with a written file.
+
+#include <QImage>
+#include <QString>
+
+#include <functional>
+#include <memory>
+#include <string>
+
+class QTimer;
+
+namespace kaviewertest {
+
+// Runs the event loop until 'done' holds or 'timeoutMs' pass; whether it held.
+bool waitUntil(const std::function<bool()>& done, int timeoutMs = 20000);
+
+// Clicks the button 'button' ("Yes", "No") of the next message box that appears, as a person
+// would; remembers the box's text.
+class BoxAnswerer {
+public:
+    explicit BoxAnswerer(const QString& button);
+    ~BoxAnswerer();
+    bool answered() const { return !_text.isEmpty(); }
+    const QString& text() const { return _text; }
+
+private:
+    std::unique_ptr<QTimer> _poll;
+    QString _text;
+};
+
+// The largest difference, in 8-bit codes, between the picture's colours and the file's (read
+// with OpenImageIO); -1 when the file can't be read or the sizes differ.
+int largestDifference(const QImage& picture, const QString& file);
+
+// How two pictures differ, in words ("the same" when they don't).
+std::string pictureDifference(const QImage& a, const QImage& b);
+
+// How many different colours the picture has, counting every 'step'-th pixel.
+int colourCount(const QImage& picture, int step = 4);
+
+} // namespace kaviewertest

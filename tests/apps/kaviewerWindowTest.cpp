@@ -1,0 +1,248 @@
+// The desktop program's main window as a person uses it: the view shows the scene as a
+// snapshot of its size writes it, the mouse moves the camera, the Export menu's dialog runs the
+// library's snapshot, whose questions and Abort button are answered with the mouse, and the
+// view is the same after every export.
+#include "kaviewerMainWindow.h"
+#include "kaviewerSnapshotDialog.h"
+#include "kaviewerTestSupport.h"
+#include "kaviewerView.h"
+
+#include "kaController.h"
+#include "kaImageRenderWidget.h"
+#include "kaOSGWidget.h"
+#include "kaRenderParameter.h"
+#include "kaTestSupport.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QFile>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenu>
+#include <QMouseEvent>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSettings>
+#include <QTimer>
+#include <QtTest/QTest>
+
+#include <gtest/gtest.h>
+
+using kaviewertest::BoxAnswerer;
+using kaviewertest::largestDifference;
+using kaviewertest::waitUntil;
+
+namespace {
+
+class ViewerWindow : public ::testing::Test {
+protected:
+    void SetUp() override {
+        // Recent files go to this test's folder, not the user's settings.
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, _settings.path());
+        _wasNoGUI = kaController::isNoGUI();
+        kaController::setNoGUI(false); // a person answers the boxes: the test, with the mouse
+        _window = std::make_unique<kaviewer::MainWindow>();
+        // Small, so that every redraw is quick: the view gets what the docks leave.
+        _window->resize(480, 400);
+        _window->show();
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(_window.get()));
+        ASSERT_TRUE(_window->openScene(QString()));
+        ASSERT_TRUE(waitUntil(
+            [this] { return !picture().isNull() && picture().size() == _window->view().size(); }));
+    }
+    void TearDown() override {
+        _window.reset();
+        kaOSGWidget::setRaytracing(false);
+        kaController::setNoGUI(_wasNoGUI);
+    }
+
+    const QImage& picture() { return _window->view().picture(); }
+    kaviewer::SnapshotSettings pngOfTheView(const QString& file) {
+        kaviewer::SnapshotSettings s;
+        s.fileName = file;
+        s.width = _window->hostView().width();
+        s.height = _window->hostView().height();
+        return s;
+    }
+
+    katest::PreferencesGuard _prefs;
+    katest::TempDir _settings, _dir;
+    std::unique_ptr<kaviewer::MainWindow> _window;
+    bool _wasNoGUI = true;
+};
+
+TEST_F(ViewerWindow, IsTheHostsMainWindowWithItsMainView) {
+    EXPECT_EQ(kaController::getMainWindow(), _window.get());
+    EXPECT_EQ(kaOSGWidget::getMGLW(-1), &_window->hostView());
+    EXPECT_EQ(_window->hostView().width(), _window->view().width());
+    EXPECT_EQ(_window->hostView().height(), _window->view().height());
+    // The built-in scene: ground, sky, objects in many shades.
+    EXPECT_GT(kaviewertest::colourCount(picture()), 200);
+}
+
+TEST_F(ViewerWindow, ViewEqualsASnapshotOfItsSizeAndIsTheSameAfterIt) {
+    const QImage before = picture();
+    bool progressShown = false;
+    QTimer poll;
+    poll.setInterval(5);
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        if (auto* bar = _window->findChild<QProgressBar*>("progress"))
+            progressShown = progressShown || bar->isVisible();
+    });
+    poll.start();
+    const QString file = _dir.file("view.png");
+    _window->exportSnapshot(pngOfTheView(file));
+    poll.stop();
+    EXPECT_EQ(largestDifference(before, file), 0);
+    EXPECT_EQ(kaviewertest::pictureDifference(picture(), before), "the same");
+    EXPECT_FALSE(_window->findChild<QProgressBar*>("progress")->isVisible());
+    const QString status = _window->findChild<QLabel*>("status")->text();
+    EXPECT_TRUE(status.startsWith("Wrote " + file + " (")) << status.toStdString();
+    (void)progressShown; // the render of so small a picture may end between two polls
+}
+
+TEST_F(ViewerWindow, SnapshotFromTheExportMenusDialog) {
+    const QString file = _dir.file("fromMenu.png");
+    bool sawDialog = false;
+    QStringList listed;
+    QTimer::singleShot(0, [&] {
+        ASSERT_TRUE(waitUntil([] {
+            return qobject_cast<kaviewer::SnapshotDialog*>(QApplication::activeModalWidget());
+        }));
+        auto* dialog = qobject_cast<kaviewer::SnapshotDialog*>(QApplication::activeModalWidget());
+        sawDialog = true;
+        auto* name = dialog->findChild<QLineEdit*>("fileName");
+        name->selectAll();
+        QTest::keyClicks(name, file);
+        // The view's own size, from the presets.
+        auto* preset = dialog->findChild<QComboBox*>("preset");
+        preset->setCurrentIndex(0);
+        emit preset->activated(0);
+        auto* files = dialog->findChild<QListWidget*>("files");
+        for (int i = 0; i < files->count(); ++i)
+            listed << files->item(i)->text();
+        QTest::mouseClick(dialog->findChild<QPushButton*>("export"), Qt::LeftButton);
+    });
+    // The menu, opened and chosen with the keyboard.
+    QMenu* exportMenu = nullptr;
+    for (QMenu* menu : _window->findChildren<QMenu*>())
+        if (menu->title() == "&Export")
+            exportMenu = menu;
+    ASSERT_NE(exportMenu, nullptr);
+    QAction* snapshot = _window->findChild<QAction*>("snapshot");
+    ASSERT_NE(snapshot, nullptr);
+    EXPECT_EQ(snapshot->shortcut(), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S));
+    _window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(_window.get()));
+    QTest::keyClick(_window.get(), Qt::Key_S, Qt::ControlModifier | Qt::ShiftModifier);
+    EXPECT_TRUE(sawDialog);
+    EXPECT_EQ(listed, QStringList{file});
+    EXPECT_TRUE(QFile::exists(file));
+    EXPECT_EQ(largestDifference(picture(), file), 0);
+}
+
+TEST_F(ViewerWindow, OverwriteQuestionAnsweredBothWays) {
+    const QString file = _dir.file("existing.png");
+    ASSERT_TRUE(katest::writeFile(file, "the user's file"));
+    {
+        BoxAnswerer no("No");
+        _window->exportSnapshot(pngOfTheView(file));
+        EXPECT_TRUE(no.answered());
+        EXPECT_EQ(no.text(),
+                  QString("The file '%1' already exists.\nDo you want to replace it?").arg(file));
+    }
+    EXPECT_EQ(katest::fileBytes(file), QByteArray("the user's file"));
+    {
+        BoxAnswerer yes("Yes");
+        _window->exportSnapshot(pngOfTheView(file));
+        EXPECT_TRUE(yes.answered());
+    }
+    EXPECT_EQ(largestDifference(picture(), file), 0);
+}
+
+TEST_F(ViewerWindow, DraggingTurnsTheCameraAndTheSnapshotFollows) {
+    const QImage before = picture();
+    kaviewer::View& view = _window->view();
+    const int count = view.pictureCount();
+    QTest::mousePress(&view, Qt::LeftButton, Qt::NoModifier, QPoint(160, 90));
+    // Moves with the button held, as the window system delivers them (QTest's own moves only
+    // place the cursor).
+    for (const QPoint& at : {QPoint(200, 90), QPoint(240, 100)}) {
+        QMouseEvent move(QEvent::MouseMove, at, view.mapToGlobal(at), Qt::NoButton, Qt::LeftButton,
+                         Qt::NoModifier);
+        QApplication::sendEvent(&view, &move);
+    }
+    QTest::mouseRelease(&view, Qt::LeftButton, Qt::NoModifier, QPoint(240, 100));
+    EXPECT_GT(view.pictureCount(), count);
+    EXPECT_NE(kaviewertest::pictureDifference(picture(), before), "the same");
+    // The wheel moves closer: the picture changes again.
+    const QImage turned = picture();
+    QWheelEvent wheel(QPointF(160, 90), view.mapToGlobal(QPoint(160, 90)), QPoint(), QPoint(0, 240),
+                      Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(&view, &wheel);
+    EXPECT_NE(kaviewertest::pictureDifference(picture(), turned), "the same");
+    const QString file = _dir.file("turned.png");
+    _window->exportSnapshot(pngOfTheView(file));
+    EXPECT_EQ(largestDifference(picture(), file), 0);
+}
+
+TEST_F(ViewerWindow, AbortInTheRenderDialogWritesNothingAndKeepsTheView) {
+    const QImage before = picture();
+    bool clicked = false;
+    QTimer poll;
+    poll.setInterval(50);
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (widget->objectName() != "ImageRenderWidget" || !widget->isVisible() || clicked)
+                continue;
+            for (QPushButton* button : widget->findChildren<QPushButton*>())
+                if (button->text() == "Abort") {
+                    clicked = true;
+                    QTest::mouseClick(button, Qt::LeftButton);
+                }
+        }
+    });
+    poll.start();
+    kaviewer::SnapshotSettings s = pngOfTheView(_dir.file("aborted.png"));
+    s.raytracing = true;
+    s.samples = 100000; // far longer than the test waits
+    s.width = 1600;
+    s.height = 900;
+    _window->exportSnapshot(s);
+    poll.stop();
+    EXPECT_TRUE(clicked);
+    EXPECT_FALSE(QFile::exists(s.fileName));
+    EXPECT_EQ(_window->findChild<QLabel*>("status")->text(), "The snapshot was aborted");
+    // The view is drawn as before, with OpenGL.
+    EXPECT_FALSE(kaOSGWidget::getRaytracing());
+    EXPECT_EQ(kaviewertest::pictureDifference(picture(), before), "the same");
+}
+
+TEST_F(ViewerWindow, OpensSceneFilesAndRemembersThem) {
+    const QString scene = _dir.file("animated.gltf");
+    ASSERT_TRUE(katest::writeFile(scene, katest::animatedGltf()));
+    const QImage builtin = picture();
+    ASSERT_TRUE(_window->openScene(scene));
+    EXPECT_EQ(_window->sceneFile(), scene);
+    EXPECT_TRUE(_window->windowTitle().contains("animated.gltf"));
+    EXPECT_NE(kaviewertest::pictureDifference(picture(), builtin), "the same");
+    auto* recent = _window->findChild<QMenu*>("recent");
+    ASSERT_NE(recent, nullptr);
+    ASSERT_EQ(recent->actions().size(), 1);
+    EXPECT_EQ(recent->actions().front()->text(), "animated.gltf");
+
+    // A file that isn't a scene: a warning a person closes, the scene shown stays.
+    const QString bad = _dir.file("broken.gltf");
+    ASSERT_TRUE(katest::writeFile(bad, "{ not json"));
+    const QImage shown = picture();
+    BoxAnswerer ok("OK");
+    EXPECT_FALSE(_window->openScene(bad));
+    EXPECT_TRUE(ok.answered());
+    EXPECT_TRUE(ok.text().startsWith("Couldn't open '" + bad + "'")) << ok.text().toStdString();
+    EXPECT_TRUE(_window->logText().contains("Couldn't open '" + bad + "'"));
+    EXPECT_EQ(_window->sceneFile(), scene);
+    EXPECT_EQ(kaviewertest::pictureDifference(picture(), shown), "the same");
+}
+
+} // namespace
