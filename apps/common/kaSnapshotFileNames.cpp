@@ -4,8 +4,10 @@
 #include "kaImage.h"
 #include "kaImageWriter.h"
 
-QStringList kaSnapshotFileNames(const kaImageWriter& writer, const QString& name,
-                                const std::vector<unsigned int>& passes, bool exportPasses) {
+namespace kaapps {
+
+QStringList snapshotFiles(const kaImageWriter& writer, const QString& name,
+                          const std::vector<unsigned int>& passes, bool exportPasses) {
     if (exportPasses)
         return writer.getExportedImageFilenames(name, passes, writer.getExportMultiLayer());
     const QString expanded = kaFile::expandFilename(name);
@@ -20,3 +22,5 @@ QStringList kaSnapshotFileNames(const kaImageWriter& writer, const QString& name
         names << stem + kaImageWriter::getStereoName(int(mode), view) + "." + extension;
     return names;
 }
+
+} // namespace kaapps

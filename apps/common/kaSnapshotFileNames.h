@@ -11,5 +11,9 @@ class kaImageWriter;
 // pass (or one layered file) when 'passes' are exported, else the name with each stereo view's
 // suffix. Unlike the names of sequences and passes, a plain snapshot keeps a trailing
 // five-digit number ("scan16384.png" is written as itself).
-QStringList kaSnapshotFileNames(const kaImageWriter& writer, const QString& name,
-                                const std::vector<unsigned int>& passes, bool exportPasses);
+namespace kaapps {
+
+QStringList snapshotFiles(const kaImageWriter& writer, const QString& name,
+                          const std::vector<unsigned int>& passes, bool exportPasses);
+
+} // namespace kaapps

@@ -1,8 +1,8 @@
 // kaexport files: the names an export would write, one per line.
 #include "kaexportApp.h"
-#include "kaexportFrames.h"
 #include "kaexportOptions.h"
 
+#include "kaExportFrames.h"
 #include "kaImageWriter.h"
 
 #include <CLI/CLI.hpp>
@@ -11,6 +11,8 @@
 #include <ostream>
 
 namespace kaexport {
+
+using namespace kaapps;
 
 namespace {
 struct FilesOptions {

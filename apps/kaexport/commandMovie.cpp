@@ -1,12 +1,12 @@
 // kaexport movie: the animation into one movie file through the library's movie export.
 #include "kaexportApp.h"
-#include "kaexportFrames.h"
 #include "kaexportHost.h"
 #include "kaexportOptions.h"
 #include "kaexportReport.h"
 
 #include "kaAtomicFile.h"
 #include "kaController.h"
+#include "kaExportFrames.h"
 #include "kaFile.h"
 #include "kaImageWriter.h"
 #include "kaWinVideoCodecs.h"
@@ -21,6 +21,8 @@
 #include <ostream>
 
 namespace kaexport {
+
+using namespace kaapps;
 
 namespace {
 

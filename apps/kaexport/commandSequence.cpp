@@ -1,7 +1,6 @@
 // kaexport sequence: an animation into numbered image files through the library's sequence
 // export, with a resume that continues an interrupted run exactly where it stopped.
 #include "kaexportApp.h"
-#include "kaexportFrames.h"
 #include "kaexportHost.h"
 #include "kaexportOptions.h"
 #include "kaexportRenderOptions.h"
@@ -9,6 +8,7 @@
 
 #include "kaAtomicFile.h"
 #include "kaController.h"
+#include "kaExportFrames.h"
 #include "kaImageWriter.h"
 #include "kaSimulationTime.h"
 
@@ -22,6 +22,8 @@
 #include <tuple>
 
 namespace kaexport {
+
+using namespace kaapps;
 
 namespace {
 

@@ -1,6 +1,5 @@
 // kaexport snapshot: one picture of the scene through the library's snapshot export.
 #include "kaexportApp.h"
-#include "kaexportFrames.h"
 #include "kaexportHost.h"
 #include "kaexportOptions.h"
 #include "kaexportRenderOptions.h"
@@ -8,6 +7,7 @@
 
 #include "kaAtomicFile.h"
 #include "kaController.h"
+#include "kaExportFrames.h"
 #include "kaImageWriter.h"
 #include "kaSnapshotFileNames.h"
 
@@ -20,6 +20,8 @@
 #include <ostream>
 
 namespace kaexport {
+
+using namespace kaapps;
 
 namespace {
 
@@ -64,7 +66,7 @@ Runner defineSnapshot(CLI::App& command) {
         // Users are asked for --force before anything renders; files that appear meanwhile are
         // still never replaced without it.
         const QStringList targets =
-            kaSnapshotFileNames(writer, render.out, render.passes, render.passesGiven);
+            kaapps::snapshotFiles(writer, render.out, render.passes, render.passesGiven);
         if (!o->appendRenderTime && !o->force) {
             for (const QString& name : targets) {
                 if (QFileInfo::exists(name)) {

@@ -244,7 +244,7 @@ QStringList SnapshotDialog::fileNames() const {
     const boost::any saved = prefs.get("ImageExport stereo mode");
     prefs.set("ImageExport stereo mode", s.stereoMode);
     kaImageWriter writer;
-    const QStringList names = kaSnapshotFileNames(writer, s.fileName, s.passes, s.exportPasses);
+    const QStringList names = kaapps::snapshotFiles(writer, s.fileName, s.passes, s.exportPasses);
     if (const int* mode = boost::any_cast<int>(&saved))
         prefs.set("ImageExport stereo mode", *mode);
     else

@@ -16,11 +16,6 @@ osg::Vec3f aheadOf(const osg::Matrix& pose) {
     return osg::normalize(pose.transformVector({0, 0, -1}));
 }
 
-float distanceBetween(const osg::Pnt3f& a, const osg::Pnt3f& b) {
-    return std::sqrt((a.x - b.x) * (a.x - b.x) + (a.y - b.y) * (a.y - b.y) +
-                     (a.z - b.z) * (a.z - b.z));
-}
-
 // A camera at (0, 2, 10) looking at the origin's neighbourhood, pivoting 10 ahead.
 kaviewer::Navigator startingNavigator() {
     kaviewer::Navigator navigator;

@@ -1,4 +1,4 @@
-#include "kaexportFrames.h"
+#include "kaExportFrames.h"
 
 #include "OSGAnimNodeBase.h"
 #include "OSGImageFileHandler.h"
@@ -11,7 +11,7 @@
 
 #include <algorithm>
 
-namespace kaexport {
+namespace kaapps {
 
 FrameWalk::FrameWalk(const kaImageWriter& writer, int start, int stop, int step)
     : _start(start)
@@ -120,4 +120,4 @@ bool isCompleteImage(const QString& file) {
     return bool(osg::ImageFileHandler::the().read(file.toUtf8().constData()));
 }
 
-} // namespace kaexport
+} // namespace kaapps

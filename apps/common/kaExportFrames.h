@@ -8,7 +8,8 @@
 
 #include <vector>
 
-namespace kaexport {
+// What the programs know about the frames and files of the library's animation exports.
+namespace kaapps {
 
 // The frames a sequence export walks: from frame 0, one by one up to the start (pre-rolled:
 // the animation and simulation step through them, nothing is written), then every step-th
@@ -59,4 +60,4 @@ __int64 animationNamed(const std::string& name, std::string& known);
 // Whether a file is there and reads back whole as an image.
 bool isCompleteImage(const QString& file);
 
-} // namespace kaexport
+} // namespace kaapps
