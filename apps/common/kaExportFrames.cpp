@@ -114,6 +114,14 @@ __int64 animationNamed(const std::string& name, std::string& known) {
     return 0;
 }
 
+QString captureName(const QString& out, int i, int count) {
+    if (count <= 1)
+        return out;
+    const QFileInfo info(out);
+    return info.path() + "/" + info.completeBaseName() + kaImageWriter::getFrameName(i) +
+           (info.suffix().isEmpty() ? QString() : "." + info.suffix());
+}
+
 bool isCompleteImage(const QString& file) {
     if (!QFileInfo(file).isFile())
         return false;

@@ -57,6 +57,10 @@ int timelineRate(int given);
 // when there is none, with the names there are, quoted and separated by ", ", in 'known'.
 __int64 animationNamed(const std::string& name, std::string& known);
 
+// Capture i of 'count' of a fast export to 'out': numbered -00000, -00001, ... when there are
+// several.
+QString captureName(const QString& out, int i, int count);
+
 // Whether a file is there and reads back whole as an image.
 bool isCompleteImage(const QString& file);
 

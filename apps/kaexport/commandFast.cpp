@@ -6,6 +6,8 @@
 #include "kaexportOptions.h"
 #include "kaexportReport.h"
 
+#include "kaExportFrames.h"
+
 #include "kaAtomicFile.h"
 #include "kaFile.h"
 #include "kaImageOutStream.h"
@@ -23,6 +25,8 @@
 
 namespace kaexport {
 
+using kaapps::captureName;
+
 namespace {
 struct FastOptions {
     std::string out;
@@ -30,14 +34,6 @@ struct FastOptions {
     bool force = false;
 };
 
-// Capture i of 'count' to 'out': numbered -00000, -00001, ... when there are several.
-QString captureName(const QString& out, int i, int count) {
-    if (count <= 1)
-        return out;
-    const QFileInfo info(out);
-    return info.path() + "/" + info.completeBaseName() + kaImageWriter::getFrameName(i) +
-           (info.suffix().isEmpty() ? QString() : "." + info.suffix());
-}
 } // namespace
 
 Runner defineFast(CLI::App& command) {

@@ -1,9 +1,12 @@
 #include "kaviewerMainWindow.h"
 
+#include "kaviewerTimeline.h"
 #include "kaviewerView.h"
 
 #include "kaBuiltinScene.h"
 #include "kaController.h"
+#include "kaExportFrames.h"
+#include "kaFile.h"
 #include "kaImageRenderWidget.h"
 #include "kaImageWriter.h"
 #include "kaLog.h"
@@ -19,6 +22,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QDockWidget>
+#include <QElapsedTimer>
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QLabel>
@@ -29,6 +33,7 @@
 #include <QSettings>
 #include <QStatusBar>
 #include <QThread>
+#include <QVBoxLayout>
 
 #include <algorithm>
 #include <cmath>
@@ -51,6 +56,13 @@ void onGuiThread(QObject* receiver, Work work) {
 }
 
 // How far ahead of the camera the point it turns around lies: the centre of what it sees.
+// The last frame of the timeline: the sequence's stop frame the user set, at least 100.
+int preferredStopFrame() {
+    int stop = 100;
+    kaImageWriter::getFromMessage(kaPreferences::getData(), "MovieExport stop frame", stop);
+    return std::max(stop, 100);
+}
+
 float pivotDistance(kaOSGWidget& view) {
     osg::Pnt3f low, high;
     if (!kaSceneImport::bounds(view.getSceneRoot(), low, high))
@@ -75,7 +87,16 @@ MainWindow::MainWindow()
     kaController::setMainWindow(this);
 
     _viewWidget = new View(*_view);
-    setCentralWidget(_viewWidget);
+    _timeline = new Timeline;
+    _timeline->setLastFrame(preferredStopFrame());
+    connect(_timeline, &Timeline::changed, _viewWidget, &View::redraw);
+    auto* centre = new QWidget;
+    auto* centreLayout = new QVBoxLayout(centre);
+    centreLayout->setContentsMargins(0, 0, 0, 0);
+    centreLayout->setSpacing(0);
+    centreLayout->addWidget(_viewWidget, 1);
+    centreLayout->addWidget(_timeline);
+    setCentralWidget(centre);
 
     QMenu* file = menuBar()->addMenu("&File");
     QAction* open = file->addAction("&Open...", this, &MainWindow::openFile, QKeySequence::Open);
@@ -89,9 +110,26 @@ MainWindow::MainWindow()
     quit->setObjectName("quit");
 
     QMenu* exports = menuBar()->addMenu("&Export");
-    QAction* snapshot = exports->addAction("&Snapshot...", this, &MainWindow::askForSnapshot,
-                                           QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S));
-    snapshot->setObjectName("snapshot");
+    const struct {
+        const char* label;
+        const char* name;
+        ExportKind kind;
+        QKeySequence keys;
+    } entries[] = {
+        {"&Snapshot...", "snapshot", ExportKind::Snapshot,
+         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S)},
+        {"&Image Sequence...", "sequence", ExportKind::Sequence,
+         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_I)},
+        {"&Movie...", "movie", ExportKind::Movie, QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_M)},
+        {"&Fast Capture...", "fastCapture", ExportKind::FastCapture,
+         QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_F)},
+    };
+    for (const auto& entry : entries) {
+        const ExportKind kind = entry.kind;
+        QAction* action = exports->addAction(
+            entry.label, this, [this, kind] { askForExport(kind); }, entry.keys);
+        action->setObjectName(entry.name);
+    }
 
     _status = new QLabel;
     _status->setObjectName("status");
@@ -135,6 +173,7 @@ MainWindow::~MainWindow() {
 }
 
 bool MainWindow::openScene(const QString& fileName) {
+    _timeline->pause();
     if (fileName.isEmpty()) {
         _builtin.reset();
         _builtin = std::make_unique<kaBuiltinScene>(*_view);
@@ -158,7 +197,8 @@ bool MainWindow::openScene(const QString& fileName) {
         setWindowTitle("kaviewer - " + QFileInfo(fileName).fileName());
     }
     _viewWidget->resetNavigation(pivotDistance(*_view));
-    _viewWidget->redraw();
+    // A scene opened starts at the beginning of time: frame 0, the simulation at rest.
+    _timeline->restore({});
     _status->setText(_sceneFile.isEmpty() ? "The built-in scene" : _sceneFile);
     return true;
 }
@@ -204,20 +244,65 @@ QString MainWindow::logText() const {
     return _log->toPlainText();
 }
 
-void MainWindow::askForSnapshot() {
-    if (_snapshot.fileName.isEmpty()) {
-        _snapshot.fileName = QDir::homePath() + "/snapshot.png";
-        _snapshot.width = _view->width();
-        _snapshot.height = _view->height();
+void MainWindow::askForExport(ExportKind kind) {
+    auto known = _lastSettings.find(kind);
+    if (known == _lastSettings.end()) {
+        ExportSettings first;
+        const char* names[] = {"snapshot.png", "frame.png", "movie.avi", "capture.png"};
+        first.fileName = QDir::homePath() + "/" + names[int(kind)];
+        first.width = _view->width();
+        first.height = _view->height();
+        known = _lastSettings.emplace(kind, first).first;
     }
-    SnapshotDialog dialog(_snapshot, _view->width(), _view->height(), this);
+    ExportDialog dialog(kind, known->second, _view->width(), _view->height(), this);
     if (dialog.exec() != QDialog::Accepted)
         return;
-    _snapshot = dialog.settings();
-    exportSnapshot(_snapshot);
+    known->second = dialog.settings();
+    runExport(kind, known->second);
 }
 
-void MainWindow::exportSnapshot(const SnapshotSettings& s) {
+bool MainWindow::mayReplaceCaptures(const QStringList& names) {
+    int existing = 0;
+    for (const QString& name : names)
+        existing += QFileInfo::exists(name) ? 1 : 0;
+    if (existing == 0)
+        return true;
+    return QMessageBox::question(
+               this, "Fast Capture",
+               QString("%1 of the %2 capture files already exist%3.\nDo you want to replace them?")
+                   .arg(existing)
+                   .arg(names.size())
+                   .arg(existing == 1 ? "s" : ""),
+               QMessageBox::Yes | QMessageBox::No, QMessageBox::No) == QMessageBox::Yes;
+}
+
+void MainWindow::exportFastCaptures(kaImageWriter& writer, const ExportSettings& s,
+                                    const std::function<bool()>& failed) {
+    QStringList names;
+    const QString out = kaFile::expandFilename(s.fileName);
+    for (int i = 0; i < s.captures; ++i)
+        names << kaapps::captureName(out, i, s.captures);
+    if (!mayReplaceCaptures(names))
+        return;
+    writer.setNoShowImage(true);
+    writer.exportImageFastInit(s.width, s.height, s.superSampling);
+    for (const QString& name : names) {
+        writer.exportImageFast(name);
+        QApplication::processEvents();
+        // A capture that failed (the library has said why) ends the run.
+        if (kaImageRenderWidget::wasCanceled() || failed())
+            break;
+    }
+    writer.exportImageFastTerminate();
+}
+
+void MainWindow::runExport(ExportKind kind, const ExportSettings& s) {
+    _timeline->pause();
+    // Sequences and movies walk the timeline from its start: the scene is brought back to the
+    // moment it showed, so the view is what it was.
+    const Timeline::Moment moment = _timeline->moment();
+    QElapsedTimer clock;
+    clock.start();
     // The renderer and its samples are the export's: the view keeps its own.
     const bool viewRaytraces = kaOSGWidget::getRaytracing();
     const int viewSamples = kaRenderParameter::getImageSamples();
@@ -244,28 +329,52 @@ void MainWindow::exportSnapshot(const SnapshotSettings& s) {
             journal->second << name + ": " + QString::fromStdString(entry.error);
     });
     kaImageWriter writer;
-    writer.exportImage(s.fileName, s.width, s.height, s.superSampling, s.alpha ? 1 : 0, s.dpi,
-                       s.exportPasses, QString(), false, false);
+    switch (kind) {
+    case ExportKind::Snapshot:
+        writer.exportImage(s.fileName, s.width, s.height, s.superSampling, s.alpha ? 1 : 0, s.dpi,
+                           s.exportPasses, QString(), false, false);
+        break;
+    case ExportKind::Sequence:
+        kaapps::timelineRate(s.fps);
+        writer.exportImages(s.fileName, s.width, s.height, s.fps, s.startFrame, s.stopFrame,
+                            s.superSampling, s.alpha ? 1 : 0, s.exportPasses, 0, QString(),
+                            s.frameStep, false);
+        break;
+    case ExportKind::Movie:
+        kaapps::timelineRate(s.fps);
+        writer.exportAVI(s.fileName, s.width, s.height, s.fps, s.startFrame, s.stopFrame,
+                         s.superSampling, 0, QString(), !s.chooseCodec);
+        break;
+    case ExportKind::FastCapture:
+        exportFastCaptures(writer, s, [journal, mutex] {
+            std::lock_guard<std::mutex> lock(*mutex);
+            return !journal->second.isEmpty();
+        });
+        break;
+    }
     kaWriteJournal::removeListener(listener);
     kaOSGWidget::setRaytracing(viewRaytraces);
     kaRenderParameter::setImageSamples(viewSamples);
+    if (kind == ExportKind::Sequence || kind == ExportKind::Movie)
+        _timeline->restore(moment);
     std::lock_guard<std::mutex> lock(*mutex);
     QString status;
     if (!journal->second.isEmpty())
         status = "Couldn't write " + journal->second.join("; ");
     else if (writer.wasExportCanceled())
-        status = "The snapshot was aborted";
+        status = "The export was aborted";
     else if (journal->first.isEmpty())
         status = "Nothing was written";
     else
         status =
-            QString("Wrote %1 (%2 s)")
+            QString("Wrote %1 in %2 s")
                 .arg(journal->first.size() == 1 ? journal->first.front()
                                                 : QString("%1 files").arg(journal->first.size()))
-                .arg(kaImageWriter::getLastRenderTime(), 0, 'f', 2);
+                .arg(double(clock.elapsed()) / 1000.0, 0, 'f', 2);
     _status->setText(status);
     _progress->hide();
     // The export puts the view back; it is shown as it is now.
+    _timeline->sync();
     _viewWidget->redraw();
 }
 

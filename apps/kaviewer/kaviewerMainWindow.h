@@ -1,10 +1,12 @@
 #pragma once
 
-#include "kaviewerSnapshotDialog.h"
+#include "kaviewerExportDialog.h"
 
 #include <QMainWindow>
 #include <QString>
 
+#include <functional>
+#include <map>
 #include <memory>
 
 class QLabel;
@@ -12,33 +14,37 @@ class QMenu;
 class QPlainTextEdit;
 class QProgressBar;
 class kaBuiltinScene;
+class kaImageWriter;
 class kaOSGWidget;
 
 namespace kaviewer {
 
+class Timeline;
 class View;
 
 // The application's main window and the host's (kaController::getMainWindow): the main view,
 // the File and Export menus, the progress of renders in the status bar and the log in a dock.
-// The library's own dialogs (the render dialog, its questions and warnings) open over it.
+// The library's own dialogs (the render dialog, its questions and warnings, the codec dialog)
+// open over it.
 class MainWindow : public QMainWindow {
     Q_OBJECT
 public:
     MainWindow();
     ~MainWindow() override;
 
-    // Shows the built-in scene (empty name) or a scene file; false, with a message box (the
-    // log in batch mode), when the file can't be read.
+    // Shows the built-in scene (empty name) or a scene file; false, with a message box, when
+    // the file can't be read (the scene shown stays).
     bool openScene(const QString& fileName);
     const QString& sceneFile() const { return _sceneFile; }
     View& view() { return *_viewWidget; }
     kaOSGWidget& hostView() { return *_view; }
+    Timeline& timeline() { return *_timeline; }
 
-    // The snapshot through the library's export with 'settings'; what the last dialog held
-    // is offered again next time.
-    void exportSnapshot(const SnapshotSettings& settings);
-    // The dialog, then the export when it is accepted.
-    void askForSnapshot();
+    // The export through the library with 'settings'.
+    void runExport(ExportKind kind, const ExportSettings& settings);
+    // The kind's dialog, then the export when it is accepted; what the dialog held is offered
+    // again next time.
+    void askForExport(ExportKind kind);
     // The log as the dock shows it.
     QString logText() const;
 
@@ -48,16 +54,21 @@ private:
     void rememberRecent(const QString& fileName);
     void showProgress(double progress);
     void appendLog(const QString& line);
+    // Fast captures: false when the user keeps existing files.
+    bool mayReplaceCaptures(const QStringList& names);
+    void exportFastCaptures(kaImageWriter& writer, const ExportSettings& settings,
+                            const std::function<bool()>& failed);
 
     std::unique_ptr<kaOSGWidget> _view;
     std::unique_ptr<kaBuiltinScene> _builtin;
     View* _viewWidget = nullptr;
+    Timeline* _timeline = nullptr;
     QString _sceneFile;
     QMenu* _recentMenu = nullptr;
     QProgressBar* _progress = nullptr;
     QLabel* _status = nullptr;
     QPlainTextEdit* _log = nullptr;
-    SnapshotSettings _snapshot;
+    std::map<ExportKind, ExportSettings> _lastSettings;
     int _progressListener = 0, _logSink = 0;
 };
 
