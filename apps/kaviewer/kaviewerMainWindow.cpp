@@ -1,5 +1,6 @@
 #include "kaviewerMainWindow.h"
 
+#include "kaviewerPreferencesDialog.h"
 #include "kaviewerTimeline.h"
 #include "kaviewerView.h"
 
@@ -108,6 +109,11 @@ MainWindow::MainWindow()
     file->addSeparator();
     QAction* quit = file->addAction("&Quit", this, &QWidget::close, QKeySequence::Quit);
     quit->setObjectName("quit");
+
+    QMenu* edit = menuBar()->addMenu("&Edit");
+    QAction* preferences = edit->addAction("&Preferences...", this, &MainWindow::askForPreferences,
+                                           QKeySequence::Preferences);
+    preferences->setObjectName("preferences");
 
     QMenu* exports = menuBar()->addMenu("&Export");
     const struct {
@@ -244,6 +250,15 @@ QString MainWindow::logText() const {
     return _log->toPlainText();
 }
 
+void MainWindow::askForPreferences() {
+    PreferencesDialog dialog(_preferencesPath, _view->getScreenImage(), this);
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+    _timeline->setLastFrame(preferredStopFrame());
+    // Lights and exposure are the view's too.
+    _viewWidget->redraw();
+}
+
 void MainWindow::askForExport(ExportKind kind) {
     auto known = _lastSettings.find(kind);
     if (known == _lastSettings.end()) {
@@ -329,6 +344,9 @@ void MainWindow::runExport(ExportKind kind, const ExportSettings& s) {
             journal->second << name + ": " + QString::fromStdString(entry.error);
     });
     kaImageWriter writer;
+    const ExportExtras extras = ExportExtras::load();
+    writer.setICCProfile(extras.colorSpace);
+    writer.setMetaDataFlags(extras.metadataFlags);
     switch (kind) {
     case ExportKind::Snapshot:
         writer.exportImage(s.fileName, s.width, s.height, s.superSampling, s.alpha ? 1 : 0, s.dpi,

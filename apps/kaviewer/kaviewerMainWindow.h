@@ -45,6 +45,11 @@ public:
     // The kind's dialog, then the export when it is accepted; what the dialog held is offered
     // again next time.
     void askForExport(ExportKind kind);
+    // The preferences file: read at start, written by the Preferences dialog.
+    void setPreferencesPath(const QString& path) { _preferencesPath = path; }
+    const QString& preferencesPath() const { return _preferencesPath; }
+    // The Preferences dialog; its values are taken when it is accepted.
+    void askForPreferences();
     // The log as the dock shows it.
     QString logText() const;
 
@@ -63,7 +68,7 @@ private:
     std::unique_ptr<kaBuiltinScene> _builtin;
     View* _viewWidget = nullptr;
     Timeline* _timeline = nullptr;
-    QString _sceneFile;
+    QString _sceneFile, _preferencesPath;
     QMenu* _recentMenu = nullptr;
     QProgressBar* _progress = nullptr;
     QLabel* _status = nullptr;

@@ -77,6 +77,50 @@ void View::applyPose() {
     redraw();
 }
 
+QStringList View::unusualState() const {
+    QStringList lines;
+    if (_view.getSnapshotMode())
+        lines << "Snapshot mode";
+    if (_view.isStereoEnabled())
+        lines << QString("Stereo (mode %1)").arg(_view.getStereoMode());
+    if (_view.isPowerwallEnabled())
+        lines << "Powerwall";
+    if (_view.getDrawIsolateViewOverlay())
+        lines << "Isolate overlay";
+    if (_view.getLightsVisible())
+        lines << "Lights shown";
+    if (_view.getCamerasVisible())
+        lines << "Cameras shown";
+    if (!_view.isRedrawEnabled())
+        lines << "Redraw off";
+    if (!_view.isNavigationEnabled())
+        lines << "Navigation off";
+    if (_view.getBackplate())
+        lines << "Backplate";
+    if (_view.getSceneplate())
+        lines << "Sceneplate";
+    if (_view.getDisplayColorspace() > 1)
+        lines << QString("Display colour space %1").arg(_view.getDisplayColorspace());
+    if (const osg::UberViewportPtr& viewport = _view.getViewport()) {
+        if (viewport->getLeft() != 0.0f || viewport->getBottom() != 0.0f ||
+            viewport->getRight() != 1.0f || viewport->getTop() != 1.0f)
+            lines << QString("Viewport %1 %2 %3 %4")
+                         .arg(double(viewport->getLeft()))
+                         .arg(double(viewport->getBottom()))
+                         .arg(double(viewport->getRight()))
+                         .arg(double(viewport->getTop()));
+        if (viewport->getBackground().get() != _view.getBackground().get())
+            lines << "Another background";
+    }
+    if (const osg::Gradient2BackgroundPtr& background = _view.getBackground()) {
+        if (background->getAlpha() != 1.0f)
+            lines << QString("Background alpha %1").arg(double(background->getAlpha()));
+        if (background->getBackplateMode())
+            lines << "Background backplate mode";
+    }
+    return lines;
+}
+
 void View::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     if (_picture.isNull()) {
@@ -84,6 +128,15 @@ void View::paintEvent(QPaintEvent*) {
         return;
     }
     painter.drawImage(QPoint(0, 0), _picture);
+    const QStringList state = unusualState();
+    if (!state.isEmpty()) {
+        const QString text = state.join('\n');
+        const QRect box = painter.boundingRect(QRect(8, 8, width() - 16, height() - 16),
+                                               Qt::AlignLeft | Qt::AlignTop, text);
+        painter.fillRect(box.adjusted(-4, -2, 4, 2), QColor(0, 0, 0, 160));
+        painter.setPen(QColor(255, 210, 80));
+        painter.drawText(box, Qt::AlignLeft | Qt::AlignTop, text);
+    }
     // A picture smaller than the widget (while it is being resized) leaves black.
     if (_picture.width() < width())
         painter.fillRect(_picture.width(), 0, width() - _picture.width(), height(), Qt::black);

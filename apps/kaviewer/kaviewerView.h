@@ -4,6 +4,7 @@
 
 #include <QImage>
 #include <QPoint>
+#include <QStringList>
 #include <QWidget>
 
 class kaOSGWidget;
@@ -28,6 +29,11 @@ public:
     const QImage& picture() const { return _picture; }
     // Takes the camera where the host's view has it now, pivoting around 'distance' ahead.
     void resetNavigation(float distance);
+    // The view's switches that differ from how it normally shows the scene (snapshot mode,
+    // stereo, powerwall, overlays, a viewport not covering the window, the background's alpha
+    // or backplate, another display colour space), one line each; drawn over the picture so
+    // that a switch an export forgot to put back shows.
+    QStringList unusualState() const;
     // How many times the picture was taken from the host's view.
     int pictureCount() const { return _pictures; }
 

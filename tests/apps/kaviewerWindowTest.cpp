@@ -208,3 +208,31 @@ TEST_F(ViewerWindow, OpensSceneFilesAndRemembersThem) {
 }
 
 } // namespace
+
+namespace {
+
+TEST_F(ViewerWindow, SwitchesLeftChangedShowOverTheView) {
+    kaviewer::View& view = _window->view();
+    EXPECT_TRUE(view.unusualState().isEmpty()) << view.unusualState().join("; ").toStdString();
+    _window->hostView().setSnapshotMode(true);
+    _window->hostView().getBackground()->setAlpha(0.0f);
+    EXPECT_EQ(view.unusualState(), (QStringList{"Snapshot mode", "Background alpha 0"}));
+    // Drawn over the picture on the screen, not into it.
+    const QImage before = picture();
+    const QImage shown = view.grab().toImage();
+    EXPECT_NE(kaviewertest::pictureDifference(shown.convertToFormat(QImage::Format_RGB32), before),
+              "the same");
+    _window->hostView().setSnapshotMode(false);
+    _window->hostView().getBackground()->setAlpha(1.0f);
+
+    // Every export puts the view's switches back: none shows afterwards.
+    kaviewer::ExportSettings s = pngOfTheView(_dir.file("eyes.png"));
+    s.stereoMode = 1;
+    s.alpha = true;
+    _window->runExport(kaviewer::ExportKind::Snapshot, s);
+    EXPECT_TRUE(QFile::exists(_dir.file("eyes-left.png")));
+    EXPECT_TRUE(view.unusualState().isEmpty()) << view.unusualState().join("; ").toStdString();
+    EXPECT_EQ(kaviewertest::pictureDifference(picture(), before), "the same");
+}
+
+} // namespace
