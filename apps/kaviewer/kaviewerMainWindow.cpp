@@ -155,6 +155,8 @@ MainWindow::MainWindow()
     dock->setObjectName("logDock");
     dock->setWidget(_log);
     addDockWidget(Qt::BottomDockWidgetArea, dock);
+    // The view gets the room; the log a few lines.
+    resizeDocks({dock}, {110}, Qt::Vertical);
 
     _progressListener = kaController::addProgressListener([this](double progress) {
         onGuiThread(this, [this, progress] { showProgress(progress); });

@@ -1,0 +1,144 @@
+// The desktop program on a real X server, as a person sees it: the main window with the scene,
+// the snapshot dialog opened from the keyboard, the library's render dialog aborted with its
+// button, and a snapshot whose file equals what the screen shows of the view. Screenshots of
+// the main window, the snapshot dialog and the render dialog are kept as test artefacts.
+#include "kaviewerExportDialog.h"
+#include "kaviewerWindowFixture.h"
+
+#include "kaRenderParameter.h"
+#include "kaXvfb.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QScreen>
+#include <QTimer>
+
+namespace {
+
+using kaviewertest::colourCount;
+using kaviewertest::largestDifference;
+using kaviewertest::waitUntil;
+
+QImage screenshotOf(QWidget* window) {
+    return window->screen()
+        ->grabWindow(window->winId())
+        .toImage()
+        .convertToFormat(QImage::Format_RGB32);
+}
+
+// Types 'file' into the dialog's name and presses its Export button.
+void exportFrom(kaviewer::ExportDialog* dialog, const QString& file) {
+    auto* name = dialog->findChild<QLineEdit*>("fileName");
+    name->selectAll();
+    QTest::keyClicks(name, file);
+    QTest::mouseClick(dialog->findChild<QPushButton*>("export"), Qt::LeftButton);
+}
+
+using ViewerOnX = ViewerWindowTest;
+
+TEST_F(ViewerOnX, DISABLED_ChildShowsTheViewAndItsDialogs) {
+    const QString artefacts = qEnvironmentVariable("KA_ARTEFACTS");
+    if (artefacts.isEmpty())
+        GTEST_SKIP() << "run by ViewerOnX.MainWindowDialogsAndSnapshotAsSeen";
+    ASSERT_EQ(QGuiApplication::platformName(), "xcb");
+    _window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(_window.get()));
+    QTest::qWait(200); // the window manager-less server draws at once; a moment for the paint
+
+    // The main window as the screen shows it, its view being the picture of the scene.
+    const QImage window = screenshotOf(_window.get());
+    window.save(artefacts + "/kaviewerMainWindow.png", "PNG");
+    kaviewer::View& view = _window->view();
+    const QRect viewRect(view.mapTo(_window.get(), QPoint(0, 0)), view.size());
+    EXPECT_GT(colourCount(window.copy(viewRect), 2), 200);
+    EXPECT_EQ(kaviewertest::pictureDifference(window.copy(viewRect), picture()), "the same");
+    const QImage before = picture();
+
+    // A long raytraced snapshot, aborted with the render dialog's button once it is seen.
+    bool renderDialogSeen = false;
+    QTimer poll;
+    poll.setInterval(50);
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (widget->objectName() != "ImageRenderWidget" || !widget->isVisible() ||
+                renderDialogSeen)
+                continue;
+            renderDialogSeen = true;
+            QTest::qWait(300);
+            screenshotOf(widget).save(artefacts + "/kaviewerRenderDialog.png", "PNG");
+            for (QPushButton* button : widget->findChildren<QPushButton*>())
+                if (button->text() == "Abort")
+                    QTest::mouseClick(button, Qt::LeftButton);
+        }
+    });
+    poll.start();
+    kaviewer::ExportSettings longRender = pngOfTheView(_dir.file("aborted.png"));
+    longRender.raytracing = true;
+    longRender.samples = 100000;
+    longRender.width = 1280;
+    longRender.height = 720;
+    _window->runExport(kaviewer::ExportKind::Snapshot, longRender);
+    poll.stop();
+    EXPECT_TRUE(renderDialogSeen);
+    EXPECT_FALSE(QFile::exists(longRender.fileName));
+
+    // The snapshot dialog from the keyboard shortcut; its file equals the view on the screen.
+    const QString file = _dir.file("asSeen.png");
+    // The render dialog had the keyboard: the main window takes it back.
+    _window->activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(_window.get()));
+    bool dialogSeen = false;
+    QTimer watch;
+    watch.setInterval(50);
+    QObject::connect(&watch, &QTimer::timeout, [&] {
+        auto* dialog = qobject_cast<kaviewer::ExportDialog*>(QApplication::activeModalWidget());
+        if (!dialog || !dialog->isVisible())
+            return;
+        watch.stop();
+        dialogSeen = true;
+        QTest::qWait(200);
+        const QImage shot = screenshotOf(dialog);
+        shot.save(artefacts + "/kaviewerSnapshotDialog.png", "PNG");
+        EXPECT_GT(colourCount(shot, 1), 8) << "the dialog's screenshot is blank";
+        exportFrom(dialog, file);
+    });
+    watch.start();
+    QTest::keyClick(_window.get(), Qt::Key_S, Qt::ControlModifier | Qt::ShiftModifier);
+    watch.stop();
+    EXPECT_TRUE(dialogSeen);
+    ASSERT_TRUE(QFile::exists(file));
+    QTest::qWait(200);
+    const QImage after = screenshotOf(_window.get());
+    EXPECT_EQ(largestDifference(after.copy(viewRect), file), 0);
+    EXPECT_EQ(kaviewertest::pictureDifference(after.copy(viewRect), before), "the same");
+}
+
+TEST(ViewerOnXServer, MainWindowDialogsAndSnapshotAsSeen) {
+    if (!katest::XvfbServer::isInstalled())
+        GTEST_SKIP() << "Xvfb is not installed (scripts/bootstrap installs it)";
+    katest::XvfbServer server;
+    ASSERT_TRUE(server.isRunning()) << server.error();
+    const QString artefacts = QStringLiteral(KA_TEST_ARTEFACT_DIR);
+    ASSERT_TRUE(QDir().mkpath(artefacts));
+    const QStringList shots{"kaviewerMainWindow.png", "kaviewerRenderDialog.png",
+                            "kaviewerSnapshotDialog.png"};
+    for (const QString& shot : shots)
+        QFile::remove(artefacts + "/" + shot);
+    QProcessEnvironment env;
+    env.insert("KA_ARTEFACTS", artefacts);
+    const katest::ChildRun run = katest::runTestOnDisplay(
+        server.display(), "ViewerOnX.DISABLED_ChildShowsTheViewAndItsDialogs", env, 120000);
+    EXPECT_TRUE(run.passed()) << run.output;
+    // The artefacts, read back: pictures with something in them.
+    for (const QString& shot : shots) {
+        const QImage image(artefacts + "/" + shot, "PNG");
+        ASSERT_FALSE(image.isNull()) << shot.toStdString();
+        EXPECT_GE(image.width(), 200) << shot.toStdString();
+        EXPECT_GT(colourCount(image, 2), 8) << shot.toStdString();
+    }
+}
+
+} // namespace
