@@ -164,6 +164,9 @@ ExportDialog::ExportDialog(ExportKind kind, const ExportSettings& s, int viewWid
     _renderer->addItems({"OpenGL", "Raytracer"});
     _renderer->setCurrentIndex(s.raytracing ? 1 : 0);
     _samples = spinBox("samples", 1, 1000000, s.samples, " samples a pixel");
+    _cluster = new QLineEdit(s.cluster);
+    _cluster->setObjectName("cluster");
+    _cluster->setPlaceholderText("render here (or hosts: localhost:3, nodeA:8,nodeB:8)");
     _stereo = new QComboBox;
     _stereo->setObjectName("stereo");
     _stereo->addItems({"Mono", "Two eyes", "Five eyes", "Nine eyes"});
@@ -206,6 +209,7 @@ ExportDialog::ExportDialog(ExportKind kind, const ExportSettings& s, int viewWid
     addRow(form, "", _alpha, snapshot || sequence);
     addRow(form, "Resolution (dpi)", _dpi, snapshot);
     addRow(form, "Renderer", row({_renderer, _samples}), snapshot || sequence);
+    addRow(form, "Render cluster", _cluster, snapshot || sequence);
     addRow(form, "Stereo", _stereo, snapshot || sequence);
     addRow(form, "", _exportPasses, snapshot || sequence);
     addRow(form, "Passes", _passes, snapshot || sequence);
@@ -294,6 +298,7 @@ ExportSettings ExportDialog::settings() const {
     s.dpi = float(_dpi->value());
     s.raytracing = _renderer->currentIndex() == 1;
     s.samples = _samples->value();
+    s.cluster = _cluster->text().trimmed();
     s.stereoMode = _stereo->currentIndex();
     s.exportPasses = _exportPasses->isChecked();
     for (int i = 0; i < _passes->count(); ++i)
@@ -378,9 +383,32 @@ double ExportDialog::memoryEstimate() const {
     return 0.0;
 }
 
+double ExportDialog::tileEstimate() const {
+    const ExportSettings s = settings();
+    double images = 1.0;
+    if (s.exportPasses && (_kind == ExportKind::Snapshot || _kind == ExportKind::Sequence))
+        images = double(std::max<size_t>(s.passes.size(), 1));
+    const double whole = double(s.width) * double(s.height) * images * 16.0;
+    int budget = 2048;
+    kaImageWriter::getFromMessage(kaPreferences::getData(), "Image Export Max Framebuffer Memory",
+                                  budget);
+    if (budget <= 0)
+        return whole; // unlimited: the whole picture in one tile
+    return std::min(whole, double(budget) * 1024.0 * 1024.0);
+}
+
+QString ExportDialog::memoryText() const {
+    if (fileNames().isEmpty())
+        return "-";
+    return QString("%1 of pictures at a time, and up to %2 of tiles while they render")
+        .arg(megabytes(memoryEstimate()), megabytes(tileEstimate()));
+}
+
 void ExportDialog::refresh() {
     _passes->setEnabled(_exportPasses->isChecked());
     _samples->setEnabled(_renderer->currentIndex() == 1);
+    // Only the raytracer renders on a cluster.
+    _cluster->setEnabled(_renderer->currentIndex() == 1);
     const QStringList names = fileNames();
     _files->clear();
     for (const QString& name : names) {
@@ -392,9 +420,7 @@ void ExportDialog::refresh() {
         if (exists)
             item->setForeground(Qt::darkRed);
     }
-    const double bytes = memoryEstimate();
-    _memory->setText(names.isEmpty() ? QString("-")
-                                     : QString("%1 of pictures at a time").arg(megabytes(bytes)));
+    _memory->setText(memoryText());
 }
 
 } // namespace kaviewer

@@ -31,6 +31,9 @@ struct ExportSettings {
     int captures = 10;
     // Movies: the system's codec dialog picks the codec (else the platform's default).
     bool chooseCodec = true;
+    // Raytraced pictures on a render cluster: hosts with node counts ("localhost:3",
+    // "nodeA:8,nodeB:8") or an Open MPI host file; empty renders here.
+    QString cluster;
 };
 
 // An export's arguments - file, size with presets, supersampling, alpha, resolution, renderer,
@@ -47,8 +50,13 @@ public:
     ExportSettings settings() const;
     // The files listed, as the export names them.
     QStringList fileNames() const;
-    // The memory estimate shown, in bytes.
+    QString memoryText() const;
+    // The memory estimate shown, in bytes: the written pictures held at a time.
     double memoryEstimate() const;
+    // The render dialog's tiles, in bytes: float RGBA for each render pass, the whole picture
+    // when it fits the tile memory budget ("Image Export Max Framebuffer Memory"), else at
+    // most the budget (the dialog halves tiles until they fit it).
+    double tileEstimate() const;
 
 private:
     void choosePreset(int index);
@@ -58,7 +66,7 @@ private:
 
     ExportKind _kind;
     int _viewWidth, _viewHeight;
-    QLineEdit* _file;
+    QLineEdit *_file, *_cluster;
     QComboBox* _preset;
     QSpinBox *_width, *_height, *_samples;
     QComboBox *_superSampling, *_renderer, *_stereo;

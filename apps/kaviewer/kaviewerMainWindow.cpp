@@ -5,6 +5,7 @@
 #include "kaviewerView.h"
 
 #include "kaBuiltinScene.h"
+#include "kaClusterService.h"
 #include "kaController.h"
 #include "kaExportFrames.h"
 #include "kaFile.h"
@@ -35,6 +36,8 @@
 #include <QStatusBar>
 #include <QThread>
 #include <QVBoxLayout>
+
+#include <boost/any.hpp>
 
 #include <algorithm>
 #include <cmath>
@@ -167,11 +170,26 @@ MainWindow::MainWindow()
             line = QString(kaLog::levelName(level)) + ": " + line;
         onGuiThread(this, [this, line] { appendLog(line); });
     });
+    // The render cluster is the host's service: exports bring it up by its name. What it
+    // can't handle itself (a node lost mid-render) is told the user here.
+    kaClusterService::the();
+    _clusterHandler = kaController::addCallHandler(
+        "kaClusterClusterWindowException", [this](const kaMessage& message) {
+            QString error = "unknown failure";
+            const boost::any value = message.get("error");
+            if (const QString* text = boost::any_cast<QString>(&value))
+                error = *text;
+            kaLog::error("The render cluster failed: %s", error.toUtf8().constData());
+            if (!kaController::isNoGUI())
+                QMessageBox::warning(this, "Render cluster", "The render cluster failed: " + error);
+        });
     rebuildRecentMenu();
     resize(1100, 760);
 }
 
 MainWindow::~MainWindow() {
+    kaController::removeCallHandler(_clusterHandler);
+    kaClusterService::the()->stop();
     kaController::removeProgressListener(_progressListener);
     kaLog::removeSink(_logSink);
     if (kaController::getMainWindow() == this)
@@ -345,6 +363,7 @@ void MainWindow::runExport(ExportKind kind, const ExportSettings& s) {
         else
             journal->second << name + ": " + QString::fromStdString(entry.error);
     });
+    const QString cluster = s.raytracing ? s.cluster : QString();
     kaImageWriter writer;
     const ExportExtras extras = ExportExtras::load();
     writer.setICCProfile(extras.colorSpace);
@@ -352,12 +371,12 @@ void MainWindow::runExport(ExportKind kind, const ExportSettings& s) {
     switch (kind) {
     case ExportKind::Snapshot:
         writer.exportImage(s.fileName, s.width, s.height, s.superSampling, s.alpha ? 1 : 0, s.dpi,
-                           s.exportPasses, QString(), false, false);
+                           s.exportPasses, cluster, false, false);
         break;
     case ExportKind::Sequence:
         kaapps::timelineRate(s.fps);
         writer.exportImages(s.fileName, s.width, s.height, s.fps, s.startFrame, s.stopFrame,
-                            s.superSampling, s.alpha ? 1 : 0, s.exportPasses, 0, QString(),
+                            s.superSampling, s.alpha ? 1 : 0, s.exportPasses, 0, cluster,
                             s.frameStep, false);
         break;
     case ExportKind::Movie:

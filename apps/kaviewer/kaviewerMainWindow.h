@@ -74,7 +74,7 @@ private:
     QLabel* _status = nullptr;
     QPlainTextEdit* _log = nullptr;
     std::map<ExportKind, ExportSettings> _lastSettings;
-    int _progressListener = 0, _logSink = 0;
+    int _progressListener = 0, _logSink = 0, _clusterHandler = 0;
 };
 
 } // namespace kaviewer

@@ -178,7 +178,10 @@ TEST_F(ViewerExportDialog, EstimatesTheMemoryOfThePicturesAtATime) {
     ExportSettings s = settingsFor(_dir.file("m.png"), 1000, 500);
     const ExportDialog png(ExportKind::Snapshot, s, 640, 360);
     EXPECT_DOUBLE_EQ(png.memoryEstimate(), 1000.0 * 500.0 * 3.0);
-    EXPECT_EQ(png.findChild<QLabel*>("memory")->text(), "1.4 MB of pictures at a time");
+    // Its one float tile fits the default budget of 2048 MB.
+    EXPECT_DOUBLE_EQ(png.tileEstimate(), 1000.0 * 500.0 * 16.0);
+    EXPECT_EQ(png.findChild<QLabel*>("memory")->text(),
+              "1.4 MB of pictures at a time, and up to 7.6 MB of tiles while they render");
     s.fileName = _dir.file("m.exr");
     s.alpha = true;
     s.stereoMode = 1; // two pictures, float with alpha
@@ -190,6 +193,17 @@ TEST_F(ViewerExportDialog, EstimatesTheMemoryOfThePicturesAtATime) {
     s.stopFrame = 9;
     const ExportDialog sequence(ExportKind::Sequence, s, 640, 360);
     EXPECT_DOUBLE_EQ(sequence.memoryEstimate(), 1000.0 * 500.0 * 4.0 * 4.0);
+
+    // Tiles of a large picture stay within the budget; three passes render three tiles.
+    kaPreferences::getData().set("Image Export Max Framebuffer Memory", 64);
+    s.width = s.height = 16384;
+    s.exportPasses = true;
+    s.passes = {0, 1, 2};
+    const ExportDialog large(ExportKind::Snapshot, s, 640, 360);
+    EXPECT_DOUBLE_EQ(large.tileEstimate(), 64.0 * 1024.0 * 1024.0);
+    s.width = s.height = 1024;
+    const ExportDialog small(ExportKind::Snapshot, s, 640, 360);
+    EXPECT_DOUBLE_EQ(small.tileEstimate(), 1024.0 * 1024.0 * 3.0 * 16.0);
 }
 
 } // namespace

@@ -29,14 +29,6 @@ QImage screenshotOf(QWidget* window) {
         .convertToFormat(QImage::Format_RGB32);
 }
 
-// Types 'file' into the dialog's name and presses its Export button.
-void exportFrom(kaviewer::ExportDialog* dialog, const QString& file) {
-    auto* name = dialog->findChild<QLineEdit*>("fileName");
-    name->selectAll();
-    QTest::keyClicks(name, file);
-    QTest::mouseClick(dialog->findChild<QPushButton*>("export"), Qt::LeftButton);
-}
-
 using ViewerOnX = ViewerWindowTest;
 
 TEST_F(ViewerOnX, DISABLED_ChildShowsTheViewAndItsDialogs) {
@@ -88,27 +80,14 @@ TEST_F(ViewerOnX, DISABLED_ChildShowsTheViewAndItsDialogs) {
     // The snapshot dialog from the keyboard shortcut; its file equals the view on the screen.
     const QString file = _dir.file("asSeen.png");
     // The render dialog had the keyboard: the main window takes it back.
-    _window->activateWindow();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(_window.get()));
-    bool dialogSeen = false;
-    QTimer watch;
-    watch.setInterval(50);
-    QObject::connect(&watch, &QTimer::timeout, [&] {
-        auto* dialog = qobject_cast<kaviewer::ExportDialog*>(QApplication::activeModalWidget());
-        if (!dialog || !dialog->isVisible())
-            return;
-        watch.stop();
-        dialogSeen = true;
-        QTest::qWait(200);
-        const QImage shot = screenshotOf(dialog);
-        shot.save(artefacts + "/kaviewerSnapshotDialog.png", "PNG");
-        EXPECT_GT(colourCount(shot, 1), 8) << "the dialog's screenshot is blank";
-        exportFrom(dialog, file);
-    });
-    watch.start();
-    QTest::keyClick(_window.get(), Qt::Key_S, Qt::ControlModifier | Qt::ShiftModifier);
-    watch.stop();
-    EXPECT_TRUE(dialogSeen);
+    EXPECT_TRUE(kaviewertest::exportThroughDialog(
+        _window.get(), Qt::Key_S, [&](kaviewer::ExportDialog& dialog) {
+            QTest::qWait(200);
+            const QImage shot = screenshotOf(&dialog);
+            shot.save(artefacts + "/kaviewerSnapshotDialog.png", "PNG");
+            EXPECT_GT(colourCount(shot, 1), 8) << "the dialog's screenshot is blank";
+            kaviewertest::typeInto(&dialog, "fileName", file);
+        }));
     ASSERT_TRUE(QFile::exists(file));
     QTest::qWait(200);
     const QImage after = screenshotOf(_window.get());

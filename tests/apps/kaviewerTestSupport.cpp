@@ -1,11 +1,15 @@
 #include "kaviewerTestSupport.h"
 
+#include "kaviewerExportDialog.h"
+
 #include <OpenImageIO/imageio.h>
 
 #include <QAbstractButton>
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QLineEdit>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QSet>
 #include <QTimer>
 #include <QtTest/QTest>
@@ -50,6 +54,34 @@ BoxAnswerer::BoxAnswerer(const QString& button)
 }
 
 BoxAnswerer::~BoxAnswerer() = default;
+
+bool exportThroughDialog(QWidget* window, int key,
+                         const std::function<void(kaviewer::ExportDialog&)>& fill) {
+    window->activateWindow();
+    if (!QTest::qWaitForWindowActive(window))
+        return false;
+    bool seen = false;
+    QTimer watch;
+    watch.setInterval(50);
+    QObject::connect(&watch, &QTimer::timeout, [&] {
+        auto* dialog = qobject_cast<kaviewer::ExportDialog*>(QApplication::activeModalWidget());
+        if (!dialog || !dialog->isVisible())
+            return;
+        watch.stop();
+        seen = true;
+        fill(*dialog);
+        QTest::mouseClick(dialog->findChild<QPushButton*>("export"), Qt::LeftButton);
+    });
+    watch.start();
+    QTest::keyClick(window, Qt::Key(key), Qt::ControlModifier | Qt::ShiftModifier);
+    return seen;
+}
+
+void typeInto(QWidget* parent, const char* name, const QString& text) {
+    auto* line = parent->findChild<QLineEdit*>(name);
+    line->selectAll();
+    QTest::keyClicks(line, text);
+}
 
 int largestDifference(const QImage& picture, const QString& file) {
     auto in = OIIO::ImageInput::open(file.toStdString());

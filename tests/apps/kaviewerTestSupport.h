@@ -11,6 +11,11 @@
 #include <string>
 
 class QTimer;
+class QWidget;
+
+namespace kaviewer {
+class ExportDialog;
+}
 
 namespace kaviewertest {
 
@@ -34,6 +39,14 @@ private:
 // The largest difference, in 8-bit codes, between the picture's colours and the file's (read
 // with OpenImageIO); -1 when the file can't be read or the sizes differ.
 int largestDifference(const QImage& picture, const QString& file);
+
+// Activates 'window' and presses Ctrl+Shift+'key' there, as a person opens an export's
+// dialog from the Export menu; when the dialog shows, 'fill' sets it up (it may take a
+// screenshot) and its Export button is clicked. Whether the dialog showed.
+bool exportThroughDialog(QWidget* window, int key,
+                         const std::function<void(kaviewer::ExportDialog&)>& fill);
+// Replaces the text of the line edit 'name' inside 'parent' by typing 'text'.
+void typeInto(QWidget* parent, const char* name, const QString& text);
 
 // How two pictures differ, in words ("the same" when they don't).
 std::string pictureDifference(const QImage& a, const QImage& b);

@@ -10,9 +10,11 @@
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QCheckBox>
 #include <QFile>
 #include <QLabel>
 #include <QSlider>
+#include <QSpinBox>
 #include <QTimer>
 #include <QToolButton>
 
@@ -133,6 +135,39 @@ TEST_F(ViewerTime, FastCapturesAskOnceBeforeReplacingFiles) {
         EXPECT_TRUE(yes.answered());
     }
     EXPECT_EQ(katest::imagePixels(_dir.file("cap-00001.png")).size(), size_t(160 * 90 * 3));
+}
+
+TEST_F(ViewerTime, SequenceAndMovieFromTheirDialogs) {
+    const QString frames = _dir.file("menu.png");
+    EXPECT_TRUE(kaviewertest::exportThroughDialog(
+        _window.get(), Qt::Key_I, [&](kaviewer::ExportDialog& dialog) {
+            EXPECT_EQ(dialog.kind(), kaviewer::ExportKind::Sequence);
+            kaviewertest::typeInto(&dialog, "fileName", frames);
+            dialog.findChild<QSpinBox*>("width")->setValue(160);
+            dialog.findChild<QSpinBox*>("height")->setValue(90);
+            dialog.findChild<QSpinBox*>("startFrame")->setValue(0);
+            dialog.findChild<QSpinBox*>("stopFrame")->setValue(2);
+        }));
+    for (const char* name : {"menu-00000.png", "menu-00001.png", "menu-00002.png"})
+        EXPECT_TRUE(QFile::exists(_dir.file(name))) << name;
+
+    const QString movie = _dir.file("menu.mp4");
+    EXPECT_TRUE(kaviewertest::exportThroughDialog(
+        _window.get(), Qt::Key_M, [&](kaviewer::ExportDialog& dialog) {
+            EXPECT_EQ(dialog.kind(), kaviewer::ExportKind::Movie);
+            kaviewertest::typeInto(&dialog, "fileName", movie);
+            dialog.findChild<QSpinBox*>("width")->setValue(160);
+            dialog.findChild<QSpinBox*>("height")->setValue(120);
+            dialog.findChild<QSpinBox*>("startFrame")->setValue(0);
+            dialog.findChild<QSpinBox*>("stopFrame")->setValue(2);
+            // The platform's default codec, not the system's dialog.
+            auto* choose = dialog.findChild<QCheckBox*>("chooseCodec");
+            QTest::mouseClick(choose, Qt::LeftButton, {}, QPoint(8, choose->height() / 2));
+            EXPECT_FALSE(choose->isChecked());
+        }));
+    const auto video = katest::probeVideo(movie);
+    EXPECT_EQ(video.count("nb_read_frames") ? video.at("nb_read_frames") : "", "3");
+    EXPECT_EQ(video.count("width") ? video.at("width") : "", "160");
 }
 
 } // namespace

@@ -26,6 +26,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 using kaviewertest::BoxAnswerer;
 using kaviewertest::largestDifference;
 using kaviewertest::waitUntil;
@@ -66,39 +68,21 @@ TEST_F(ViewerWindow, ViewEqualsASnapshotOfItsSizeAndIsTheSameAfterIt) {
 
 TEST_F(ViewerWindow, SnapshotFromTheExportMenusDialog) {
     const QString file = _dir.file("fromMenu.png");
-    bool sawDialog = false;
-    QStringList listed;
-    QTimer::singleShot(0, [&] {
-        ASSERT_TRUE(waitUntil([] {
-            return qobject_cast<kaviewer::ExportDialog*>(QApplication::activeModalWidget());
-        }));
-        auto* dialog = qobject_cast<kaviewer::ExportDialog*>(QApplication::activeModalWidget());
-        sawDialog = true;
-        auto* name = dialog->findChild<QLineEdit*>("fileName");
-        name->selectAll();
-        QTest::keyClicks(name, file);
-        // The view's own size, from the presets.
-        auto* preset = dialog->findChild<QComboBox*>("preset");
-        preset->setCurrentIndex(0);
-        emit preset->activated(0);
-        auto* files = dialog->findChild<QListWidget*>("files");
-        for (int i = 0; i < files->count(); ++i)
-            listed << files->item(i)->text();
-        QTest::mouseClick(dialog->findChild<QPushButton*>("export"), Qt::LeftButton);
-    });
-    // The menu, opened and chosen with the keyboard.
-    QMenu* exportMenu = nullptr;
-    for (QMenu* menu : _window->findChildren<QMenu*>())
-        if (menu->title() == "&Export")
-            exportMenu = menu;
-    ASSERT_NE(exportMenu, nullptr);
     QAction* snapshot = _window->findChild<QAction*>("snapshot");
     ASSERT_NE(snapshot, nullptr);
     EXPECT_EQ(snapshot->shortcut(), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_S));
-    _window->activateWindow();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(_window.get()));
-    QTest::keyClick(_window.get(), Qt::Key_S, Qt::ControlModifier | Qt::ShiftModifier);
-    EXPECT_TRUE(sawDialog);
+    QStringList listed;
+    EXPECT_TRUE(kaviewertest::exportThroughDialog(
+        _window.get(), Qt::Key_S, [&](kaviewer::ExportDialog& dialog) {
+            kaviewertest::typeInto(&dialog, "fileName", file);
+            // The view's own size, from the presets.
+            auto* preset = dialog.findChild<QComboBox*>("preset");
+            preset->setCurrentIndex(0);
+            emit preset->activated(0);
+            auto* files = dialog.findChild<QListWidget*>("files");
+            for (int i = 0; i < files->count(); ++i)
+                listed << files->item(i)->text();
+        }));
     EXPECT_EQ(listed, QStringList{file});
     EXPECT_TRUE(QFile::exists(file));
     EXPECT_EQ(largestDifference(picture(), file), 0);
@@ -232,6 +216,37 @@ TEST_F(ViewerWindow, SwitchesLeftChangedShowOverTheView) {
     _window->runExport(kaviewer::ExportKind::Snapshot, s);
     EXPECT_TRUE(QFile::exists(_dir.file("eyes-left.png")));
     EXPECT_TRUE(view.unusualState().isEmpty()) << view.unusualState().join("; ").toStdString();
+    EXPECT_EQ(kaviewertest::pictureDifference(picture(), before), "the same");
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(ViewerWindow, RaytracedSnapshotOnTheRenderCluster) {
+    setenv("OMPI_ALLOW_RUN_AS_ROOT", "1", 1);
+    setenv("OMPI_ALLOW_RUN_AS_ROOT_CONFIRM", "1", 1);
+    const QImage before = picture();
+    kaviewer::ExportSettings s = pngOfTheView(_dir.file("cluster.png"));
+    s.width = 160;
+    s.height = 90;
+    s.raytracing = true;
+    s.samples = 1;
+    s.cluster = "localhost:2";
+    bool clusterDialogSeen = false;
+    QTimer poll;
+    poll.setInterval(20);
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        for (QWidget* widget : QApplication::topLevelWidgets())
+            clusterDialogSeen = clusterDialogSeen ||
+                                (widget->inherits("kaSnapshotProgressGUII") && widget->isVisible());
+    });
+    poll.start();
+    _window->runExport(kaviewer::ExportKind::Snapshot, s);
+    poll.stop();
+    EXPECT_TRUE(clusterDialogSeen);
+    EXPECT_EQ(katest::imagePixels(s.fileName).size(), size_t(160 * 90 * 3));
+    EXPECT_FALSE(kaOSGWidget::getRaytracing());
     EXPECT_EQ(kaviewertest::pictureDifference(picture(), before), "the same");
 }
 
