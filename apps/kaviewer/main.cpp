@@ -33,8 +33,8 @@ int main(int argc, char** argv) {
 
     QStringList args = QApplication::arguments().mid(1);
     // The preferences file: --prefs FILE, else the one in the user's settings folder.
-    QString prefs =
-        QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation) + "/preferences.json";
+    QString prefs = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                    "/kaviewer/preferences.json";
     const int prefsAt = args.indexOf("--prefs");
     if (prefsAt >= 0 && prefsAt + 1 < args.size()) {
         prefs = QFileInfo(args[prefsAt + 1]).absoluteFilePath();
