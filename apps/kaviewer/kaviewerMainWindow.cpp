@@ -59,7 +59,6 @@ void onGuiThread(QObject* receiver, Work work) {
         QMetaObject::invokeMethod(receiver, work, Qt::QueuedConnection);
 }
 
-// How far ahead of the camera the point it turns around lies: the centre of what it sees.
 // The last frame of the timeline: the sequence's stop frame the user set, at least 100.
 int preferredStopFrame() {
     int stop = 100;
@@ -67,6 +66,27 @@ int preferredStopFrame() {
     return std::max(stop, 100);
 }
 
+// What an export's dialog offers the first time: the user's preferences for it.
+ExportSettings preferredSettings(ExportKind kind, int viewWidth, int viewHeight) {
+    const kaMessage& prefs = kaPreferences::getData();
+    ExportSettings s;
+    const char* names[] = {"snapshot.png", "frame.png", "movie.avi", "capture.png"};
+    s.fileName = QDir::homePath() + "/" + names[int(kind)];
+    s.width = viewWidth;
+    s.height = viewHeight;
+    kaImageWriter::getFromMessage(prefs, "MovieExport ssfactor", s.superSampling);
+    kaImageWriter::getFromMessage(prefs, "MovieExport alpha", s.alpha);
+    kaImageWriter::getFromMessage(prefs, "MovieExport dpi", s.dpi);
+    kaImageWriter::getFromMessage(prefs, "MovieExport start frame", s.startFrame);
+    kaImageWriter::getFromMessage(prefs, "MovieExport stop frame", s.stopFrame);
+    kaImageWriter::getFromMessage(prefs, "MovieExport fps", s.fps);
+    kaImageWriter::getFromMessage(prefs, "ImageExport stereo mode", s.stereoMode);
+    s.raytracing = kaOSGWidget::getRaytracing();
+    s.samples = kaRenderParameter::getImageSamples();
+    return s;
+}
+
+// How far ahead of the camera the point it turns around lies: the centre of what it sees.
 float pivotDistance(kaOSGWidget& view) {
     osg::Pnt3f low, high;
     if (!kaSceneImport::bounds(view.getSceneRoot(), low, high))
@@ -281,14 +301,10 @@ void MainWindow::askForPreferences() {
 
 void MainWindow::askForExport(ExportKind kind) {
     auto known = _lastSettings.find(kind);
-    if (known == _lastSettings.end()) {
-        ExportSettings first;
-        const char* names[] = {"snapshot.png", "frame.png", "movie.avi", "capture.png"};
-        first.fileName = QDir::homePath() + "/" + names[int(kind)];
-        first.width = _view->width();
-        first.height = _view->height();
-        known = _lastSettings.emplace(kind, first).first;
-    }
+    if (known == _lastSettings.end())
+        known =
+            _lastSettings.emplace(kind, preferredSettings(kind, _view->width(), _view->height()))
+                .first;
     ExportDialog dialog(kind, known->second, _view->width(), _view->height(), this);
     if (dialog.exec() != QDialog::Accepted)
         return;
@@ -344,12 +360,19 @@ void MainWindow::runExport(ExportKind kind, const ExportSettings& s) {
     kaOSGWidget::setRaytracing(s.raytracing);
     if (s.raytracing)
         kaRenderParameter::setImageSamples(s.samples);
-    kaPreferences::getData().set("ImageExport stereo mode", s.stereoMode);
+    // Stereo eyes and render passes are chosen per snapshot and sequence; the library reads
+    // the eyes from the preferences, which are the user's again afterwards.
+    const bool eyesAndPasses = kind == ExportKind::Snapshot || kind == ExportKind::Sequence;
+    kaMessage& prefs = kaPreferences::getData();
+    const boost::any userStereo = prefs.get("ImageExport stereo mode");
+    if (eyesAndPasses)
+        prefs.set("ImageExport stereo mode", s.stereoMode);
     std::vector<bool> active(kaRenderPassCount, false);
     for (unsigned int pass : s.passes)
         if (pass < kaRenderPassCount)
             active[pass] = true;
-    kaImageRenderWidget::setActiveRenderPasses(s.exportPasses ? active : std::vector<bool>());
+    kaImageRenderWidget::setActiveRenderPasses(
+        eyesAndPasses && s.exportPasses ? active : std::vector<bool>());
 
     _status->setText("Rendering " + s.fileName + " ...");
     // What the writers finished or failed, as they report it (from their threads).
@@ -392,6 +415,12 @@ void MainWindow::runExport(ExportKind kind, const ExportSettings& s) {
         break;
     }
     kaWriteJournal::removeListener(listener);
+    if (eyesAndPasses) {
+        if (const int* mode = boost::any_cast<int>(&userStereo))
+            prefs.set("ImageExport stereo mode", *mode);
+        else
+            prefs.remove("ImageExport stereo mode");
+    }
     kaOSGWidget::setRaytracing(viewRaytraces);
     kaRenderParameter::setImageSamples(viewSamples);
     if (kind == ExportKind::Sequence || kind == ExportKind::Movie)

@@ -150,6 +150,12 @@ void View::resizeEvent(QResizeEvent*) {
     redraw();
 }
 
+void View::showEvent(QShowEvent*) {
+    // Resized while hidden: drawn at the size it is shown at.
+    if (_picture.size() != size() && !kaController::isSnapshotRendering())
+        redraw();
+}
+
 void View::mousePressEvent(QMouseEvent* event) {
     if (!_view.isNavigationEnabled() || kaController::isSnapshotRendering())
         return;

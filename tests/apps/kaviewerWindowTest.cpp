@@ -7,7 +7,9 @@
 
 #include "kaController.h"
 #include "kaImageRenderWidget.h"
+#include "kaMessage.h"
 #include "kaOSGWidget.h"
+#include "kaPreferences.h"
 #include "kaRenderParameter.h"
 #include "kaTestSupport.h"
 
@@ -15,7 +17,6 @@
 #include <QComboBox>
 #include <QFile>
 #include <QLabel>
-#include <QLineEdit>
 #include <QListWidget>
 #include <QMenu>
 #include <QMouseEvent>
@@ -25,6 +26,8 @@
 #include <QtTest/QTest>
 
 #include <gtest/gtest.h>
+
+#include <boost/any.hpp>
 
 #include <cstdlib>
 #include <thread>
@@ -83,6 +86,7 @@ TEST_F(ViewerWindow, SnapshotFromTheExportMenusDialog) {
             auto* preset = dialog.findChild<QComboBox*>("preset");
             preset->setCurrentIndex(0);
             emit preset->activated(0);
+            dialog.findChild<QComboBox*>("superSampling")->setCurrentIndex(0);
             auto* files = dialog.findChild<QListWidget*>("files");
             for (int i = 0; i < files->count(); ++i)
                 listed << files->item(i)->text();
@@ -195,10 +199,6 @@ TEST_F(ViewerWindow, OpensSceneFilesAndRemembersThem) {
     EXPECT_EQ(kaviewertest::pictureDifference(picture(), shown), "the same");
 }
 
-} // namespace
-
-namespace {
-
 TEST_F(ViewerWindow, SwitchesLeftChangedShowOverTheView) {
     kaviewer::View& view = _window->view();
     EXPECT_TRUE(view.unusualState().isEmpty()) << view.unusualState().join("; ").toStdString();
@@ -222,10 +222,6 @@ TEST_F(ViewerWindow, SwitchesLeftChangedShowOverTheView) {
     EXPECT_TRUE(view.unusualState().isEmpty()) << view.unusualState().join("; ").toStdString();
     EXPECT_EQ(kaviewertest::pictureDifference(picture(), before), "the same");
 }
-
-} // namespace
-
-namespace {
 
 TEST_F(ViewerWindow, RaytracedSnapshotOnTheRenderCluster) {
     setenv("OMPI_ALLOW_RUN_AS_ROOT", "1", 1);
@@ -252,6 +248,35 @@ TEST_F(ViewerWindow, RaytracedSnapshotOnTheRenderCluster) {
     EXPECT_EQ(katest::imagePixels(s.fileName).size(), size_t(160 * 90 * 3));
     EXPECT_FALSE(kaOSGWidget::getRaytracing());
     EXPECT_EQ(kaviewertest::pictureDifference(picture(), before), "the same");
+}
+
+TEST_F(ViewerWindow, DialogsStartFromThePreferencesAndLeaveThemAsTheyWere) {
+    kaMessage& prefs = kaPreferences::getData();
+    prefs.set("MovieExport fps", 30);
+    prefs.set("MovieExport stop frame", 48);
+    prefs.set("ImageExport stereo mode", 1);
+    kaviewer::ExportSettings offered;
+    QTimer watch;
+    watch.setInterval(50);
+    QObject::connect(&watch, &QTimer::timeout, [&] {
+        auto* dialog = qobject_cast<kaviewer::ExportDialog*>(QApplication::activeModalWidget());
+        if (!dialog || !dialog->isVisible())
+            return;
+        watch.stop();
+        offered = dialog->settings();
+        dialog->reject();
+    });
+    watch.start();
+    _window->askForExport(kaviewer::ExportKind::Sequence);
+    EXPECT_EQ(offered.fps, 30);
+    EXPECT_EQ(offered.stopFrame, 48);
+    EXPECT_EQ(offered.stereoMode, 1);
+    EXPECT_EQ(offered.width, _window->hostView().width());
+
+    // A mono snapshot chosen in a dialog is that snapshot's: the preference stays two eyes.
+    _window->runExport(kaviewer::ExportKind::Snapshot, pngOfTheView(_dir.file("mono.png")));
+    EXPECT_TRUE(QFile::exists(_dir.file("mono.png")));
+    EXPECT_EQ(boost::any_cast<int>(prefs.get("ImageExport stereo mode")), 1);
 }
 
 } // namespace
