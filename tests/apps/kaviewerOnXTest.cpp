@@ -51,31 +51,17 @@ TEST_F(ViewerOnX, DISABLED_ChildShowsTheViewAndItsDialogs) {
     const QImage before = picture();
 
     // A long raytraced snapshot, aborted with the render dialog's button once it is seen.
-    bool renderDialogSeen = false;
-    QTimer poll;
-    poll.setInterval(50);
-    QObject::connect(&poll, &QTimer::timeout, [&] {
-        for (QWidget* widget : QApplication::topLevelWidgets()) {
-            if (widget->objectName() != "ImageRenderWidget" || !widget->isVisible() ||
-                renderDialogSeen)
-                continue;
-            renderDialogSeen = true;
-            QTest::qWait(300);
-            screenshotOf(widget).save(artefacts + "/kaviewerRenderDialog.png", "PNG");
-            for (QPushButton* button : widget->findChildren<QPushButton*>())
-                if (button->text() == "Abort")
-                    QTest::mouseClick(button, Qt::LeftButton);
-        }
+    kaviewertest::RenderAborter aborter([&](QWidget& dialog) {
+        QTest::qWait(300);
+        screenshotOf(&dialog).save(artefacts + "/kaviewerRenderDialog.png", "PNG");
     });
-    poll.start();
     kaviewer::ExportSettings longRender = pngOfTheView(_dir.file("aborted.png"));
     longRender.raytracing = true;
     longRender.samples = 100000;
     longRender.width = 1280;
     longRender.height = 720;
     _window->runExport(kaviewer::ExportKind::Snapshot, longRender);
-    poll.stop();
-    EXPECT_TRUE(renderDialogSeen);
+    EXPECT_TRUE(aborter.clicked());
     EXPECT_FALSE(QFile::exists(longRender.fileName));
 
     // The snapshot dialog from the keyboard shortcut; its file equals the view on the screen.

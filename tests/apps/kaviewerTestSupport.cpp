@@ -55,26 +55,56 @@ BoxAnswerer::BoxAnswerer(const QString& button)
 
 BoxAnswerer::~BoxAnswerer() = default;
 
+ExportDialogWatcher::ExportDialogWatcher(std::function<void(kaviewer::ExportDialog&)> act)
+    : _poll(std::make_unique<QTimer>()) {
+    _poll->setInterval(50);
+    QObject::connect(_poll.get(), &QTimer::timeout, [this, act] {
+        auto* dialog = qobject_cast<kaviewer::ExportDialog*>(QApplication::activeModalWidget());
+        if (!dialog || !dialog->isVisible())
+            return;
+        _poll->stop();
+        _seen = true;
+        act(*dialog);
+    });
+    _poll->start();
+}
+
+ExportDialogWatcher::~ExportDialogWatcher() = default;
+
+RenderAborter::RenderAborter(std::function<void(QWidget&)> seen)
+    : _poll(std::make_unique<QTimer>()) {
+    _poll->setInterval(50);
+    QObject::connect(_poll.get(), &QTimer::timeout, [this, seen] {
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            if (widget->objectName() != "ImageRenderWidget" || !widget->isVisible())
+                continue;
+            _poll->stop();
+            if (seen)
+                seen(*widget);
+            for (QPushButton* button : widget->findChildren<QPushButton*>())
+                if (button->text() == "Abort") {
+                    _clicked = true;
+                    QTest::mouseClick(button, Qt::LeftButton);
+                }
+            return;
+        }
+    });
+    _poll->start();
+}
+
+RenderAborter::~RenderAborter() = default;
+
 bool exportThroughDialog(QWidget* window, int key,
                          const std::function<void(kaviewer::ExportDialog&)>& fill) {
     window->activateWindow();
     if (!QTest::qWaitForWindowActive(window))
         return false;
-    bool seen = false;
-    QTimer watch;
-    watch.setInterval(50);
-    QObject::connect(&watch, &QTimer::timeout, [&] {
-        auto* dialog = qobject_cast<kaviewer::ExportDialog*>(QApplication::activeModalWidget());
-        if (!dialog || !dialog->isVisible())
-            return;
-        watch.stop();
-        seen = true;
-        fill(*dialog);
-        QTest::mouseClick(dialog->findChild<QPushButton*>("export"), Qt::LeftButton);
+    ExportDialogWatcher watcher([&](kaviewer::ExportDialog& dialog) {
+        fill(dialog);
+        QTest::mouseClick(dialog.findChild<QPushButton*>("export"), Qt::LeftButton);
     });
-    watch.start();
     QTest::keyClick(window, Qt::Key(key), Qt::ControlModifier | Qt::ShiftModifier);
-    return seen;
+    return watcher.seen();
 }
 
 void typeInto(QWidget* parent, const char* name, const QString& text) {

@@ -40,6 +40,31 @@ private:
 // with OpenImageIO); -1 when the file can't be read or the sizes differ.
 int largestDifference(const QImage& picture, const QString& file);
 
+// Calls 'act' once with the export dialog when it is the visible modal window.
+class ExportDialogWatcher {
+public:
+    explicit ExportDialogWatcher(std::function<void(kaviewer::ExportDialog&)> act);
+    ~ExportDialogWatcher();
+    bool seen() const { return _seen; }
+
+private:
+    std::unique_ptr<QTimer> _poll;
+    bool _seen = false;
+};
+
+// Clicks the Abort button of the library's render dialog once it shows, after 'seen' had the
+// dialog (for a screenshot, say).
+class RenderAborter {
+public:
+    explicit RenderAborter(std::function<void(QWidget&)> seen = {});
+    ~RenderAborter();
+    bool clicked() const { return _clicked; }
+
+private:
+    std::unique_ptr<QTimer> _poll;
+    bool _clicked = false;
+};
+
 // Activates 'window' and presses Ctrl+Shift+'key' there, as a person opens an export's
 // dialog from the Export menu; when the dialog shows, 'fill' sets it up (it may take a
 // screenshot) and its Export button is clicked. Whether the dialog showed.

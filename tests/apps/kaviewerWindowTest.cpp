@@ -143,29 +143,14 @@ TEST_F(ViewerWindow, DraggingTurnsTheCameraAndTheSnapshotFollows) {
 
 TEST_F(ViewerWindow, AbortInTheRenderDialogWritesNothingAndKeepsTheView) {
     const QImage before = picture();
-    bool clicked = false;
-    QTimer poll;
-    poll.setInterval(50);
-    QObject::connect(&poll, &QTimer::timeout, [&] {
-        for (QWidget* widget : QApplication::topLevelWidgets()) {
-            if (widget->objectName() != "ImageRenderWidget" || !widget->isVisible() || clicked)
-                continue;
-            for (QPushButton* button : widget->findChildren<QPushButton*>())
-                if (button->text() == "Abort") {
-                    clicked = true;
-                    QTest::mouseClick(button, Qt::LeftButton);
-                }
-        }
-    });
-    poll.start();
+    kaviewertest::RenderAborter aborter;
     kaviewer::ExportSettings s = pngOfTheView(_dir.file("aborted.png"));
     s.raytracing = true;
     s.samples = 100000; // far longer than the test waits
     s.width = 1600;
     s.height = 900;
     _window->runExport(kaviewer::ExportKind::Snapshot, s);
-    poll.stop();
-    EXPECT_TRUE(clicked);
+    EXPECT_TRUE(aborter.clicked());
     EXPECT_FALSE(QFile::exists(s.fileName));
     EXPECT_EQ(_window->findChild<QLabel*>("status")->text(), "The export was aborted");
     // The view is drawn as before, with OpenGL.
@@ -256,18 +241,12 @@ TEST_F(ViewerWindow, DialogsStartFromThePreferencesAndLeaveThemAsTheyWere) {
     prefs.set("MovieExport stop frame", 48);
     prefs.set("ImageExport stereo mode", 1);
     kaviewer::ExportSettings offered;
-    QTimer watch;
-    watch.setInterval(50);
-    QObject::connect(&watch, &QTimer::timeout, [&] {
-        auto* dialog = qobject_cast<kaviewer::ExportDialog*>(QApplication::activeModalWidget());
-        if (!dialog || !dialog->isVisible())
-            return;
-        watch.stop();
-        offered = dialog->settings();
-        dialog->reject();
+    kaviewertest::ExportDialogWatcher watcher([&](kaviewer::ExportDialog& dialog) {
+        offered = dialog.settings();
+        dialog.reject();
     });
-    watch.start();
     _window->askForExport(kaviewer::ExportKind::Sequence);
+    EXPECT_TRUE(watcher.seen());
     EXPECT_EQ(offered.fps, 30);
     EXPECT_EQ(offered.stopFrame, 48);
     EXPECT_EQ(offered.stereoMode, 1);
