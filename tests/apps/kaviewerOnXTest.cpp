@@ -13,9 +13,7 @@
 #include <QDir>
 #include <QFile>
 #include <QLineEdit>
-#include <QPushButton>
 #include <QScreen>
-#include <QTimer>
 
 namespace {
 

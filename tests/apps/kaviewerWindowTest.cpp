@@ -21,7 +21,6 @@
 #include <QMenu>
 #include <QMouseEvent>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QTimer>
 #include <QtTest/QTest>
 
