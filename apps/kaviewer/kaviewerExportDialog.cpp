@@ -90,6 +90,21 @@ auto withStereoMode(int mode, Ask ask) {
     return result;
 }
 
+QComboBox* comboBox(const char* name, const QStringList& items, int index) {
+    auto* box = new QComboBox;
+    box->setObjectName(name);
+    box->addItems(items);
+    box->setCurrentIndex(std::clamp(index, 0, int(items.size()) - 1));
+    return box;
+}
+
+QCheckBox* checkBox(const char* name, const QString& text, bool checked) {
+    auto* box = new QCheckBox(text);
+    box->setObjectName(name);
+    box->setChecked(checked);
+    return box;
+}
+
 // Widgets side by side in one row of the form; null entries are stretches.
 QWidget* row(std::initializer_list<QWidget*> widgets) {
     auto* holder = new QWidget;
@@ -148,33 +163,22 @@ ExportDialog::ExportDialog(ExportKind kind, const ExportSettings& s, int viewWid
     _width = spinBox("width", 1, 1048576, s.width, " px");
     _height = spinBox("height", 1, 1048576, s.height, " px");
 
-    _superSampling = new QComboBox;
-    _superSampling->setObjectName("superSampling");
-    _superSampling->addItems({"None", "Level 1", "Level 2", "Level 3"});
-    _superSampling->setCurrentIndex(std::clamp(s.superSampling, 0, 3));
-    _alpha = new QCheckBox("With an alpha channel");
-    _alpha->setObjectName("alpha");
-    _alpha->setChecked(s.alpha);
+    _superSampling =
+        comboBox("superSampling", {"None", "Level 1", "Level 2", "Level 3"}, s.superSampling);
+    _alpha = checkBox("alpha", "With an alpha channel", s.alpha);
     _dpi = new QDoubleSpinBox;
     _dpi->setObjectName("dpi");
     _dpi->setRange(1.0, 100000.0);
     _dpi->setValue(double(s.dpi));
-    _renderer = new QComboBox;
-    _renderer->setObjectName("renderer");
-    _renderer->addItems({"OpenGL", "Raytracer"});
-    _renderer->setCurrentIndex(s.raytracing ? 1 : 0);
+    _renderer = comboBox("renderer", {"OpenGL", "Raytracer"}, s.raytracing ? 1 : 0);
     _samples = spinBox("samples", 1, 1000000, s.samples, " samples a pixel");
     _cluster = new QLineEdit(s.cluster);
     _cluster->setObjectName("cluster");
     _cluster->setPlaceholderText("render here (or hosts: localhost:3, nodeA:8,nodeB:8)");
-    _stereo = new QComboBox;
-    _stereo->setObjectName("stereo");
-    _stereo->addItems({"Mono", "Two eyes", "Five eyes", "Nine eyes"});
-    _stereo->setCurrentIndex(std::clamp(s.stereoMode, 0, 3));
+    _stereo = comboBox("stereo", {"Mono", "Two eyes", "Five eyes", "Nine eyes"}, s.stereoMode);
 
-    _exportPasses = new QCheckBox("Render passes, each to its own file (or layer)");
-    _exportPasses->setObjectName("exportPasses");
-    _exportPasses->setChecked(s.exportPasses);
+    _exportPasses =
+        checkBox("exportPasses", "Render passes, each to its own file (or layer)", s.exportPasses);
     _passes = new QListWidget;
     _passes->setObjectName("passes");
     for (unsigned int pass = 0; pass < kaRenderPassCount; ++pass) {
@@ -190,9 +194,8 @@ ExportDialog::ExportDialog(ExportKind kind, const ExportSettings& s, int viewWid
     _step = spinBox("frameStep", 1, 10000000, s.frameStep);
     auto* every = new QLabel("every");
     _fps = spinBox("fps", 1, 1000, s.fps, " frames a second");
-    _chooseCodec = new QCheckBox("Choose the codec (else the platform's default)");
-    _chooseCodec->setObjectName("chooseCodec");
-    _chooseCodec->setChecked(s.chooseCodec);
+    _chooseCodec =
+        checkBox("chooseCodec", "Choose the codec (else the platform's default)", s.chooseCodec);
     _captures = spinBox("captures", 1, 100000000, s.captures);
 
     _files = new QListWidget;
@@ -353,8 +356,11 @@ QStringList ExportDialog::fileNames() const {
 }
 
 double ExportDialog::memoryEstimate() const {
+    return picturesBytes(fileNames());
+}
+
+double ExportDialog::picturesBytes(const QStringList& names) const {
     const ExportSettings s = settings();
-    const QStringList names = fileNames();
     if (names.isEmpty())
         return 0.0;
     const double pixels = double(s.width) * double(s.height);
@@ -397,11 +403,11 @@ double ExportDialog::tileEstimate() const {
     return std::min(whole, double(budget) * 1024.0 * 1024.0);
 }
 
-QString ExportDialog::memoryText() const {
-    if (fileNames().isEmpty())
+QString ExportDialog::memoryText(const QStringList& names) const {
+    if (names.isEmpty())
         return "-";
     return QString("%1 of pictures at a time, and up to %2 of tiles while they render")
-        .arg(megabytes(memoryEstimate()), megabytes(tileEstimate()));
+        .arg(megabytes(picturesBytes(names)), megabytes(tileEstimate()));
 }
 
 void ExportDialog::refresh() {
@@ -420,7 +426,7 @@ void ExportDialog::refresh() {
         if (exists)
             item->setForeground(Qt::darkRed);
     }
-    _memory->setText(memoryText());
+    _memory->setText(memoryText(names));
 }
 
 } // namespace kaviewer

@@ -50,7 +50,6 @@ public:
     ExportSettings settings() const;
     // The files listed, as the export names them.
     QStringList fileNames() const;
-    QString memoryText() const;
     // The memory estimate shown, in bytes: the written pictures held at a time.
     double memoryEstimate() const;
     // The render dialog's tiles, in bytes: float RGBA for each render pass, the whole picture
@@ -63,6 +62,9 @@ private:
     void browse();
     void refresh();
     void sizeEdited();
+    // The memory estimate of the pictures of 'names' (the files listed), and its text.
+    double picturesBytes(const QStringList& names) const;
+    QString memoryText(const QStringList& names) const;
 
     ExportKind _kind;
     int _viewWidth, _viewHeight;

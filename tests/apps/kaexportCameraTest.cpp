@@ -9,6 +9,7 @@
 #include <tuple>
 
 using katest::KaexportResult;
+using katest::raytracingArgs;
 using katest::runKaexport;
 
 namespace {
@@ -156,10 +157,7 @@ TEST_P(kaexportOrthographicCamera, ShowsTheScaleItsAuthorChose) {
     const QString scene = QString(KA_TEST_SOURCE_DIR) + "/../data/blender/" + file;
     QStringList args{"--scene", scene, "--camera", "Plan", "snapshot", dir.file("plan.png"),
                      "--width", "320", "--height", "240",  "--ss",     "0"};
-    if (raytraced)
-        args << "--raytracing"
-             << "--samples"
-             << "1";
+    args << raytracingArgs(raytraced, 1);
     const KaexportResult r = runKaexport(args);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     const std::vector<float> values = katest::imagePixels(dir.file("plan.png"));

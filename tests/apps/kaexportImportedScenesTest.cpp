@@ -18,6 +18,7 @@
 #include <tuple>
 
 using katest::KaexportResult;
+using katest::raytracingArgs;
 using katest::runKaexport;
 
 namespace {
@@ -54,10 +55,7 @@ TEST_P(kaexportImportedScenes, VertexColoursReachThePixels) {
     QStringList args{"--scene",  dir.file("square.ply"), "--view",  "front",
                      "snapshot", dir.file("square.png"), "--width", QString::number(W),
                      "--height", QString::number(H),     "--ss",    "0"};
-    if (GetParam())
-        args << "--raytracing"
-             << "--samples"
-             << "4";
+    args << raytracingArgs(GetParam(), 4);
     const KaexportResult r = runKaexport(args);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     const std::vector<float> pixels = katest::imagePixels(dir.file("square.png"));
@@ -83,10 +81,7 @@ KaexportResult renderFront(const QString& scene, const QString& out, bool raytra
                      "--width",  QString::number(kSide),
                      "--height", QString::number(kSide),
                      "--ss",     "0"};
-    if (raytraced)
-        args << "--raytracing"
-             << "--samples"
-             << "4";
+    args << raytracingArgs(raytraced, 4);
     return runKaexport(args + more);
 }
 
@@ -451,10 +446,7 @@ TEST_P(kaexportAuthoredSpot, LightsItsConeOnly) {
                      "--width",    QString::number(side),
                      "--height",   QString::number(side),
                      "--ss",       "0"};
-    if (raytraced)
-        args << "--raytracing"
-             << "--samples"
-             << "1";
+    args << raytracingArgs(raytraced, 1);
     const KaexportResult r = runKaexport(args);
     ASSERT_EQ(r.code, 0) << r.err.toStdString();
     const std::vector<float> pixels = katest::imagePixels(dir.file("spot.png"));

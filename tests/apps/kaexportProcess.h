@@ -58,6 +58,14 @@ inline bool interruptKaexport(QProcess& process) {
     return ::kill(pid_t(pid), SIGINT) == 0;
 }
 
+// The options that make a render raytrace with 'samples' samples a pixel; none when it is
+// not 'raytraced' (OpenGL).
+inline QStringList raytracingArgs(bool raytraced, int samples) {
+    if (!raytraced)
+        return {};
+    return {"--raytracing", "--samples", QString::number(samples)};
+}
+
 // Runs kaexport to its end (or 'timeoutMs').
 inline KaexportResult runKaexport(const QStringList& args, int timeoutMs = 300000,
                                   const QProcessEnvironment& env = kaexportEnvironment()) {

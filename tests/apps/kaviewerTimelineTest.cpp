@@ -137,16 +137,22 @@ TEST_F(ViewerTime, FastCapturesAskOnceBeforeReplacingFiles) {
     EXPECT_EQ(katest::imagePixels(_dir.file("cap-00001.png")).size(), size_t(160 * 90 * 3));
 }
 
+// Fills an animation export's dialog: the file, the size, frames 0 to 2.
+void fillAnimationDialog(kaviewer::ExportDialog& dialog, const QString& file, int width,
+                         int height) {
+    kaviewertest::typeInto(&dialog, "fileName", file);
+    dialog.findChild<QSpinBox*>("width")->setValue(width);
+    dialog.findChild<QSpinBox*>("height")->setValue(height);
+    dialog.findChild<QSpinBox*>("startFrame")->setValue(0);
+    dialog.findChild<QSpinBox*>("stopFrame")->setValue(2);
+}
+
 TEST_F(ViewerTime, SequenceAndMovieFromTheirDialogs) {
     const QString frames = _dir.file("menu.png");
     EXPECT_TRUE(kaviewertest::exportThroughDialog(
         _window.get(), Qt::Key_I, [&](kaviewer::ExportDialog& dialog) {
             EXPECT_EQ(dialog.kind(), kaviewer::ExportKind::Sequence);
-            kaviewertest::typeInto(&dialog, "fileName", frames);
-            dialog.findChild<QSpinBox*>("width")->setValue(160);
-            dialog.findChild<QSpinBox*>("height")->setValue(90);
-            dialog.findChild<QSpinBox*>("startFrame")->setValue(0);
-            dialog.findChild<QSpinBox*>("stopFrame")->setValue(2);
+            fillAnimationDialog(dialog, frames, 160, 90);
         }));
     for (const char* name : {"menu-00000.png", "menu-00001.png", "menu-00002.png"})
         EXPECT_TRUE(QFile::exists(_dir.file(name))) << name;
@@ -155,11 +161,7 @@ TEST_F(ViewerTime, SequenceAndMovieFromTheirDialogs) {
     EXPECT_TRUE(kaviewertest::exportThroughDialog(
         _window.get(), Qt::Key_M, [&](kaviewer::ExportDialog& dialog) {
             EXPECT_EQ(dialog.kind(), kaviewer::ExportKind::Movie);
-            kaviewertest::typeInto(&dialog, "fileName", movie);
-            dialog.findChild<QSpinBox*>("width")->setValue(160);
-            dialog.findChild<QSpinBox*>("height")->setValue(120);
-            dialog.findChild<QSpinBox*>("startFrame")->setValue(0);
-            dialog.findChild<QSpinBox*>("stopFrame")->setValue(2);
+            fillAnimationDialog(dialog, movie, 160, 120);
             // The platform's default codec, not the system's dialog.
             auto* choose = dialog.findChild<QCheckBox*>("chooseCodec");
             QTest::mouseClick(choose, Qt::LeftButton, {}, QPoint(8, choose->height() / 2));
