@@ -110,6 +110,10 @@ void kaImageRenderWidget::renderSingleSampled(bool noEventProcessing, bool showD
                 osg::recordChange(_tileCameras[i], osg::TileCameraDecorator::SizeFieldMask);
             }
             const int before = context.counter;
+            // The renderer may draw the tile straight into its place in the images; else it
+            // is copied there from the tile images.
+            if (_offscreenRender)
+                _offscreenRender->offerPicture(_images, px, py);
             if (getFirstActivePass() >= 0) {
                 renderGL();
                 // Without callbacks from the renderer a tile counts once.
@@ -118,7 +122,8 @@ void kaImageRenderWidget::renderSingleSampled(bool noEventProcessing, bool showD
             } else {
                 ++context.counter;
             }
-            for (size_t i = 0; i < _images.size() && i < _tileImages.size(); ++i)
+            const bool placed = _offscreenRender && _offscreenRender->drewIntoPicture();
+            for (size_t i = 0; i < _images.size() && i < _tileImages.size() && !placed; ++i)
                 if (_images[i] && _tileImages[i])
                     _images[i]->setSubData(px, py, 0, _tileWidth, _tileHeight, 1,
                                            _tileImages[i]->getData());
@@ -134,6 +139,8 @@ void kaImageRenderWidget::renderSingleSampled(bool noEventProcessing, bool showD
         if (_aborted)
             break;
     }
+    if (_offscreenRender)
+        _offscreenRender->offerPicture({}, 0, 0);
     if (viewport)
         viewport->setEventProcessingCB(nullptr, nullptr);
 }

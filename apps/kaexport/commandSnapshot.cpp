@@ -1,6 +1,7 @@
 // kaexport snapshot: one picture of the scene through the library's snapshot export.
 #include "kaexportApp.h"
 #include "kaexportHost.h"
+#include "kaexportMemoryWatch.h"
 #include "kaexportOptions.h"
 #include "kaexportRenderOptions.h"
 #include "kaexportReport.h"
@@ -83,6 +84,7 @@ Runner defineSnapshot(CLI::App& command) {
             host->stepToFrame(o->frame, timelineRate(-1));
         const int alpha = o->render.alphaArgument();
         WriteReport report;
+        const MemoryWatch memory;
         const auto start = std::chrono::steady_clock::now();
         writer.exportImage(render.out, o->render.width, o->render.height, o->render.superSampling,
                            alpha, o->dpi, render.passesGiven, o->render.clusterSetup(),
@@ -98,7 +100,11 @@ Runner defineSnapshot(CLI::App& command) {
             return code;
         io.out << "Render "
                << QString::number(kaImageWriter::getLastRenderTime(), 'f', 2).toStdString()
-               << " s, export " << QString::number(seconds, 'f', 2).toStdString() << " s\n";
+               << " s, export " << QString::number(seconds, 'f', 2).toStdString() << " s";
+        const std::string grown = memory.grownText();
+        if (!grown.empty())
+            io.out << ", " << grown;
+        io.out << "\n";
         return int(Done);
     };
 }

@@ -36,7 +36,39 @@ kaSharedOffscreenRender::~kaSharedOffscreenRender() {
     }
 }
 
+void kaSharedOffscreenRender::offerPicture(const std::vector<osg::ImagePtr>& images, int x, int y) {
+    _picture = images;
+    _pictureX = x;
+    _pictureY = y;
+}
+
+bool kaSharedOffscreenRender::pictureTakesTheView() const {
+    if (_picture.size() != _tileImages.size() || kaOSGWidget::getRaytracing())
+        return false;
+    // One viewport over the whole tile: nothing of the tile image is left undrawn, so the
+    // picture gets exactly what a copy of the tile would give it.
+    const osg::WindowPtr& window = _view->getWindow();
+    if (window->getNViewports() != 1)
+        return false;
+    const osg::UberViewport& viewport = *window->getViewport(0);
+    if (!viewport.getCamera() || viewport.getLeft() != 0.0f || viewport.getBottom() != 0.0f ||
+        viewport.getRight() != 1.0f || viewport.getTop() != 1.0f)
+        return false;
+    for (size_t i = 0; i < _tileImages.size(); ++i) {
+        const osg::ImagePtr &tile = _tileImages[i], &picture = _picture[i];
+        if (!tile != !picture)
+            return false;
+        if (tile && (!tile->getData() || !picture->getData() ||
+                     tile->getPixelFormat() != picture->getPixelFormat() ||
+                     tile->getDataType() != picture->getDataType() ||
+                     tile->getAlphaMode() != picture->getAlphaMode()))
+            return false;
+    }
+    return true;
+}
+
 bool kaSharedOffscreenRender::updateGL() {
+    _drewIntoPicture = false;
     const osg::ImagePtr* first = nullptr;
     for (const osg::ImagePtr& image : _tileImages)
         if (image && image->getData()) {
@@ -105,11 +137,16 @@ bool kaSharedOffscreenRender::updateGL() {
         for (const osg::ImagePtr& image : _tileImages)
             if (image)
                 encoder.prepare(*image);
+        // Checked with the tile images prepared: the picture then holds what they would.
+        _drewIntoPicture = pictureTakesTheView();
+        const std::vector<osg::ImagePtr>& targets = _drewIntoPicture ? _picture : _tileImages;
+        const int imageX = x0 + (_drewIntoPicture ? _pictureX : 0);
+        const int imageY = y0 + (_drewIntoPicture ? _pictureY : 0);
         // 8-bit images of colour, all alike, are encoded on the GPU and read straight into
         // place: no float pixels cross to the CPU.
         std::vector<osg::Image*> encoded;
         bool allEncoded = true;
-        for (const osg::ImagePtr& image : _tileImages) {
+        for (const osg::ImagePtr& image : targets) {
             if (!image || !image->getData())
                 continue;
             allEncoded =
@@ -118,19 +155,19 @@ bool kaSharedOffscreenRender::updateGL() {
             encoded.push_back(image.get());
         }
         if (allEncoded && !encoded.empty()) {
-            ok = kaGLSceneRenderer::the().renderEncoded(viewport, *camera, fullWidth, fullHeight,
-                                                        regionX, regionY, width, height, samples,
-                                                        _rtSample, encoder, encoded, x0, y0, error);
+            ok = kaGLSceneRenderer::the().renderEncoded(
+                viewport, *camera, fullWidth, fullHeight, regionX, regionY, width, height, samples,
+                _rtSample, encoder, encoded, imageX, imageY, error);
             if (!ok && !error.empty())
                 kaLog::error("kaSharedOffscreenRender: %s", error.c_str());
             continue;
         }
-        // Each finished piece goes straight into every tile image (rows bottom-up in both), as
-        // each image holds it.
+        // Each finished piece goes straight into every image (rows bottom-up in both), as each
+        // image holds it.
         auto sink = [&](int px, int py, int pw, int ph, const float* rgba) {
-            for (const osg::ImagePtr& image : _tileImages)
+            for (const osg::ImagePtr& image : targets)
                 if (image)
-                    encoder.store(*image, x0 + px, y0 + py, pw, ph, rgba, regionX + px,
+                    encoder.store(*image, imageX + px, imageY + py, pw, ph, rgba, regionX + px,
                                   regionY + py);
         };
         ok = kaGLSceneRenderer::the().render(viewport, *camera, fullWidth, fullHeight, regionX,

@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QRegularExpression>
 
 #include <gtest/gtest.h>
 
@@ -79,6 +80,22 @@ TEST_F(kaexportSnapshot, WritesTheBuiltInSceneWithEverythingInIt) {
     exiv2.waitForFinished(30000);
     EXPECT_TRUE(
         QString::fromUtf8(exiv2.readAllStandardOutput()).contains("Xmp.kaExport.ImageWidth"));
+}
+
+// The timings line also says what the export added to the process's memory at its peak: at
+// least the picture, which is all there at the end.
+TEST_F(kaexportSnapshot, TheTimingsLineSaysWhatTheExportTookInMemory) {
+    KaexportResult r = runKaexport(
+        {"snapshot", dir.file("big.png"), "--width", "4096", "--height", "4096", "--ss", "0"});
+    ASSERT_EQ(r.code, 0) << r.err.toStdString();
+    const QRegularExpression timings("\\nRender [0-9.]+ s, export [0-9.]+ s, memory at most "
+                                     "\\+([0-9]+) MB over ([0-9]+) MB\\n$");
+    const QRegularExpressionMatch match = timings.match(r.out);
+    ASSERT_TRUE(match.hasMatch()) << r.out.toStdString();
+    const int grown = match.captured(1).toInt(), before = match.captured(2).toInt();
+    EXPECT_GE(grown, 4096 * 4096 * 3 / 1048576) << "the 48 MB picture";
+    EXPECT_LT(grown, 1024) << r.out.toStdString();
+    EXPECT_GT(before, 20) << "the program and its scene";
 }
 
 TEST_F(kaexportSnapshot, FloatAlphaExrAndStereoNames) {

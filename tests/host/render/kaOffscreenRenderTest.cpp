@@ -13,7 +13,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 
 using osg::Image;
 
@@ -98,6 +100,45 @@ osg::ImagePtr renderTiled(kaOSGWidget& view, int W, int H, int columns, int rows
     return result;
 }
 
+// The same tiles drawn with the picture offered: each goes straight to its place in it.
+// 'placed' counts the tiles the renderer drew there; 'tileImage' is the tile image it was given.
+osg::ImagePtr renderIntoPicture(kaOSGWidget& view, int W, int H, int columns, int rows,
+                                uint32_t format, int32_t type, int quality, int& placed,
+                                osg::ImagePtr& tileImage) {
+    const osg::CameraPtr camera = view.getViewport()->getCamera();
+    osg::TileCameraDecoratorPtr tile = osg::TileCameraDecorator::create();
+    tile->setDecoratee(camera);
+    tile->setFullSize(uint32_t(W), uint32_t(H));
+    view.getViewport()->setCamera(tile);
+    const int tileW = (W + columns - 1) / columns, tileH = (H + rows - 1) / rows;
+    osg::ImagePtr result = newImage(W, H, format, type);
+    tileImage = newImage(tileW, tileH, format, type);
+    kaSharedOffscreenRender renderer(&view, {tileImage}, quality);
+    const float fx = float(tileW) * (1.0f / float(W)), fy = float(tileH) * (1.0f / float(H));
+    placed = 0;
+    int py = 0;
+    for (double y = 0.0; y < 1.0; y += fy, py += tileH) {
+        int px = 0;
+        for (double x = 0.0; x < 1.0; x += fx, px += tileW) {
+            tile->setSize(float(x), float(y), std::min(float(x) + fx, 1.0f),
+                          std::min(float(y) + fy, 1.0f));
+            renderer.offerPicture({result}, px, py);
+            EXPECT_TRUE(renderer.updateGL());
+            if (renderer.drewIntoPicture())
+                ++placed;
+            else
+                result->setSubData(px, py, 0, tileW, tileH, 1, tileImage->getData());
+        }
+    }
+    view.getViewport()->setCamera(camera);
+    return result;
+}
+
+bool allZero(const osg::ImagePtr& image) {
+    return std::all_of(image->getData(), image->getData() + image->getSize(),
+                       [](uint8_t b) { return b == 0; });
+}
+
 float maxDifference(const osg::ImagePtr& a, const osg::ImagePtr& b) {
     float worst = 0.0f;
     for (int y = 0; y < a->getHeight(); ++y)
@@ -161,6 +202,77 @@ INSTANTIATE_TEST_SUITE_P(
                     TileCase{Image::OSG_RGBA_PF, Image::OSG_FLOAT32_IMAGEDATA, 2, "rgbaFloat4x"},
                     TileCase{Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 3, "rgb8x9"}),
     [](const testing::TestParamInfo<TileCase>& info) { return std::string(info.param.name); });
+
+class DrawnIntoThePicture : public OffscreenRender, public testing::WithParamInterface<TileCase> {};
+
+TEST_P(DrawnIntoThePicture, EqualsTheTilesCopiedByteForByteAndLeavesTheTileAlone) {
+    const TileCase& c = GetParam();
+    for (auto [columns, rows] : {std::pair{1, 1}, {2, 2}, {3, 5}}) {
+        osg::ImagePtr copied =
+            renderTiled(scene.view, 64, 48, columns, rows, c.format, c.type, c.quality);
+        int placed = 0;
+        osg::ImagePtr tileImage;
+        osg::ImagePtr drawn = renderIntoPicture(scene.view, 64, 48, columns, rows, c.format, c.type,
+                                                c.quality, placed, tileImage);
+        EXPECT_EQ(placed, columns * rows) << c.name;
+        EXPECT_TRUE(allZero(tileImage)) << c.name << ": the tile image was drawn into";
+        ASSERT_EQ(copied->getSize(), drawn->getSize());
+        EXPECT_EQ(std::memcmp(copied->getData(), drawn->getData(), copied->getSize()), 0)
+            << c.name << " " << columns << "x" << rows;
+        EXPECT_EQ(copied->getAlphaMode(), drawn->getAlphaMode()) << c.name;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    FormatsAndSamples, DrawnIntoThePicture,
+    testing::Values(TileCase{Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 0, "rgb8"},
+                    TileCase{Image::OSG_RGBA_PF, Image::OSG_UINT8_IMAGEDATA, 0, "rgba8"},
+                    TileCase{Image::OSG_RGBA_PF, Image::OSG_FLOAT32_IMAGEDATA, 2, "rgbaFloat4x"},
+                    TileCase{Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 3, "rgb8x9"}),
+    [](const testing::TestParamInfo<TileCase>& info) { return std::string(info.param.name); });
+
+// Where the picture would not get what the tile image gets, the tile image is drawn as before.
+TEST_F(OffscreenRender, ThePictureIsLeftAloneWhereItWouldDifferFromTheTile) {
+    int placed = 0;
+    osg::ImagePtr tileImage;
+    // A viewport over part of the window leaves the rest of the tile as it was.
+    scene.view.getViewport()->setSize(0.0f, 0.0f, 0.5f, 1.0f);
+    osg::ImagePtr half = renderIntoPicture(scene.view, 64, 48, 2, 1, Image::OSG_RGB_PF,
+                                           Image::OSG_UINT8_IMAGEDATA, 0, placed, tileImage);
+    scene.view.getViewport()->setSize(0.0f, 0.0f, 1.0f, 1.0f);
+    EXPECT_EQ(placed, 0);
+    EXPECT_FALSE(allZero(tileImage));
+    // An image unlike its tile image (another data type) is not drawn into.
+    osg::ImagePtr tile = newImage(64, 48, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA);
+    osg::ImagePtr floats = newImage(64, 48, Image::OSG_RGB_PF, Image::OSG_FLOAT32_IMAGEDATA);
+    kaSharedOffscreenRender renderer(&scene.view, {tile}, 0);
+    renderer.offerPicture({floats}, 0, 0);
+    EXPECT_TRUE(renderer.updateGL());
+    EXPECT_FALSE(renderer.drewIntoPicture());
+    EXPECT_TRUE(allZero(floats));
+    EXPECT_FALSE(allZero(tile));
+    // Nor are images when a pass is missing from them.
+    renderer.offerPicture({nullptr}, 0, 0);
+    EXPECT_TRUE(renderer.updateGL());
+    EXPECT_FALSE(renderer.drewIntoPicture());
+    // The raytracer draws its passes into the tile images.
+    kaOSGWidget::setRaytracing(true);
+    osg::ImagePtr traced = newImage(64, 48, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA);
+    renderer.offerPicture({traced}, 0, 0);
+    const bool rendered = renderer.updateGL();
+    kaOSGWidget::setRaytracing(false);
+    EXPECT_TRUE(rendered);
+    EXPECT_FALSE(renderer.drewIntoPicture());
+    EXPECT_TRUE(allZero(traced));
+    // A withdrawn offer draws the tile image again.
+    osg::ImagePtr picture = newImage(64, 48, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA);
+    renderer.offerPicture({picture}, 0, 0);
+    EXPECT_TRUE(renderer.updateGL());
+    EXPECT_TRUE(renderer.drewIntoPicture());
+    renderer.offerPicture({}, 0, 0);
+    EXPECT_TRUE(renderer.updateGL());
+    EXPECT_FALSE(renderer.drewIntoPicture());
+}
 
 TEST_F(OffscreenRender, TransparentBackgroundShowsTheAlphaColourOnlyInStraightPictures) {
     scene.view.getBackground()->setAlpha(0.0f);
