@@ -98,6 +98,33 @@ TEST(kaGLMeshChunks, LargeMeshesKeepEveryTriangleAndBoundEachChunk) {
     EXPECT_LT(area, 3.0f * 200.0f * 200.0f);
 }
 
+// Triangles in the same spot (here every triangle twice, on vertices of its own) keep the order
+// they had, so that coplanar surfaces are drawn as their author ordered them.
+TEST(kaGLMeshChunks, TrianglesInTheSameSpotKeepTheirOrder) {
+    std::vector<osg::Pnt3f> positions;
+    std::vector<uint32_t> indices;
+    grid(150, positions, indices); // 45 000 triangles, then each again
+    const uint32_t copies = uint32_t(positions.size());
+    positions.insert(positions.end(), positions.begin(), positions.end());
+    const size_t firsts = indices.size();
+    for (size_t i = 0; i < firsts; ++i)
+        indices.push_back(indices[i] + copies);
+    kaGLMeshChunks chunks;
+    chunks.build(positions, indices);
+    const std::vector<uint32_t>& order = chunks.getVertexOrder();
+    ASSERT_EQ(order.size(), positions.size());
+    std::set<Corners> seen;
+    size_t firstCopiesFirst = 0;
+    for (size_t t = 0; t < indices.size(); t += 3) {
+        const std::multiset<Corners> one =
+            trianglesOf(positions, {indices[t], indices[t + 1], indices[t + 2]}, order);
+        if (seen.insert(*one.begin()).second)
+            firstCopiesFirst += order[indices[t]] < copies;
+    }
+    EXPECT_EQ(seen.size(), firsts / 3);
+    EXPECT_EQ(firstCopiesFirst, firsts / 3);
+}
+
 TEST(kaGLMeshChunks, AFrustumKeepsTheChunksItMaySeeAndNoOthers) {
     std::vector<osg::Pnt3f> positions;
     std::vector<uint32_t> indices;
