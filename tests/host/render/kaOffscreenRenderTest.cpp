@@ -231,6 +231,46 @@ INSTANTIATE_TEST_SUITE_P(
                     TileCase{Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 3, "rgb8x9"}),
     [](const testing::TestParamInfo<TileCase>& info) { return std::string(info.param.name); });
 
+// Tiles of several megabytes have their part of the picture made resident before they are drawn
+// (on every core): the picture still equals the copied tiles, and the other tile's part of it
+// is left as it was while one tile is drawn.
+TEST_F(OffscreenRender, LargeTilesOfThePictureAreDrawnIntoTheirPartAlone) {
+    const int W = 2048, H = 1536; // tiles of 1024 x 1536: 4.5 MB each
+    osg::ImagePtr copied =
+        renderTiled(scene.view, W, H, 2, 1, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 0);
+    int placed = 0;
+    osg::ImagePtr tileImage;
+    osg::ImagePtr drawn = renderIntoPicture(scene.view, W, H, 2, 1, Image::OSG_RGB_PF,
+                                            Image::OSG_UINT8_IMAGEDATA, 0, placed, tileImage);
+    EXPECT_EQ(placed, 2);
+    EXPECT_TRUE(allZero(tileImage));
+    EXPECT_EQ(std::memcmp(copied->getData(), drawn->getData(), copied->getSize()), 0);
+
+    const osg::CameraPtr camera = scene.view.getViewport()->getCamera();
+    osg::TileCameraDecoratorPtr tile = osg::TileCameraDecorator::create();
+    tile->setDecoratee(camera);
+    tile->setFullSize(uint32_t(W), uint32_t(H));
+    tile->setSize(0.5f, 0.0f, 1.0f, 1.0f);
+    scene.view.getViewport()->setCamera(tile);
+    osg::ImagePtr picture = newImage(W, H, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA);
+    std::memset(picture->getData(), 0x55, picture->getSize());
+    osg::ImagePtr rightTile = newImage(W / 2, H, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA);
+    kaSharedOffscreenRender renderer(&scene.view, {rightTile}, 0);
+    renderer.offerPicture({picture}, W / 2, 0);
+    EXPECT_TRUE(renderer.updateGL());
+    scene.view.getViewport()->setCamera(camera);
+    EXPECT_TRUE(renderer.drewIntoPicture());
+    size_t leftKept = 0, rightSame = 0;
+    for (int y = 0; y < H; ++y) {
+        const size_t row = size_t(y) * size_t(W) * 3, half = size_t(W / 2) * 3;
+        const uint8_t* p = picture->getData() + row;
+        leftKept += size_t(std::count(p, p + half, uint8_t(0x55)));
+        rightSame += std::memcmp(p + half, copied->getData() + row + half, half) == 0;
+    }
+    EXPECT_EQ(leftKept, size_t(W / 2) * size_t(H) * 3) << "the left half was written";
+    EXPECT_EQ(rightSame, size_t(H)) << "rows of the right half differ from the copied tiles";
+}
+
 // Where the picture would not get what the tile image gets, the tile image is drawn as before.
 TEST_F(OffscreenRender, ThePictureIsLeftAloneWhereItWouldDifferFromTheTile) {
     int placed = 0;
