@@ -73,9 +73,18 @@ osg::ImagePtr newImage(int w, int h, uint32_t format, int32_t type) {
     return image;
 }
 
-// Renders the view in columns x rows tiles the way the export does and pastes them together.
+// How tiles reached the picture when it was offered to the renderer: the tiles it drew
+// there, and the tile image it was given besides.
+struct Offered {
+    int placed = 0;
+    osg::ImagePtr tileImage;
+};
+
+// Renders the view in columns x rows tiles the way the export does and pastes them together;
+// with 'offered', the picture is offered to the renderer and only tiles it did not draw there
+// are pasted.
 osg::ImagePtr renderTiled(kaOSGWidget& view, int W, int H, int columns, int rows, uint32_t format,
-                          int32_t type, int quality) {
+                          int32_t type, int quality, Offered* offered = nullptr) {
     const osg::CameraPtr camera = view.getViewport()->getCamera();
     osg::TileCameraDecoratorPtr tile = osg::TileCameraDecorator::create();
     tile->setDecoratee(camera);
@@ -84,6 +93,8 @@ osg::ImagePtr renderTiled(kaOSGWidget& view, int W, int H, int columns, int rows
     const int tileW = (W + columns - 1) / columns, tileH = (H + rows - 1) / rows;
     osg::ImagePtr result = newImage(W, H, format, type);
     osg::ImagePtr tileImage = newImage(tileW, tileH, format, type);
+    if (offered)
+        *offered = {0, tileImage};
     kaSharedOffscreenRender renderer(&view, {tileImage}, quality);
     const float fx = float(tileW) * (1.0f / float(W)), fy = float(tileH) * (1.0f / float(H));
     int py = 0;
@@ -92,40 +103,11 @@ osg::ImagePtr renderTiled(kaOSGWidget& view, int W, int H, int columns, int rows
         for (double x = 0.0; x < 1.0; x += fx, px += tileW) {
             tile->setSize(float(x), float(y), std::min(float(x) + fx, 1.0f),
                           std::min(float(y) + fy, 1.0f));
+            if (offered)
+                renderer.offerPicture({result}, px, py);
             EXPECT_TRUE(renderer.updateGL());
-            result->setSubData(px, py, 0, tileW, tileH, 1, tileImage->getData());
-        }
-    }
-    view.getViewport()->setCamera(camera);
-    return result;
-}
-
-// The same tiles drawn with the picture offered: each goes straight to its place in it.
-// 'placed' counts the tiles the renderer drew there; 'tileImage' is the tile image it was given.
-osg::ImagePtr renderIntoPicture(kaOSGWidget& view, int W, int H, int columns, int rows,
-                                uint32_t format, int32_t type, int quality, int& placed,
-                                osg::ImagePtr& tileImage) {
-    const osg::CameraPtr camera = view.getViewport()->getCamera();
-    osg::TileCameraDecoratorPtr tile = osg::TileCameraDecorator::create();
-    tile->setDecoratee(camera);
-    tile->setFullSize(uint32_t(W), uint32_t(H));
-    view.getViewport()->setCamera(tile);
-    const int tileW = (W + columns - 1) / columns, tileH = (H + rows - 1) / rows;
-    osg::ImagePtr result = newImage(W, H, format, type);
-    tileImage = newImage(tileW, tileH, format, type);
-    kaSharedOffscreenRender renderer(&view, {tileImage}, quality);
-    const float fx = float(tileW) * (1.0f / float(W)), fy = float(tileH) * (1.0f / float(H));
-    placed = 0;
-    int py = 0;
-    for (double y = 0.0; y < 1.0; y += fy, py += tileH) {
-        int px = 0;
-        for (double x = 0.0; x < 1.0; x += fx, px += tileW) {
-            tile->setSize(float(x), float(y), std::min(float(x) + fx, 1.0f),
-                          std::min(float(y) + fy, 1.0f));
-            renderer.offerPicture({result}, px, py);
-            EXPECT_TRUE(renderer.updateGL());
-            if (renderer.drewIntoPicture())
-                ++placed;
+            if (offered && renderer.drewIntoPicture())
+                ++offered->placed;
             else
                 result->setSubData(px, py, 0, tileW, tileH, 1, tileImage->getData());
         }
@@ -210,12 +192,11 @@ TEST_P(DrawnIntoThePicture, EqualsTheTilesCopiedByteForByteAndLeavesTheTileAlone
     for (auto [columns, rows] : {std::pair{1, 1}, {2, 2}, {3, 5}}) {
         osg::ImagePtr copied =
             renderTiled(scene.view, 64, 48, columns, rows, c.format, c.type, c.quality);
-        int placed = 0;
-        osg::ImagePtr tileImage;
-        osg::ImagePtr drawn = renderIntoPicture(scene.view, 64, 48, columns, rows, c.format, c.type,
-                                                c.quality, placed, tileImage);
-        EXPECT_EQ(placed, columns * rows) << c.name;
-        EXPECT_TRUE(allZero(tileImage)) << c.name << ": the tile image was drawn into";
+        Offered offered;
+        osg::ImagePtr drawn =
+            renderTiled(scene.view, 64, 48, columns, rows, c.format, c.type, c.quality, &offered);
+        EXPECT_EQ(offered.placed, columns * rows) << c.name;
+        EXPECT_TRUE(allZero(offered.tileImage)) << c.name << ": the tile image was drawn into";
         ASSERT_EQ(copied->getSize(), drawn->getSize());
         EXPECT_EQ(std::memcmp(copied->getData(), drawn->getData(), copied->getSize()), 0)
             << c.name << " " << columns << "x" << rows;
@@ -238,12 +219,11 @@ TEST_F(OffscreenRender, LargeTilesOfThePictureAreDrawnIntoTheirPartAlone) {
     const int W = 2048, H = 1536; // tiles of 1024 x 1536: 4.5 MB each
     osg::ImagePtr copied =
         renderTiled(scene.view, W, H, 2, 1, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 0);
-    int placed = 0;
-    osg::ImagePtr tileImage;
-    osg::ImagePtr drawn = renderIntoPicture(scene.view, W, H, 2, 1, Image::OSG_RGB_PF,
-                                            Image::OSG_UINT8_IMAGEDATA, 0, placed, tileImage);
-    EXPECT_EQ(placed, 2);
-    EXPECT_TRUE(allZero(tileImage));
+    Offered offered;
+    osg::ImagePtr drawn = renderTiled(scene.view, W, H, 2, 1, Image::OSG_RGB_PF,
+                                      Image::OSG_UINT8_IMAGEDATA, 0, &offered);
+    EXPECT_EQ(offered.placed, 2);
+    EXPECT_TRUE(allZero(offered.tileImage));
     EXPECT_EQ(std::memcmp(copied->getData(), drawn->getData(), copied->getSize()), 0);
 
     const osg::CameraPtr camera = scene.view.getViewport()->getCamera();
@@ -273,15 +253,14 @@ TEST_F(OffscreenRender, LargeTilesOfThePictureAreDrawnIntoTheirPartAlone) {
 
 // Where the picture would not get what the tile image gets, the tile image is drawn as before.
 TEST_F(OffscreenRender, ThePictureIsLeftAloneWhereItWouldDifferFromTheTile) {
-    int placed = 0;
-    osg::ImagePtr tileImage;
+    Offered offered;
     // A viewport over part of the window leaves the rest of the tile as it was.
     scene.view.getViewport()->setSize(0.0f, 0.0f, 0.5f, 1.0f);
-    osg::ImagePtr half = renderIntoPicture(scene.view, 64, 48, 2, 1, Image::OSG_RGB_PF,
-                                           Image::OSG_UINT8_IMAGEDATA, 0, placed, tileImage);
+    renderTiled(scene.view, 64, 48, 2, 1, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA, 0,
+                &offered);
     scene.view.getViewport()->setSize(0.0f, 0.0f, 1.0f, 1.0f);
-    EXPECT_EQ(placed, 0);
-    EXPECT_FALSE(allZero(tileImage));
+    EXPECT_EQ(offered.placed, 0);
+    EXPECT_FALSE(allZero(offered.tileImage));
     // An image unlike its tile image (another data type) is not drawn into.
     osg::ImagePtr tile = newImage(64, 48, Image::OSG_RGB_PF, Image::OSG_UINT8_IMAGEDATA);
     osg::ImagePtr floats = newImage(64, 48, Image::OSG_RGB_PF, Image::OSG_FLOAT32_IMAGEDATA);
