@@ -163,6 +163,33 @@ const uint8_t* Image::getData(uint32_t mipmap, uint32_t frame, uint32_t side) co
     return _pixel.data() + offset;
 }
 
+namespace {
+
+// Runs 'rows(from, to)' over rows [y0, y1), split among the cores when the rows hold 'bytes'
+// of at least 4 MB: large blocks go to fresh memory in renders, the first write of each page
+// costs a page fault, and faults are taken in parallel.
+template <typename Rows>
+void onEveryCore(int32_t y0, int32_t y1, size_t bytes, const Rows& rows) {
+    const int threads =
+        bytes < (size_t(4) << 20)
+            ? 1
+            : int(std::min<unsigned>(std::max(std::thread::hardware_concurrency(), 1u),
+                                     unsigned(y1 - y0)));
+    if (threads == 1) {
+        rows(y0, y1);
+        return;
+    }
+    std::vector<std::thread> helpers;
+    const int32_t count = y1 - y0;
+    for (int t = 1; t < threads; ++t)
+        helpers.emplace_back(rows, y0 + count * t / threads, y0 + count * (t + 1) / threads);
+    rows(y0, y0 + count / threads);
+    for (std::thread& helper : helpers)
+        helper.join();
+}
+
+} // namespace
+
 bool Image::setSubData(int32_t offX, int32_t offY, int32_t offZ, int32_t srcW, int32_t srcH,
                        int32_t srcD, const uint8_t* data) {
     uint8_t* dst = getData();
@@ -184,29 +211,28 @@ bool Image::setSubData(int32_t offX, int32_t offY, int32_t offZ, int32_t srcW, i
             std::memcpy(dstRow, srcRow, rowBytes);
         }
     };
-    // Large blocks go to fresh memory in renders: the first write of each page costs a page
-    // fault, and faults are taken in parallel.
     const size_t bytes = rowBytes * size_t(y1 - y0) * size_t(z1 - z0);
-    const int threads =
-        bytes < (size_t(4) << 20)
-            ? 1
-            : int(std::min<unsigned>(std::max(std::thread::hardware_concurrency(), 1u),
-                                     unsigned(y1 - y0)));
-    for (int32_t z = z0; z < z1; ++z) {
-        if (threads == 1) {
-            copyRows(z, y0, y1);
-            continue;
-        }
-        std::vector<std::thread> helpers;
-        const int32_t rows = y1 - y0;
-        for (int t = 1; t < threads; ++t)
-            helpers.emplace_back(copyRows, z, y0 + rows * t / threads,
-                                 y0 + rows * (t + 1) / threads);
-        copyRows(z, y0, y0 + rows / threads);
-        for (std::thread& helper : helpers)
-            helper.join();
-    }
+    for (int32_t z = z0; z < z1; ++z)
+        onEveryCore(y0, y1, bytes, [&](int32_t from, int32_t to) { copyRows(z, from, to); });
     return true;
+}
+
+void Image::prepareToOverwrite(int32_t offX, int32_t offY, int32_t width, int32_t height) {
+    uint8_t* data = getData();
+    const int32_t x0 = std::max(offX, 0), x1 = std::min(offX + width, _width);
+    const int32_t y0 = std::max(offY, 0), y1 = std::min(offY + height, _height);
+    if (!data || x0 >= x1 || y0 >= y1)
+        return;
+    const size_t bpp = size_t(getBpp()), rowBytes = size_t(x1 - x0) * bpp;
+    constexpr uintptr_t kPage = 4096;
+    onEveryCore(y0, y1, rowBytes * size_t(y1 - y0), [&](int32_t from, int32_t to) {
+        for (int32_t y = from; y < to; ++y) {
+            uint8_t* begin = data + (size_t(y) * size_t(_width) + size_t(x0)) * bpp;
+            for (uint8_t* p = begin; p < begin + rowBytes;
+                 p = reinterpret_cast<uint8_t*>((reinterpret_cast<uintptr_t>(p) | (kPage - 1)) + 1))
+                *p = 0;
+        }
+    });
 }
 
 void Image::clear(uint8_t value) {

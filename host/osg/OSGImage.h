@@ -115,6 +115,10 @@ public:
     // of frame 0 at (offX, offY, offZ). The part outside the image is cut off.
     bool setSubData(int32_t offX, int32_t offY, int32_t offZ, int32_t srcW, int32_t srcH,
                     int32_t srcD, const uint8_t* data);
+    // Faults the pages of a block of level 0 of frame 0 in, on every core, for a writer that
+    // will fill the block from one thread: the first write of each fresh page costs a fault.
+    // The block's pixels are undefined afterwards (the cut as for setSubData).
+    void prepareToOverwrite(int32_t offX, int32_t offY, int32_t width, int32_t height);
     // Zeroes all pixels.
     void clear(uint8_t value = 0);
 

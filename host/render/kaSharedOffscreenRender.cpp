@@ -9,46 +9,7 @@
 #include "kaRTSceneHandler.h"
 #include "kaRaytracer.h"
 
-#include <algorithm>
 #include <cmath>
-#include <thread>
-
-namespace {
-
-// Faults the pages of a picture's region in on every core before the renderer writes it from
-// its one thread: a large picture's memory is fresh, and the first write of each page costs a
-// fault. The renderer then draws over the whole region.
-void faultIn(osg::Image& image, int x, int y, int w, int h) {
-    const int x0 = std::max(x, 0), x1 = std::min(x + w, int(image.getWidth()));
-    const int y0 = std::max(y, 0), y1 = std::min(y + h, int(image.getHeight()));
-    uint8_t* data = image.getData();
-    if (!data || x0 >= x1 || y0 >= y1)
-        return;
-    const size_t bpp = size_t(image.getBpp()), rowBytes = size_t(image.getWidth()) * bpp;
-    const size_t segment = size_t(x1 - x0) * bpp;
-    const unsigned cores = std::max(std::thread::hardware_concurrency(), 1u);
-    if (segment * size_t(y1 - y0) < (size_t(4) << 20) || cores < 2)
-        return;
-    constexpr uintptr_t kPage = 4096;
-    auto touch = [&](int from, int to) {
-        for (int row = from; row < to; ++row) {
-            uint8_t* begin = data + size_t(row) * rowBytes + size_t(x0) * bpp;
-            uint8_t* end = begin + segment;
-            for (uint8_t* p = begin; p < end;
-                 p = reinterpret_cast<uint8_t*>((reinterpret_cast<uintptr_t>(p) | (kPage - 1)) + 1))
-                *p = 0;
-        }
-    };
-    const int rows = y1 - y0, threads = int(std::min<unsigned>(cores, unsigned(rows)));
-    std::vector<std::thread> helpers;
-    for (int t = 1; t < threads; ++t)
-        helpers.emplace_back(touch, y0 + rows * t / threads, y0 + rows * (t + 1) / threads);
-    touch(y0, y0 + rows / threads);
-    for (std::thread& helper : helpers)
-        helper.join();
-}
-
-} // namespace
 
 kaSharedOffscreenRender::kaSharedOffscreenRender(kaOSGWidget* view,
                                                  const std::vector<osg::ImagePtr>& tileImages,
@@ -181,10 +142,11 @@ bool kaSharedOffscreenRender::updateGL() {
         const std::vector<osg::ImagePtr>& targets = _drewIntoPicture ? _picture : _tileImages;
         const int imageX = x0 + (_drewIntoPicture ? _pictureX : 0);
         const int imageY = y0 + (_drewIntoPicture ? _pictureY : 0);
+        // The renderer writes the picture from its one thread, which also feeds the GL.
         if (_drewIntoPicture)
             for (const osg::ImagePtr& image : targets)
                 if (image)
-                    faultIn(*image, imageX, imageY, width, height);
+                    image->prepareToOverwrite(imageX, imageY, width, height);
         // 8-bit images of colour, all alike, are encoded on the GPU and read straight into
         // place: no float pixels cross to the CPU.
         std::vector<osg::Image*> encoded;

@@ -15,7 +15,6 @@
 #include "kaXvfb.h"
 
 #include <QApplication>
-#include <QDir>
 #include <QFile>
 #include <QMessageBox>
 #include <QPushButton>
@@ -143,20 +142,17 @@ TEST(ClusterDialogOnX, DISABLED_ChildRendersPreviewsZoomsAndAborts) {
     kaOSGWidget::setMainView(nullptr);
 }
 
-TEST(ClusterDialogOnX, PreviewZoomAndAbortBothWays) {
-    if (!katest::XvfbServer::isInstalled())
-        GTEST_SKIP() << "Xvfb is not installed (scripts/bootstrap installs it)";
-    katest::XvfbServer server;
-    ASSERT_TRUE(server.isRunning()) << server.error();
-    const QString artefacts = QStringLiteral(KA_TEST_ARTEFACT_DIR);
-    ASSERT_TRUE(QDir().mkpath(artefacts));
+class ClusterDialogOnXServer : public katest::OnXServer {};
+
+TEST_F(ClusterDialogOnXServer, PreviewZoomAndAbortBothWays) {
+    const QString& artefacts = this->artefacts();
     for (const char* answer : {"No", "Yes"}) {
         QFile::remove(artefacts + "/clusterDialogMidRender.png");
         QProcessEnvironment env;
         env.insert("KA_ARTEFACTS", artefacts);
         env.insert("KA_ANSWER", answer);
         const katest::ChildRun run = katest::runTestOnDisplay(
-            server.display(), "ClusterDialogOnX.DISABLED_ChildRendersPreviewsZoomsAndAborts", env,
+            server().display(), "ClusterDialogOnX.DISABLED_ChildRendersPreviewsZoomsAndAborts", env,
             90000);
         EXPECT_TRUE(run.passed()) << "answered " << answer << ":\n" << run.output;
         // The artefact, read back: the dialog with the cluster's picture in its preview.

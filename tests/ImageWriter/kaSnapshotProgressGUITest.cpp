@@ -18,7 +18,6 @@
 #include <QApplication>
 #include <QCheckBox>
 #include <QCloseEvent>
-#include <QDir>
 #include <QFile>
 #include <QFrame>
 #include <QHBoxLayout>
@@ -614,21 +613,17 @@ TEST(kaSnapshotProgressOnX, DISABLED_ChildShowsTheZoomedPreview) {
     QTest::mouseRelease(preview, Qt::LeftButton, Qt::NoModifier, centre);
 }
 
-TEST(kaSnapshotProgressOnX, ShowsAndZoomsThePreview) {
-    if (!katest::XvfbServer::isInstalled())
-        GTEST_SKIP() << "Xvfb is not installed (scripts/bootstrap installs it)";
-    katest::XvfbServer server;
-    ASSERT_TRUE(server.isRunning()) << server.error();
+class kaSnapshotProgressOnXServer : public katest::OnXServer {};
 
-    const QString folder = QStringLiteral(KA_TEST_ARTEFACT_DIR);
-    ASSERT_TRUE(QDir().mkpath(folder));
-    const QString screenshot = folder + "/kaSnapshotProgressOnX.png";
+TEST_F(kaSnapshotProgressOnXServer, ShowsAndZoomsThePreview) {
+    const QString screenshot = artefacts() + "/kaSnapshotProgressOnX.png";
     QFile::remove(screenshot);
 
     QProcessEnvironment env;
     env.insert("KA_X11_SCREENSHOT", screenshot);
     const katest::ChildRun run = katest::runTestOnDisplay(
-        server.display(), "kaSnapshotProgressOnX.DISABLED_ChildShowsTheZoomedPreview", env, 30000);
+        server().display(), "kaSnapshotProgressOnX.DISABLED_ChildShowsTheZoomedPreview", env,
+        30000);
     ASSERT_TRUE(run.finished) << run.output;
     EXPECT_TRUE(run.passed()) << run.output;
 

@@ -10,7 +10,6 @@
 
 #include <QApplication>
 #include <QComboBox>
-#include <QDir>
 #include <QFile>
 #include <QLineEdit>
 #include <QScreen>
@@ -82,13 +81,10 @@ TEST_F(ViewerOnX, DISABLED_ChildShowsTheViewAndItsDialogs) {
     EXPECT_EQ(kaviewertest::pictureDifference(after.copy(viewRect), before), "the same");
 }
 
-TEST(ViewerOnXServer, MainWindowDialogsAndSnapshotAsSeen) {
-    if (!katest::XvfbServer::isInstalled())
-        GTEST_SKIP() << "Xvfb is not installed (scripts/bootstrap installs it)";
-    katest::XvfbServer server;
-    ASSERT_TRUE(server.isRunning()) << server.error();
-    const QString artefacts = QStringLiteral(KA_TEST_ARTEFACT_DIR);
-    ASSERT_TRUE(QDir().mkpath(artefacts));
+class ViewerOnXServer : public katest::OnXServer {};
+
+TEST_F(ViewerOnXServer, MainWindowDialogsAndSnapshotAsSeen) {
+    const QString& artefacts = this->artefacts();
     const QStringList shots{"kaviewerMainWindow.png", "kaviewerRenderDialog.png",
                             "kaviewerSnapshotDialog.png"};
     for (const QString& shot : shots)
@@ -96,7 +92,7 @@ TEST(ViewerOnXServer, MainWindowDialogsAndSnapshotAsSeen) {
     QProcessEnvironment env;
     env.insert("KA_ARTEFACTS", artefacts);
     const katest::ChildRun run = katest::runTestOnDisplay(
-        server.display(), "ViewerOnX.DISABLED_ChildShowsTheViewAndItsDialogs", env, 120000);
+        server().display(), "ViewerOnX.DISABLED_ChildShowsTheViewAndItsDialogs", env, 120000);
     EXPECT_TRUE(run.passed()) << run.output;
     // The artefacts, read back: pictures with something in them.
     for (const QString& shot : shots) {

@@ -1,6 +1,7 @@
 #include "kaXvfb.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QStandardPaths>
 #include <QThread>
@@ -89,6 +90,15 @@ ChildRun runTestOnDisplay(const QString& display, const QString& test,
         QThread::msleep(500);
     }
     return run;
+}
+
+void OnXServer::SetUp() {
+    if (!XvfbServer::isInstalled())
+        GTEST_SKIP() << "Xvfb is not installed (scripts/bootstrap installs it)";
+    _server = std::make_unique<XvfbServer>();
+    ASSERT_TRUE(_server->isRunning()) << _server->error();
+    _artefacts = QStringLiteral(KA_TEST_ARTEFACT_DIR);
+    ASSERT_TRUE(QDir().mkpath(_artefacts));
 }
 
 } // namespace katest

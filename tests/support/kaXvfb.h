@@ -4,10 +4,13 @@
 // again on it: the platform (xcb) is chosen once per process, so the work on the server
 // happens in a child that runs one disabled test of the same program.
 
+#include <gtest/gtest.h>
+
 #include <QProcess>
 #include <QProcessEnvironment>
 #include <QString>
 
+#include <memory>
 #include <string>
 
 namespace katest {
@@ -45,5 +48,19 @@ struct ChildRun {
 // xcb platform and 'environment' added.
 ChildRun runTestOnDisplay(const QString& display, const QString& test,
                           const QProcessEnvironment& environment, int timeoutMs = 60000);
+
+// The parent side of a test on a real X server: skipped where Xvfb is not installed, failed
+// where it does not start. Screenshots for a person to look at go to artefacts().
+class OnXServer : public testing::Test {
+protected:
+    void SetUp() override;
+    const XvfbServer& server() const { return *_server; }
+    // The build's folder of test artefacts, made if need be.
+    const QString& artefacts() const { return _artefacts; }
+
+private:
+    std::unique_ptr<XvfbServer> _server;
+    QString _artefacts;
+};
 
 } // namespace katest

@@ -87,6 +87,26 @@ TEST(Image, SetSubDataPastesABlockAndCutsWhatStandsOutside) {
     EXPECT_EQ(std::memcmp(image->getData(), expected2, 12), 0);
 }
 
+// A block of several megabytes (so that every core takes part) is made ready for a writer, and
+// nothing outside it changes, the part of it outside the image included.
+TEST(Image, PrepareToOverwriteTouchesTheBlockAlone) {
+    osg::ImagePtr image = Image::create();
+    ASSERT_TRUE(image->set(Image::OSG_RGB_PF, 3000, 1200));
+    std::memset(image->getData(), 0x55, image->getSize());
+    image->prepareToOverwrite(-500, 100, 2000, 1200); // (0..1500) x (100..1200) in the image
+    size_t outsideChanged = 0, insideTouched = 0;
+    for (int y = 0; y < 1200; ++y)
+        for (int x = 0; x < 3000; ++x) {
+            const uint8_t* p = image->getData() + (size_t(y) * 3000 + size_t(x)) * 3;
+            const bool inside = x < 1500 && y >= 100;
+            const bool kept = p[0] == 0x55 && p[1] == 0x55 && p[2] == 0x55;
+            outsideChanged += !inside && !kept;
+            insideTouched += inside && !kept;
+        }
+    EXPECT_EQ(outsideChanged, 0u);
+    EXPECT_GT(insideTouched, 1100u) << "at least a byte of every page of every row";
+}
+
 TEST(Image, ResolutionAndAttachments) {
     osg::ImagePtr image = Image::create();
     EXPECT_EQ(image->findAttachmentField("Comment"), nullptr);
