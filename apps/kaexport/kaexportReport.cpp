@@ -15,33 +15,6 @@ QString sizeText(qint64 bytes) {
                             : QString::number(double(bytes) / 1024.0, 'f', 1) + " kB";
 }
 
-WriteReport::WriteReport()
-    : _listener(kaWriteJournal::addListener([this](const kaWriteJournal::Entry& entry) {
-        std::lock_guard<std::mutex> lock(_mutex);
-        _entries.push_back(entry);
-    })) {}
-
-WriteReport::~WriteReport() {
-    kaWriteJournal::removeListener(_listener);
-}
-
-QStringList WriteReport::written() const {
-    std::lock_guard<std::mutex> lock(_mutex);
-    QStringList names;
-    for (const kaWriteJournal::Entry& entry : _entries)
-        if (entry.written && !names.contains(QString::fromStdString(entry.fileName)))
-            names << QString::fromStdString(entry.fileName);
-    return names;
-}
-
-bool WriteReport::hasFailures() const {
-    std::lock_guard<std::mutex> lock(_mutex);
-    for (const kaWriteJournal::Entry& entry : _entries)
-        if (!entry.written)
-            return true;
-    return false;
-}
-
 bool WriteReport::wasWritten(const QString& name) const {
     return written().contains(name);
 }
@@ -54,11 +27,7 @@ void WriteReport::printWritten(Streams& io) const {
 }
 
 bool WriteReport::print(Streams& io, const char* command, const QStringList& expected) const {
-    std::vector<kaWriteJournal::Entry> entries;
-    {
-        std::lock_guard<std::mutex> lock(_mutex);
-        entries = _entries;
-    }
+    const std::vector<kaWriteJournal::Entry> entries = _record.entries();
     const QStringList done = written();
     printWritten(io);
     bool complete = !done.isEmpty();

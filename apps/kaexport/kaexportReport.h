@@ -2,13 +2,10 @@
 
 #include "kaexportApp.h"
 
-#include "kaWriteJournal.h"
+#include "kaWriteRecord.h"
 
 #include <QString>
 #include <QStringList>
-
-#include <mutex>
-#include <vector>
 
 namespace kaexport {
 
@@ -17,13 +14,8 @@ namespace kaexport {
 // final names, and every failure is named with its cause.
 class WriteReport {
 public:
-    WriteReport();
-    ~WriteReport();
-    WriteReport(const WriteReport&) = delete;
-    WriteReport& operator=(const WriteReport&) = delete;
-
-    QStringList written() const;
-    bool hasFailures() const;
+    QStringList written() const { return _record.written(); }
+    bool hasFailures() const { return _record.hasFailures(); }
     bool wasWritten(const QString& name) const;
 
     // "Wrote NAME (SIZE)" for each written file on io.out.
@@ -40,9 +32,7 @@ public:
                  const QStringList& expected) const;
 
 private:
-    mutable std::mutex _mutex;
-    std::vector<kaWriteJournal::Entry> _entries;
-    int _listener;
+    kaapps::WriteRecord _record;
 };
 
 // "11.4 kB", "3.2 MB".

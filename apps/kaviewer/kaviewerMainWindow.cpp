@@ -18,7 +18,7 @@
 #include "kaRenderParameter.h"
 #include "kaRenderPasses.h"
 #include "kaSceneImport.h"
-#include "kaWriteJournal.h"
+#include "kaWriteRecord.h"
 
 #include <QAction>
 #include <QApplication>
@@ -41,8 +41,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
-#include <mutex>
 
 namespace kaviewer {
 
@@ -376,16 +374,7 @@ void MainWindow::runExport(ExportKind kind, const ExportSettings& s) {
 
     _status->setText("Rendering " + s.fileName + " ...");
     // What the writers finished or failed, as they report it (from their threads).
-    auto journal = std::make_shared<std::pair<QStringList, QStringList>>();
-    auto mutex = std::make_shared<std::mutex>();
-    const int listener = kaWriteJournal::addListener([journal, mutex](const auto& entry) {
-        std::lock_guard<std::mutex> lock(*mutex);
-        const QString name = QString::fromStdString(entry.fileName);
-        if (entry.written)
-            journal->first << name;
-        else
-            journal->second << name + ": " + QString::fromStdString(entry.error);
-    });
+    const kaapps::WriteRecord record;
     const QString cluster = s.raytracing ? s.cluster : QString();
     kaImageWriter writer;
     const ExportExtras extras = ExportExtras::load();
@@ -408,13 +397,9 @@ void MainWindow::runExport(ExportKind kind, const ExportSettings& s) {
                          s.superSampling, 0, QString(), !s.chooseCodec);
         break;
     case ExportKind::FastCapture:
-        exportFastCaptures(writer, s, [journal, mutex] {
-            std::lock_guard<std::mutex> lock(*mutex);
-            return !journal->second.isEmpty();
-        });
+        exportFastCaptures(writer, s, [&record] { return record.hasFailures(); });
         break;
     }
-    kaWriteJournal::removeListener(listener);
     if (eyesAndPasses) {
         if (const int* mode = boost::any_cast<int>(&userStereo))
             prefs.set("ImageExport stereo mode", *mode);
@@ -425,20 +410,23 @@ void MainWindow::runExport(ExportKind kind, const ExportSettings& s) {
     kaRenderParameter::setImageSamples(viewSamples);
     if (kind == ExportKind::Sequence || kind == ExportKind::Movie)
         _timeline->restore(moment);
-    std::lock_guard<std::mutex> lock(*mutex);
+    QStringList failures;
+    for (const kaWriteJournal::Entry& entry : record.entries())
+        if (!entry.written)
+            failures << QString::fromStdString(entry.fileName + ": " + entry.error);
+    const QStringList written = record.written();
     QString status;
-    if (!journal->second.isEmpty())
-        status = "Couldn't write " + journal->second.join("; ");
+    if (!failures.isEmpty())
+        status = "Couldn't write " + failures.join("; ");
     else if (writer.wasExportCanceled())
         status = "The export was aborted";
-    else if (journal->first.isEmpty())
+    else if (written.isEmpty())
         status = "Nothing was written";
     else
-        status =
-            QString("Wrote %1 in %2 s")
-                .arg(journal->first.size() == 1 ? journal->first.front()
-                                                : QString("%1 files").arg(journal->first.size()))
-                .arg(double(clock.elapsed()) / 1000.0, 0, 'f', 2);
+        status = QString("Wrote %1 in %2 s")
+                     .arg(written.size() == 1 ? written.front()
+                                              : QString("%1 files").arg(written.size()))
+                     .arg(double(clock.elapsed()) / 1000.0, 0, 'f', 2);
     _status->setText(status);
     _progress->hide();
     // The export puts the view back; it is shown as it is now.
